@@ -1,0 +1,26 @@
+# SPDX-License-Identifier: MIT
+# Flags of our own code. Assertions stay on in every build type: no NDEBUG anywhere.
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
+endif()
+foreach(type RELEASE RELWITHDEBINFO MINSIZEREL)
+  string(REPLACE "-DNDEBUG" "" CMAKE_CXX_FLAGS_${type} "${CMAKE_CXX_FLAGS_${type}}")
+endforeach()
+string(REPLACE "-O3" "-O2" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
+
+add_library(nasutil_flags INTERFACE)
+target_compile_definitions(nasutil_flags INTERFACE _GNU_SOURCE)
+target_compile_options(
+  nasutil_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -fstack-protector-strong)
+if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")  # Fortified calls need the optimiser.
+  target_compile_options(nasutil_flags INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+endif()
+target_link_options(nasutil_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)

@@ -1,0 +1,76 @@
+# SPDX-License-Identifier: MIT
+# The library, shared and static from the same objects.
+
+list(APPEND CMAKE_MODULE_PATH "${CMAKE_CURRENT_LIST_DIR}")
+find_package(TinyXML REQUIRED)
+find_package(OpenSSL REQUIRED COMPONENTS Crypto)
+
+set(NASUTIL_MODULES
+    Authenticator
+    Event
+    EventLoop
+    JSEmit
+    MD5Authenticator
+    NASConfDB
+    NetworkInterface
+    PropertyList
+    SuperLoop
+    Timer
+    Value
+    ZEB_GPIO
+    base64
+    datetime
+    escape
+    logger
+    print_str
+    strnatcmp
+    system_exception)
+
+configure_file(util/settings.h.in generated/settings.h @ONLY)
+
+add_library(nasutil_objects OBJECT)
+foreach(module IN LISTS NASUTIL_MODULES)
+  foreach(file util/${module}.cc)
+    if(EXISTS "${CMAKE_SOURCE_DIR}/${file}")
+      target_sources(nasutil_objects PRIVATE ${file})
+    endif()
+  endforeach()
+endforeach()
+set_target_properties(nasutil_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
+target_include_directories(nasutil_objects PRIVATE "${CMAKE_SOURCE_DIR}"
+                                                   "${CMAKE_BINARY_DIR}/generated")
+target_link_libraries(nasutil_objects PRIVATE nasutil_flags OpenSSL::Crypto TinyXML::TinyXML)
+
+if(NASUTIL_SYSTEM_TICPP)
+  find_library(NASUTIL_TICPP_LIBRARY ticpp REQUIRED)
+  find_path(NASUTIL_TICPP_INCLUDE_DIR ticpp.h REQUIRED)
+  set(nasutil_ticpp "${NASUTIL_TICPP_LIBRARY}")
+else()
+  set(NASUTIL_TICPP_INCLUDE_DIR "${CMAKE_SOURCE_DIR}/ticpp")
+  if(EXISTS "${CMAKE_SOURCE_DIR}/ticpp/ticpp.cc")
+  target_sources(nasutil_objects PRIVATE ticpp/ticpp.cc)
+  endif()
+endif()
+target_include_directories(nasutil_objects PRIVATE "${NASUTIL_TICPP_INCLUDE_DIR}")
+
+foreach(kind shared static)
+  string(REPLACE shared nasutil target "${kind}")
+  string(REPLACE static nasutil_static target "${target}")
+  string(TOUPPER ${kind} type)
+  add_library(${target} ${type} $<TARGET_OBJECTS:nasutil_objects>)
+  add_library(nasutil::${target} ALIAS ${target})
+  set_target_properties(${target} PROPERTIES OUTPUT_NAME nasutil VERSION ${PROJECT_VERSION}
+                                             SOVERSION ${PROJECT_VERSION_MAJOR})
+  target_compile_features(${target} INTERFACE cxx_std_14)
+  target_include_directories(
+    ${target}
+    INTERFACE "$<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}>"
+              "$<BUILD_INTERFACE:${NASUTIL_TICPP_INCLUDE_DIR}>"
+              "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/nasutil>")
+  target_link_libraries(${target} PRIVATE ${nasutil_ticpp} TinyXML::TinyXML OpenSSL::Crypto)
+endforeach()
+
+set(symbols "${CMAKE_SOURCE_DIR}/cmake/nasutil.map")
+set_target_properties(nasutil PROPERTIES LINK_DEPENDS "${symbols}")
+target_link_libraries(nasutil PRIVATE nasutil_flags)
+target_link_options(nasutil PRIVATE "-Wl,--version-script=${symbols}")

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#include "tests/support/allocations.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+std::atomic<long> used = 0;
+std::atomic<long> fail_at = 0;  // the value of `used` at which operator new throws; 0: never
+
+void* counted(size_t size) {
+  if (++used == fail_at) throw std::bad_alloc();
+  void* const memory = malloc(size == 0 ? 1 : size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+
+}  // namespace
+
+namespace support {
+
+long allocations() { return used; }
+
+AllocationFault::AllocationFault(long nth) { fail_at = used + nth; }
+
+AllocationFault::~AllocationFault() { fail_at = 0; }
+
+bool AllocationFault::fired() const { return used >= fail_at; }
+
+}  // namespace support
+
+void* operator new(size_t size) { return counted(size); }
+void* operator new[](size_t size) { return counted(size); }
+void operator delete(void* memory) noexcept { free(memory); }
+void operator delete[](void* memory) noexcept { free(memory); }
+void operator delete(void* memory, size_t) noexcept { free(memory); }
+void operator delete[](void* memory, size_t) noexcept { free(memory); }

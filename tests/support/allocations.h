@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+// Counts what goes through operator new, and makes it fail, in suites linked with
+// test_allocations.
+#pragma once
+
+namespace support {
+
+// Uses of operator new by this process so far.
+long allocations();
+
+// From construction to destruction the `nth` use of operator new (1 is the next one) throws
+// std::bad_alloc.
+class AllocationFault {
+ public:
+  explicit AllocationFault(long nth);
+  ~AllocationFault();
+  AllocationFault(const AllocationFault&) = delete;
+  AllocationFault& operator=(const AllocationFault&) = delete;
+
+  bool fired() const;
+};
+
+}  // namespace support

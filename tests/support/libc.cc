@@ -1,0 +1,253 @@
+// SPDX-License-Identifier: MIT
+// The replaced C library calls. Defined in the test program, they come before the C library's own
+// for the library under test and for what it is linked with.
+#undef _FORTIFY_SOURCE
+#include "tests/support/clock.h"
+#include "tests/support/faults.h"
+#include "tests/support/real.h"
+
+#include <errno.h>
+#include <ifaddrs.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <syslog.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <string>
+
+using support::fault_for;
+using support::frozen_clock;
+using support::note_call;
+using support::redirected;
+
+namespace {
+
+// Notes the call; true where it has to fail, with errno set.
+bool fails(const char* call, const char* first = nullptr, const char* second = nullptr) {
+  const int before = errno;
+  note_call(call, first, second);
+  const int error = fault_for(call);
+  errno = error != 0 ? error : before;
+  return error != 0;
+}
+
+std::string formatted(const char* format, va_list args) {
+  va_list copy;
+  va_copy(copy, args);
+  const int size = vsnprintf(nullptr, 0, format, copy);
+  va_end(copy);
+  std::string text(static_cast<size_t>(size), '\0');
+  vsnprintf(text.data(), text.size() + 1, format, args);
+  return text;
+}
+
+void log_to_system(int priority, const char* format, va_list args) {
+  if (fails("syslog")) return;
+  if (!support::capture_syslog(priority, formatted(format, args))) vsyslog(priority, format, args);
+}
+
+}  // namespace
+
+#pragma GCC visibility push(default)  // seen by the shared libraries too
+
+extern "C" {
+
+// ---- files ----
+
+FILE* fopen(const char* path, const char* mode) {
+  if (fails("fopen", path, mode)) return nullptr;
+  return REAL(fopen)(redirected(path), mode);
+}
+
+// A close that fails has closed the stream all the same.
+int fclose(FILE* stream) {
+  const bool failing = fails("fclose");
+  const int error = errno;
+  const int result = REAL(fclose)(stream);
+  if (!failing) return result;
+  errno = error;
+  return EOF;
+}
+
+int fflush(FILE* stream) { return fails("fflush") ? EOF : REAL(fflush)(stream); }
+
+int setvbuf(FILE* stream, char* buffer, int mode, size_t size) {
+  return fails("setvbuf") ? -1 : REAL(setvbuf)(stream, buffer, mode, size);
+}
+
+int fputc(int c, FILE* stream) { return fails("fputc") ? EOF : REAL(fputc)(c, stream); }
+
+int vfprintf(FILE* stream, const char* format, va_list args) {
+  return fails("vfprintf") ? -1 : REAL(vfprintf)(stream, format, args);
+}
+
+int __vfprintf_chk(FILE* stream, int, const char* format, va_list args) {
+  return fails("vfprintf") ? -1 : REAL(vfprintf)(stream, format, args);
+}
+
+static int print(FILE* stream, const char* format, va_list args) {
+  return fails("fprintf") ? -1 : REAL(vfprintf)(stream, format, args);
+}
+
+int fprintf(FILE* stream, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  const int result = print(stream, format, args);
+  va_end(args);
+  return result;
+}
+
+int __fprintf_chk(FILE* stream, int, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  const int result = print(stream, format, args);
+  va_end(args);
+  return result;
+}
+
+static int scan(FILE* stream, const char* format, va_list args) {
+  return fails("fscanf") ? EOF : vfscanf(stream, format, args);
+}
+
+// The headers send fscanf() to its C99 form; programs built otherwise use the plain one.
+int fscanf(FILE* stream, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  const int result = scan(stream, format, args);
+  va_end(args);
+  return result;
+}
+
+int plain_fscanf(FILE* stream, const char* format, ...) __asm__("fscanf");
+int plain_fscanf(FILE* stream, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  const int result = scan(stream, format, args);
+  va_end(args);
+  return result;
+}
+
+int rename(const char* from, const char* to) {
+  return fails("rename", from, to) ? -1 : REAL(rename)(from, to);
+}
+
+int link(const char* from, const char* to) {
+  return fails("link", from, to) ? -1 : REAL(link)(from, to);
+}
+
+int unlink(const char* path) { return fails("unlink", path) ? -1 : REAL(unlink)(path); }
+
+int stat(const char* path, struct stat* to) {
+  return fails("stat", path) ? -1 : REAL(stat)(redirected(path), to);
+}
+
+// ---- system log ----
+
+void syslog(int priority, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  log_to_system(priority, format, args);
+  va_end(args);
+}
+
+void __syslog_chk(int priority, int, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  log_to_system(priority, format, args);
+  va_end(args);
+}
+
+// ---- time ----
+
+int gettimeofday(struct timeval* to, void* zone) {
+  if (fails("gettimeofday")) return -1;
+  support::FrozenClock* const clock = frozen_clock();
+  if (clock == nullptr) return REAL(gettimeofday)(to, zone);
+  ++clock->readings;
+  if (clock->before_reading) clock->before_reading();
+  to->tv_sec = static_cast<time_t>(clock->microseconds / 1000000);
+  to->tv_usec = static_cast<suseconds_t>(clock->microseconds % 1000000);
+  return 0;
+}
+
+time_t time(time_t* to) {
+  if (fails("time")) return -1;
+  support::FrozenClock* const clock = frozen_clock();
+  if (clock == nullptr) return REAL(time)(to);
+  const auto now = static_cast<time_t>(clock->microseconds / 1000000);
+  if (to != nullptr) *to = now;
+  return now;
+}
+
+int nanosleep(const struct timespec* request, struct timespec* remainder) {
+  if (fails("nanosleep")) return -1;
+  support::FrozenClock* const clock = frozen_clock();
+  if (clock == nullptr) return REAL(nanosleep)(request, remainder);
+  const int64_t asked = int64_t{request->tv_sec} * 1000000000 + request->tv_nsec;
+  clock->sleeps.push_back(asked);
+  if (clock->interruptions.empty()) {
+    clock->microseconds += asked / 1000;
+    return 0;
+  }
+  const int64_t left = clock->interruptions.front();
+  clock->interruptions.erase(clock->interruptions.begin());
+  clock->microseconds += (asked - left) / 1000;
+  remainder->tv_sec = static_cast<time_t>(left / 1000000000);
+  remainder->tv_nsec = static_cast<long>(left % 1000000000);
+  errno = EINTR;
+  return -1;
+}
+
+struct tm* localtime_r(const time_t* time, struct tm* to) {
+  return fails("localtime_r") ? nullptr : REAL(localtime_r)(time, to);
+}
+
+time_t mktime(struct tm* time) { return fails("mktime") ? -1 : REAL(mktime)(time); }
+
+size_t strftime(char* to, size_t size, const char* format, const struct tm* time) {
+  return fails("strftime") ? 0 : REAL(strftime)(to, size, format, time);
+}
+
+char* strptime(const char* text, const char* format, struct tm* to) {
+  return fails("strptime") ? nullptr : REAL(strptime)(text, format, to);
+}
+
+// ---- network ----
+
+int getifaddrs(struct ifaddrs** to) { return fails("getifaddrs") ? -1 : REAL(getifaddrs)(to); }
+
+void freeifaddrs(struct ifaddrs* list) {
+  note_call("freeifaddrs");
+  REAL(freeifaddrs)(list);
+}
+
+int socket(int domain, int type, int protocol) {
+  return fails("socket") ? -1 : REAL(socket)(domain, type, protocol);
+}
+
+int ioctl(int descriptor, unsigned long request, ...) {
+  va_list args;
+  va_start(args, request);
+  void* const argument = va_arg(args, void*);
+  va_end(args);
+  return fails("ioctl") ? -1 : REAL(ioctl)(descriptor, request, argument);
+}
+
+// A close that fails has closed the descriptor all the same.
+int close(int descriptor) {
+  const bool failing = fails("close");
+  const int error = errno;
+  const int result = REAL(close)(descriptor);
+  if (!failing) return result;
+  errno = error;
+  return -1;
+}
+
+}  // extern "C"
+
+#pragma GCC visibility pop
