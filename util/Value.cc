@@ -78,8 +78,7 @@ Value& Value::operator=(Value&& from) noexcept {
   return *this;
 }
 
-void Value::type_assert(Type expected) const {
-  if (type == expected) return;
+void Value::report_mismatch(Type expected) const {
   const std::string text = type_name(type) + " is not " + type_name(expected);
   std::cerr << text << std::endl;
   throw type_exception(text);

@@ -97,11 +97,15 @@ class UTIL_EXPORT Value {
   operator const value_array&() const { return checked(ARRAY, _array); }
 
  private:
-  void type_assert(Type expected) const;
+  void type_assert(Type expected) const {
+    if (type != expected) report_mismatch(expected);
+  }
+  [[noreturn]] void report_mismatch(Type expected) const;
 
-  template <class Payload>
-  Payload& checked(Type expected, Payload& payload) const {
-    return type_assert(expected), payload;
+  template <class T>
+  T& checked(Type expected, T& payload) const {
+    type_assert(expected);
+    return payload;
   }
 
   Type type;
