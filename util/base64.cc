@@ -2,6 +2,7 @@
 #include "util/base64.h"
 
 #include <ctype.h>
+#include <endian.h>
 #include <string.h>
 
 #include <array>
@@ -23,6 +24,40 @@ constexpr std::array<unsigned char, 256> digit_values() {
 
 constexpr std::array<unsigned char, 256> kValues = digit_values();
 
+// The two digits of each 12 bits.
+struct Pair {
+  char digits[2];
+};
+
+constexpr std::array<Pair, 4096> digit_pairs() {
+  std::array<Pair, 4096> pairs = {};
+  for (unsigned i = 0; i < 4096; ++i)
+    pairs[i] = {
+        {B64[i >> 6], B64[i & 63]}
+    };
+  return pairs;
+}
+
+constexpr std::array<Pair, 4096> kPairs = digit_pairs();
+
+// By place in a group and character: the digit's six bits at that place, the group being the upper
+// three bytes; kBad, in the lowest, for what is no digit.
+constexpr std::array<std::array<uint32_t, 256>, 4> placed_values() {
+  std::array<std::array<uint32_t, 256>, 4> placed = {};
+  for (unsigned place = 0; place < 4; ++place) {
+    for (unsigned c = 0; c < 256; ++c) {
+      placed[place][c] = kValues[c] < 64 ? uint32_t{kValues[c]} << (26 - 6 * place) : kBad;
+    }
+  }
+  return placed;
+}
+
+constexpr std::array<std::array<uint32_t, 256>, 4> kPlaced = placed_values();
+
+uint32_t placed(size_t place, const char* group) {
+  return kPlaced[place][static_cast<unsigned char>(group[place])];
+}
+
 unsigned value_of(char c) { return kValues[static_cast<unsigned char>(c)]; }
 
 bool is_space(char c) { return isspace(static_cast<unsigned char>(c)) != 0; }
@@ -32,17 +67,23 @@ unsigned char low_byte(unsigned bits) { return static_cast<unsigned char>(bits &
 void encode(const byte_string& in, char* to) {
   const unsigned char* from = in.data();
   size_t srclen = in.size();
+  for (; srclen >= 8; srclen -= 6, from += 6, to += 8) {  // Two groups, read as one number.
+    uint64_t groups = 0;
+    memcpy(&groups, from, 8);
+    groups = be64toh(groups);
+    memcpy(to, &kPairs[groups >> 52], 2);
+    memcpy(to + 2, &kPairs[groups >> 40 & 4095], 2);
+    memcpy(to + 4, &kPairs[groups >> 28 & 4095], 2);
+    memcpy(to + 6, &kPairs[groups >> 16 & 4095], 2);
+  }
   for (; srclen > 2; srclen -= 3, from += 3, to += 4) {
     const unsigned group = unsigned{from[0]} << 16 | unsigned{from[1]} << 8 | from[2];
-    to[0] = B64[group >> 18];
-    to[1] = B64[group >> 12 & 63];
-    to[2] = B64[group >> 6 & 63];
-    to[3] = B64[group & 63];
+    memcpy(to, &kPairs[group >> 12], 2);
+    memcpy(to + 2, &kPairs[group & 4095], 2);
   }
   if (srclen == 0) return;
   const unsigned group = unsigned{from[0]} << 16 | (srclen == 2 ? unsigned{from[1]} << 8 : 0);
-  to[0] = B64[group >> 18];
-  to[1] = B64[group >> 12 & 63];
+  memcpy(to, &kPairs[group >> 12], 2);
   to[2] = srclen == 2 ? B64[group >> 6 & 63] : '=';
   to[3] = '=';
 }
@@ -58,14 +99,14 @@ void wrap(char* text, size_t feeds, size_t width) {
 
 // Decodes groups of four digits, up to the first that holds anything else.
 const char* decode_groups(const char* at, const char* end, unsigned char*& to) {
-  for (; end - at >= 4; at += 4, to += 3) {
-    const unsigned a = value_of(at[0]), b = value_of(at[1]), c = value_of(at[2]),
-                   d = value_of(at[3]);
-    if ((a | b | c | d) > 63) break;
-    to[0] = low_byte(a << 2 | b >> 4);
-    to[1] = low_byte(b << 4 | c >> 2);
-    to[2] = low_byte(c << 6 | d);
+  unsigned char* out = to;  // Not `to` itself, which the bytes written might change.
+  for (; end - at >= 4; at += 4, out += 3) {
+    const uint32_t group = placed(0, at) | placed(1, at) | placed(2, at) | placed(3, at);
+    if ((group & kBad) != 0) break;
+    const uint32_t bytes = htobe32(group);
+    memcpy(out, &bytes, sizeof(bytes));  // Three bytes, and one that the next group overwrites.
   }
+  to = out;
   return at;
 }
 
@@ -84,10 +125,11 @@ int decode(const char* at, const char* end, unsigned char*& to) {
   for (;; ++at) {
     if (state == 0) at = decode_groups(at, end, to);
     if (at == end) return 0;  // Kept: the bits of an unfinished group are dropped.
-    if (is_space(*at)) continue;
-    if (*at == '=') return check_padding(state, at + 1, end);
     const unsigned value = value_of(*at);
-    if (value == kBad) return -1;
+    if (value == kBad) {
+      if (is_space(*at)) continue;
+      return *at == '=' ? check_padding(state, at + 1, end) : -1;
+    }
     if (state > 0) *to++ = low_byte(pending | value >> (6 - 2 * state));
     pending = low_byte(value << (2 + 2 * state));
     state = (state + 1) % 4;
