@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <cmath>
 #include <limits>
 #include <random>
 #include <sstream>
@@ -192,6 +193,38 @@ TEST(EmitValue, WritesDoublesWithSixSignificantDigits) {
       {1.7976931348623157e308, "1.79769e+308"}
   };
   for (const auto& row : rows) EXPECT_EQ(row.second, emitted(row.first));
+}
+
+// Neighbours of every boundary and tie of six digits, and numbers of all sizes.
+TEST(EmitValue, RoundsDoublesLikeTheCLibrary) {
+  std::mt19937_64 random(3);
+  const auto expect_same = [](double number) {
+    char text[40];
+    snprintf(text, sizeof(text), "%g", number);
+    ASSERT_EQ(text, emitted(number));
+  };
+  for (int exponent = -8; exponent < 12; ++exponent) {
+    for (int i = 0; i < 2000; ++i) {
+      const double half = static_cast<double>(random() % 2000000) / 2;  // 123456.5 and its like
+      const double number = half * std::pow(10, exponent - 5);
+      for (const double signed_number : {number, -number}) {
+        expect_same(signed_number);
+        expect_same(std::nextafter(signed_number, 0));
+        expect_same(std::nextafter(signed_number, 2 * signed_number));
+      }
+    }
+    for (const double edge : {1.0, 9.999995, 9.9999949, 9.99999, 9.9999951, 1.000005}) {
+      expect_same(edge * std::pow(10, exponent));
+      expect_same(std::nextafter(edge * std::pow(10, exponent), 0));
+    }
+  }
+  for (int i = 0; i < 50000; ++i) {
+    const uint64_t bits = random();
+    double number;
+    memcpy(&number, &bits, sizeof(number));
+    expect_same(number);
+    expect_same(std::ldexp(static_cast<double>(random() % 100000), static_cast<int>(i % 40) - 20));
+  }
 }
 
 TEST(EmitValue, WritesWhatIsNoNumberAsAStreamDoes) {
