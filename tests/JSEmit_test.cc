@@ -396,6 +396,15 @@ TEST(ScriptEngine, SeesWhatRandomTreesHold) {
   EXPECT_EQ(expected, evaluated(script + "const results = [ " + calls + "];"));
 }
 
+TEST(ScriptEngine, SeesNoEntryUnderProto) {
+  const Value v(value_struct{
+      {"__proto__", 5},
+      {"a",         1}
+  });
+  EXPECT_EQ("{ '__proto__' : 5, 'a' : 1 }", emitted(v));
+  EXPECT_EQ("{61:n3ff0000000000000}\n", evaluated("const results = [ " + emitted(v) + " ];"));
+}
+
 TEST(ScriptEngine, RefusesBareInstants) {
   EXPECT_NE(std::string::npos,
             evaluated("const results = [ " + emitted(utime_t{5000}) + " ];").find("SyntaxError"));

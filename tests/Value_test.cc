@@ -494,7 +494,7 @@ TEST(PrintValue, PrintsEachKind) {
   EXPECT_EQ("0.5", printed(0.5));
   EXPECT_EQ("a \"b\"\n", printed("a \"b\"\n"));
   EXPECT_EQ("1970-01-01T00:00:05Z", printed(utime_t{5999}));
-  EXPECT_EQ("1:2", printed(byte_string{1, 2}).substr(1));
+  EXPECT_EQ("01:2", printed(byte_string{1, 2}));
   EXPECT_EQ("*VOID*", printed(Value()));
 }
 
@@ -508,7 +508,7 @@ TEST(PrintValue, PrintsNothingForATagOutsideTheKinds) {
   for (const Type type : {kInvalid, static_cast<Type>(-1)}) {
     v.set_type(type);
     EXPECT_EQ("", printed(v));
-    EXPECT_EQ("()", printed(value_array{v}).substr(0, 2));
+    EXPECT_EQ("(1, )", printed(value_array{1, v}));
   }
 }
 

@@ -3,12 +3,11 @@
 
 #include "util/datetime.h"
 
-#include <string.h>
-
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 
 namespace util {
 namespace {
@@ -28,45 +27,61 @@ constexpr std::array<char, 256> kLetters = escape_letters();
 constexpr size_t kLongestInteger = sizeof("-2147483648") - 1;
 constexpr size_t kLongestReal = sizeof("-1.23457e+308") - 1;
 
-// 123450 with the exponent 2 is 123.45, with -2 it is 0.012345.
-char* place_point(bool negative, int digits, int exponent, char* to) {
-  char text[6];
-  std::to_chars(text, std::end(text), digits);
-  size_t length = 6;
-  while (length > 1 && text[length - 1] == '0') --length;
-  if (negative) *to++ = '-';
-  if (exponent < 0) {
-    to = std::copy_n("0.000", 1 - exponent, to);
-    return std::copy_n(text, length, to);
-  }
-  const size_t whole = static_cast<size_t>(exponent) + 1;
-  to = std::copy_n(text, whole, to);
-  if (length <= whole) return to;
-  *to++ = '.';
-  return std::copy(text + whole, text + length, to);
-}
-
 // `number` with six significant digits at `to`, as a stream writes it by default in the C locale.
 char* any_real(double number, char* to) {
   return std::to_chars(to, to + kLongestReal, number, std::chars_format::general, 6).ptr;
 }
 
-// The same, several times as fast for numbers of everyday size. Those are scaled to six digits
-// before the point; the product is off by less than 1e-10, which matters only next to a half.
+// The decimal exponent of the numbers from `from` up, and what scales them to six digits before
+// the point.
+struct Decade {
+  double from;
+  int exponent;
+  double scale;
+};
+
+constexpr Decade kDecades[] = {
+    {1e5,  5,  1e0},
+    {1e4,  4,  1e1},
+    {1e3,  3,  1e2},
+    {1e2,  2,  1e3},
+    {1e1,  1,  1e4},
+    {1e0,  0,  1e5},
+    {1e-1, -1, 1e6},
+    {1e-2, -2, 1e7},
+    {1e-3, -3, 1e8},
+    {1e-4, -4, 1e9},
+};
+
+// Six digits with the exponent 2 are 123.456, with -2 0.0123456, without trailing zeros.
+char* place_point(int digits, int exponent, char* to) {
+  constexpr char kZeros[] = "0.000";
+  char text[6];
+  std::to_chars(text, std::end(text), digits);
+  char* end = std::end(text);
+  while (end[-1] == '0') --end;
+  if (exponent < 0) return std::copy(text, end, std::copy(kZeros, kZeros + (1 - exponent), to));
+  char* const point = text + exponent + 1;
+  to = std::copy(text, point, to);
+  if (end <= point) return to;
+  *to++ = '.';
+  return std::copy(point, end, to);
+}
+
+// any_real(), several times as fast for numbers of everyday size: the scaled number is off by less
+// than 1e-10, which matters only next to a half.
 char* real(double number, char* to) {
-  constexpr std::array<double, 11> kPowers = {1e-4, 1e-3, 1e-2, 1e-1, 1e0, 1e1,
-                                              1e2,  1e3,  1e4,  1e5,  1e6};
   const double size = std::fabs(number);
-  if (!(size >= kPowers.front() && size < kPowers.back())) return any_real(number, to);
-  int exponent = 5;
-  while (size < kPowers[static_cast<size_t>(exponent + 4)]) --exponent;
-  constexpr std::array<double, 10> kScales = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
-  const double scaled = size * kScales[static_cast<size_t>(5 - exponent)];
-  const int digits = static_cast<int>(scaled + 0.5);
-  if (std::fabs(std::fabs(scaled - digits) - 0.5) < 1e-9 || digits > 999999) {
-    return any_real(number, to);
-  }
-  return place_point(number < 0, digits, exponent, to);
+  const auto* const decade = std::find_if(std::begin(kDecades), std::end(kDecades),
+                                          [size](const Decade& d) { return size >= d.from; });
+  if (decade == std::end(kDecades) || size >= 1e6) return any_real(number, to);
+  const double scaled = size * decade->scale;
+  int digits = static_cast<int>(scaled);
+  const double rest = scaled - digits;
+  if (rest > 0.5) ++digits;
+  if (std::fabs(rest - 0.5) < 1e-9 || digits > 999999) return any_real(number, to);
+  if (number < 0) *to++ = '-';
+  return place_point(digits, decade->exponent, to);
 }
 
 size_t estimate(const Value& v);
@@ -113,7 +128,7 @@ class Script {
 
   template <size_t size>
   void literal(const char (&text)[size]) {
-    memcpy(room(size - 1), text, size - 1);
+    std::memcpy(room(size - 1), text, size - 1);
     at_ += size - 1;
   }
 
@@ -155,7 +170,7 @@ void Script::value(const Value& v) {
 // Kept: bare, without quotes.
 void Script::date(utime_t t) {
   const std::string text = unparse_time(t, "%FT%T%Z");
-  memcpy(room(text.size()), text.data(), text.size());
+  std::memcpy(room(text.size()), text.data(), text.size());
   at_ += text.size();
 }
 

@@ -22,8 +22,6 @@ std::string type_name(Type type) {
 
 type_exception::type_exception(std::string text) : msg(std::move(text)) {}
 
-type_exception::~type_exception() = default;
-
 const char* type_exception::what() const noexcept { return msg.c_str(); }
 
 Value::Value(const Value& from) : type(from.type) {
@@ -55,6 +53,7 @@ Value::Value(Value&& from) noexcept : type(from.type) {
 }
 
 Value& Value::operator=(const Value& from) {
+  if (this == &from) return *this;
   Value copy;  // Kept: all six members whatever the kind, unlike the copy constructor.
   copy.type = from.type;
   copy.value = from.value;

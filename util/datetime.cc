@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "util/datetime.h"
 
-#include <time.h>
+#include <ctime>
 
 namespace util {
 
