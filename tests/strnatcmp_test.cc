@@ -2,6 +2,7 @@
 #include "util/strnatcmp.h"
 
 #include "tests/support/files.h"
+#include "tests/support/real.h"
 
 #include <ctype.h>
 #include <locale.h>
@@ -114,7 +115,22 @@ class TurkishLocale {
   bool on_ = false;
 };
 
+// What the classification was asked with.
+int lowest_argument = 0;
+int highest_argument = 0;
+
+int noted(int argument) {
+  lowest_argument = std::min(lowest_argument, argument);
+  highest_argument = std::max(highest_argument, argument);
+  return argument;
+}
+
 }  // namespace
+
+#pragma GCC visibility push(default)  // seen by the library under test
+extern "C" int isspace(int c) noexcept { return REAL(isspace)(noted(c)); }
+extern "C" int toupper(int c) noexcept { return REAL(toupper)(noted(c)); }
+#pragma GCC visibility pop
 
 TEST(Strnatcmp, ComparesRunsOfDigitsByValue) {
   const Row rows[] = {
@@ -221,6 +237,14 @@ TEST(Strnatcmp, TakesEveryByte) {
   }
 }
 
+TEST(Strnatcmp, ClassifiesNoNegativeBytes) {
+  lowest_argument = highest_argument = 0;
+  strnatcmp("\xC3", "\xFF");
+  strnatcasecmp("\xFF", "\xC3");
+  EXPECT_EQ(0, lowest_argument);
+  EXPECT_EQ(255, highest_argument);
+}
+
 TEST(Strnatcmp, ReturnsOneWhateverTheDistance) {
   EXPECT_EQ(1, strnatcmp("z", "A"));
   EXPECT_EQ(-1, strnatcmp("A", "z"));
@@ -240,11 +264,12 @@ TEST(Strnatcmp, GoesOnBehindEqualRuns) {
 }
 
 TEST(Strnatcmp, FollowsTheRulesForEveryPairOfShortTexts) {
-  const std::vector<std::string> texts = all_texts("019aA _\xC3", 3);
-  for (const std::string& a : texts) {
-    for (const std::string& b : texts) {
-      ASSERT_EQ(naive_compare(a, b, false), strnatcmp(a.c_str(), b.c_str())) << a << "/" << b;
-      ASSERT_EQ(naive_compare(a, b, true), strnatcasecmp(a.c_str(), b.c_str())) << a << "/" << b;
+  for (const auto& texts : {all_texts("019aA _\xC3", 3), all_texts("02 a", 5)}) {
+    for (const std::string& a : texts) {
+      for (const std::string& b : texts) {
+        ASSERT_EQ(naive_compare(a, b, false), strnatcmp(a.c_str(), b.c_str())) << a << "/" << b;
+        ASSERT_EQ(naive_compare(a, b, true), strnatcasecmp(a.c_str(), b.c_str())) << a << "/" << b;
+      }
     }
   }
 }
