@@ -230,7 +230,7 @@ void publisher::flush() {}
 
 file_publisher::file_publisher(FILE* stream) : file(stream) {}
 
-file_publisher::~file_publisher() { close(); }
+file_publisher::~file_publisher() { close_file(); }
 
 int file_publisher::publish(category& c, const char* where, const char* format, va_list args) {
   if (file == nullptr) return 0;
@@ -244,7 +244,7 @@ void file_publisher::flush() {
   if (file != nullptr) fflush(file);
 }
 
-void file_publisher::close() {
+void file_publisher::close_file() {
   if (file != nullptr) fclose(file);
   file = nullptr;
 }
@@ -268,32 +268,32 @@ rolling_file_publisher::rolling_file_publisher(const char* name, off_t limit, si
       logsize(0),
       logcount(count),
       buffer(static_cast<char*>(malloc(kBufferSize))) {
-  append();
+  open_to_append();
 }
 
 // Closed before its buffer goes: closing writes what is left.
 rolling_file_publisher::~rolling_file_publisher() {
-  close();
+  close_file();
   free(buffer);
 }
 
 int rolling_file_publisher::publish(category& c, const char* where, const char* format,
                                     va_list args) {
-  if (file == nullptr) append();
+  if (file == nullptr) open_to_append();
   const int written = file_publisher::publish(c, where, format, args);
   logsize += written;
   if (maxsize > 0 && logsize > maxsize) rotate_logs();
   return written;
 }
 
-void rolling_file_publisher::open(const char* mode) {
+void rolling_file_publisher::open_log(const char* mode) {
   file = fopen(logname.c_str(), mode);
   if (file != nullptr) setvbuf(file, buffer, _IOFBF, kBufferSize);
   logsize = 0;
 }
 
-void rolling_file_publisher::append() {
-  open("a");
+void rolling_file_publisher::open_to_append() {
+  open_log("a");
   struct stat present = {};
   if (file != nullptr && stat(logname.c_str(), &present) == 0) logsize = present.st_size;
 }
@@ -302,12 +302,12 @@ void rolling_file_publisher::rotate_logs() {
   if (logcount > 1) {
     fprintf(file, "rotating log file\n");
     fflush(file);
-    close();
+    close_file();
     shift_logs();
   } else {
-    close();  // Kept: neither notice nor old file; the file is emptied in place.
+    close_file();  // Kept: neither notice nor old file; the file is emptied in place.
   }
-  open("w");
+  open_log("w");
 }
 
 // Moves each old file to the next number, from the oldest down, and the log itself to number 0.

@@ -119,7 +119,7 @@ class UTIL_EXPORT file_publisher : public publisher {
   virtual ~file_publisher();
 
  protected:
-  void close();  // leaves a null stream
+  void close_file();  // leaves a null stream
 
   FILE* file;
 };
@@ -154,8 +154,8 @@ class UTIL_EXPORT rolling_file_publisher : public file_publisher {
   int publish(category& c, const char* where, const char* format, va_list args) override;
 
  private:
-  void open(const char* mode);
-  void append();
+  void open_log(const char* mode);
+  void open_to_append();
   void rotate_logs();
   void shift_logs() const;
 
