@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "util/logger.h"
 
-#include <assert.h>
-#include <limits.h>
-#include <stdlib.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <syslog.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cassert>
 #include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <iterator>
 #include <map>
 #include <utility>
@@ -29,14 +29,10 @@ int max_id = 0;                   // the last identity handed out or claimed
 Registry& registry() {
   if (gcategories == nullptr) {
     gcategories = new Registry;
-    new category[6]{
-        {0x1,        0, "WARNING"},
-        {0x3, 1, "INFO"},
-        {0x7,        2, "DEBUG"},
-        {"MEMORY"   },
-        {"TIMING"       },
-        {"EVENT LOOP"  }
-    };
+    new category(0x1, 0, "WARNING");
+    new category(0x3, 1, "INFO");
+    new category(0x7, 2, "DEBUG");
+    for (const char* const name : {"MEMORY", "TIMING", "EVENT LOOP"}) new category(name);
   }
   return *gcategories;
 }
@@ -102,8 +98,6 @@ void category::claim_category(category* c, unsigned int id, std::string& name) {
   max_id = static_cast<int>(id);  // Kept: no maximum; a late claim moves the counter back.
 }
 
-duplicate_category::~duplicate_category() = default;
-
 const char* duplicate_category::what() const noexcept { return "duplicate category"; }
 
 // ---- logger ----
@@ -114,9 +108,7 @@ logger::logger(const std::string& own_name, logger* above)
       name(own_name),
       parent(above),
       _useParentPublisher(above != nullptr),
-      amRoot(above == nullptr),
-      autoFlush(false),
-      checkpointing_on(true) {}
+      amRoot(above == nullptr) {}
 
 logger* logger::rootLogger() {
   static logger* root = nullptr;
@@ -261,11 +253,10 @@ int syslog_publisher::publish(category& c, const char* where, const char* format
   return header + message;
 }
 
-rolling_file_publisher::rolling_file_publisher(const char* name, off_t limit, size_t count)
+rolling_file_publisher::rolling_file_publisher(const char* path, off_t limit, size_t count)
     : file_publisher(nullptr),
-      logname(name),
+      logname(path),
       maxsize(limit),
-      logsize(0),
       logcount(count),
       buffer(static_cast<char*>(malloc(kBufferSize))) {
   open_to_append();
