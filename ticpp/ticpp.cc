@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <string.h>
 #include <strings.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <charconv>
@@ -47,6 +48,7 @@ constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
 
 constexpr char kTooDeep[] = "elements nested deeper than 1024";
 constexpr char kTooManyAttributes[] = "more than 256 attributes on an element";
+constexpr char kBadDeclaration[] = "Error parsing Declaration.";
 
 // The nodes that are made here carry the elements looked up below them.
 struct Root : TiXmlDocument {
@@ -81,14 +83,19 @@ using File = std::unique_ptr<FILE, CloseFile>;
 
 // ---- what the parser would see ----
 
+// Beyond ASCII the parser asks the locale for blanks, and takes every byte for a letter.
+bool is_blank(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return c == ' ' || (c >= '\t' && c <= '\r') || (byte > 127 && isspace(byte) != 0);
+}
+
 bool starts_name(char c) {
   const auto byte = static_cast<unsigned char>(c);
-  return byte >= 127 || isalpha(byte) != 0 || c == '_';
+  return byte >= 127 || (byte | 32U) - 'a' < 26 || c == '_';
 }
 
 bool continues_name(char c) {
-  return starts_name(c) || isdigit(static_cast<unsigned char>(c)) != 0 || c == '-' || c == '.' ||
-         c == ':';
+  return starts_name(c) || (c >= '0' && c <= '9') || c == '-' || c == '.' || c == ':';
 }
 
 size_t character_size(char lead) {
@@ -151,12 +158,14 @@ class Scan {
     if (*at != '<') return depth_ == 0 ? nullptr : characters(at, '<');
     if (depth_ > 0 && at[1] == '/') {
       --depth_;
-      return after(at, ">");
+      at = strchr(at, '>');
+      return at == nullptr ? nullptr : at + 1;
     }
-    if (strncasecmp(at, "<?xml", 5) == 0) return declaration(at + 5);
+    if (starts_name(at[1])) return tag(at);
+    if (strncasecmp(at, "<?xml", 5) == 0) return declaration(at);
     if (strncmp(at, "<!--", 4) == 0) return after(at + 4, "-->");
     if (strncmp(at, "<![CDATA[", 9) == 0) return after(at + 9, "]]>");
-    return starts_name(at[1]) ? tag(at) : after(at, ">");
+    return after(at, ">");
   }
 
   const char* tag(const char* start) {
@@ -174,8 +183,10 @@ class Scan {
     return nullptr;
   }
 
-  const char* declaration(const char* at) {
+  // The parser drops all that follows a declaration it cannot read, and calls that well.
+  const char* declaration(const char* start) {
     std::string encoding;
+    const char* at = start + 5;
     while (at != nullptr && *at != '\0' && *at != '>') {
       at = skip_blanks(at);
       if (strncasecmp(at, "version", 7) == 0 || strncasecmp(at, "standalone", 10) == 0) {
@@ -183,14 +194,14 @@ class Scan {
       } else if (strncasecmp(at, "encoding", 8) == 0) {
         at = attribute(at, &encoding);
       } else {
-        while (*at != '\0' && *at != '>' && isspace(static_cast<unsigned char>(*at)) == 0) ++at;
+        while (*at != '\0' && *at != '>' && !is_blank(*at)) ++at;
       }
     }
     if (depth_ == 0 && !encoding_known_) {
       utf8_ = is_utf8(encoding);
       encoding_known_ = true;
     }
-    return at == nullptr || *at == '\0' ? nullptr : at + 1;
+    return at == nullptr || *at == '\0' ? fail(kBadDeclaration, start) : at + 1;
   }
 
   static const char* name(const char* at) {
@@ -215,8 +226,7 @@ class Scan {
   }
 
   static const char* unquoted(const char* at) {
-    while (*at != '\0' && isspace(static_cast<unsigned char>(*at)) == 0 && *at != '/' &&
-           *at != '>') {
+    while (*at != '\0' && !is_blank(*at) && *at != '/' && *at != '>') {
       if (*at == '"' || *at == '\'') return nullptr;
       ++at;
     }
@@ -262,23 +272,25 @@ class Scan {
 
 // All of the file with newlines as the parser's own loader makes them, and the padding behind.
 std::string read_all(FILE* file) {
-  std::string text;
+  struct stat status = {};
+  fstat(fileno(file), &status);
+  const auto expected = static_cast<size_t>(std::min<off_t>(status.st_size, 1 << 24));
+  std::string text(expected + Scan::kPadding, '\0');
   size_t size = 0;
   for (size_t got = 1; got > 0; size += got) {
-    text.resize(std::max<size_t>(2 * size, 32768));
+    if (size == text.size()) text.resize(2 * size);
     got = fread(&text[size], 1, text.size() - size, file);
     if (memchr(&text[size], '\0', got) != nullptr) throw Exception("a NUL byte in the text");
   }
   if (ferror(file) != 0) throw Exception(strerror(errno));
   text.resize(size);
-  size_t to = text.find('\r');
-  if (to != std::string::npos) {
-    for (size_t from = to; from < size; ++from) {
-      if (text[from] == '\n' && from > 0 && text[from - 1] == '\r') continue;
-      text[to++] = text[from] == '\r' ? '\n' : text[from];
-    }
-    text.resize(to);
+  size_t to = std::min(text.find('\r'), size);
+  for (size_t from = to; from < size; ++from) {
+    const bool carriage_return = text[from] == '\r';
+    if (carriage_return && text[from + 1] == '\n') ++from;
+    text[to++] = carriage_return ? '\n' : text[from];
   }
+  text.resize(to);
   text.append(Scan::kPadding, '\0');
   return text;
 }
@@ -307,8 +319,7 @@ void parse(const std::string& text, TiXmlDocument& to) {
 // ---- writing ----
 
 // Writes the bytes that TinyXML writes, some times as fast, and refuses what could not be read
-// back. One difference: an "&#x" that begins no reference is escaped, since with it as TinyXML
-// writes it the file could not be read.
+// back.
 class Printer {
  public:
   explicit Printer(bool byte_order_mark)
@@ -420,7 +431,7 @@ class Printer {
       while (at != end && !is_escaped(*at)) ++at;
       text_.append(plain, at);
       if (at == end) break;
-      escape(at, end);
+      escape(*at);
     }
     if (utf8_ && ends_inside_character(start)) throw Exception("a text ends inside a character");
   }
@@ -430,28 +441,19 @@ class Printer {
            c == '\'';
   }
 
-  void escape(const char* at, const char* end) {
-    switch (*at) {
-      case '&': text_ += begins_reference(at, end) ? "&" : "&amp;"; break;
+  void escape(char c) {
+    switch (c) {
+      case '&': text_ += "&amp;"; break;
       case '<': text_ += "&lt;"; break;
       case '>': text_ += "&gt;"; break;
       case '"': text_ += "&quot;"; break;
       case '\'': text_ += "&apos;"; break;
       default: {
-        const auto byte = static_cast<unsigned char>(*at);
+        const auto byte = static_cast<unsigned char>(c);
         text_.append("&#x").append(1, "01"[byte / 16]).append(1, "0123456789ABCDEF"[byte % 16]);
         text_ += ';';
       }
     }
-  }
-
-  // Kept: "&#x41;" in a text is written as it stands and read back as "A"; clients spell
-  // characters that way.
-  static bool begins_reference(const char* at, const char* end) {
-    if (end - at < 4 || at[1] != '#' || at[2] != 'x') return false;
-    const char* const digits_end = std::find_if(
-        at + 3, end, [](char c) { return isxdigit(static_cast<unsigned char>(c)) == 0; });
-    return digits_end != end && *digits_end == ';';
   }
 
   // The parser would take the markup behind the text for the rest of the character.
