@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "ticpp/ticpp.h"
 
-#include <ctype.h>
-#include <errno.h>
-#include <stdio.h>
-#include <string.h>
 #include <strings.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
+#include <cstring>
 #include <deque>
 #include <memory>
 #include <utility>
@@ -66,14 +66,22 @@ std::string row_and_column(int row, int column) {
 }
 
 // " (/plist/dict, row 3, column 5)"; elements that no parser read have no row.
-std::string place(const TiXmlNode* node) {
+std::string place(const TiXmlNode& node) {
   std::string path;
-  for (const TiXmlNode* up = node; up != nullptr && up->ToElement() != nullptr; up = up->Parent()) {
+  for (const TiXmlNode* up = &node; up != nullptr && up->ToElement() != nullptr;
+       up = up->Parent()) {
     path.insert(0, "/" + up->ValueStr());
   }
   if (path.empty()) return path;
-  if (node->Row() > 0) path += ", " + row_and_column(node->Row(), node->Column());
+  if (node.Row() > 0) path += ", " + row_and_column(node.Row(), node.Column());
   return " (" + path + ")";
+}
+
+bool holds(const TiXmlNode& outer, const TiXmlNode& inner) {
+  if (outer.NoChildren()) return &outer == &inner;  // spares the walk while a tree is built
+  const TiXmlNode* up = &inner;
+  while (up != nullptr && up != &outer) up = up->Parent();
+  return up != nullptr;
 }
 
 struct CloseFile {
@@ -477,10 +485,10 @@ void write_all(const std::string& file, const std::string& text) {
                        fflush(stream.get()) == 0;
   if (written && fclose(stream.release()) == 0) return;
   const int error = errno;
+  const std::string reason = strerror(error);
   stream.reset();
-  const Exception failure(strerror(error));
   errno = error;
-  throw failure;
+  throw Exception(reason);
 }
 
 }  // namespace
@@ -509,7 +517,7 @@ Element* Node::FirstChildElement(bool throwIfNoChildren) const {
   TiXmlElement* const found = node_->FirstChildElement();
   if (found != nullptr) return tree_->element(found);
   if (!throwIfNoChildren) return nullptr;
-  throw Exception("Element (" + Value() + ") does NOT contain any children" + place(node_));
+  throw Exception("Element (" + Value() + ") does NOT contain any children" + place(*node_));
 }
 
 Element* Node::FirstChildElement(const char* name, bool throwIfNoChildren) const {
@@ -517,7 +525,7 @@ Element* Node::FirstChildElement(const char* name, bool throwIfNoChildren) const
   if (found != nullptr) return tree_->element(found);
   if (!throwIfNoChildren) return nullptr;
   throw Exception("Element (" + Value() + ") does NOT contain a child with the value of '" + name +
-                  "'" + place(node_));
+                  "'" + place(*node_));
 }
 
 Element* Node::FirstChildElement(const std::string& name, bool throwIfNoChildren) const {
@@ -528,7 +536,7 @@ Element* Node::NextSiblingElement(bool throwIfNoSiblings) const {
   TiXmlElement* const found = node_->NextSiblingElement();
   if (found != nullptr) return tree_->element(found);
   if (!throwIfNoSiblings) return nullptr;
-  throw Exception("No Element Siblings found, After this Node (" + Value() + ")" + place(node_));
+  throw Exception("No Element Siblings found, After this Node (" + Value() + ")" + place(*node_));
 }
 
 Element* Node::NextSiblingElement(const char* name, bool throwIfNoSiblings) const {
@@ -536,7 +544,7 @@ Element* Node::NextSiblingElement(const char* name, bool throwIfNoSiblings) cons
   if (found != nullptr) return tree_->element(found);
   if (!throwIfNoSiblings) return nullptr;
   throw Exception(std::string("No Element Siblings found with value, '") + name +
-                  "', After this Node (" + Value() + ")" + place(node_));
+                  "', After this Node (" + Value() + ")" + place(*node_));
 }
 
 Element* Node::NextSiblingElement(const std::string& name, bool throwIfNoSiblings) const {
@@ -548,10 +556,7 @@ Node* Node::LinkEndChild(Node* child) {
   if (child->node_->ToDocument() != nullptr) throw Exception("A document can not be linked");
   if (!child->owner_) throw Exception("Node (" + child->Value() + ") is linked already");
   if (tree_ == nullptr) throw Exception("A declaration has no children");
-  for (const TiXmlNode* up = node_; up != nullptr; up = up->Parent()) {
-    if (up == child->node_) throw Exception("Node (" + Value() + ") can not hold itself");
-    if (child->node_->NoChildren()) break;  // it holds nothing, this one least of all
-  }
+  if (holds(*child->node_, *node_)) throw Exception("Node (" + Value() + ") can not hold itself");
   node_->LinkEndChild(child->node_);
   child->owner_ = false;
   child->tree_ = tree_;
@@ -565,8 +570,6 @@ Element::Element(const std::string& name) : Node(new Built(name), nullptr, true)
 }
 
 Element::Element(TiXmlElement* node, Tree* tree) : Node(node, tree, false) {}
-
-Element::~Element() = default;
 
 std::string Element::GetText(bool throwIfNotFound) const {
   const std::string* const text = find_text(throwIfNotFound);
@@ -582,7 +585,7 @@ const std::string* Element::find_text(bool throwIfNotFound) const {
   const TiXmlNode* const first = node_->FirstChild();
   if (first != nullptr && first->Type() == TiXmlNode::TINYXML_TEXT) return &first->ValueStr();
   if (!throwIfNotFound) return nullptr;
-  throw Exception("Text does not exists in the current element" + place(node_));
+  throw Exception("Text does not exists in the current element" + place(*node_));
 }
 
 void Element::set_text(const std::string& text) {
@@ -602,7 +605,7 @@ void Element::set_attribute(const std::string& name, const std::string& value) {
 }
 
 void Element::not_converted(const std::string& text) const {
-  throw Exception("Could not convert \"" + text + "\" to target type" + place(node_));
+  throw Exception("Could not convert \"" + text + "\" to target type" + place(*node_));
 }
 
 std::string Element::text_of(int value) { return std::to_string(value); }
@@ -640,15 +643,9 @@ Declaration::Declaration(const std::string& version, const std::string& encoding
                          const std::string& standalone)
     : Node(new TiXmlDeclaration(version, encoding, standalone), nullptr, true) {}
 
-Declaration::~Declaration() = default;
-
 // ---- Document ----
 
-Document::Document() : Node(new Root, nullptr, true), byte_order_mark_(false) {
-  tree_ = &static_cast<Root*>(node_)->tree;
-}
-
-Document::~Document() = default;
+Document::Document() : Node(new Root, nullptr, true) { tree_ = &static_cast<Root*>(node_)->tree; }
 
 void Document::LoadFile(const std::string& file) {
   node_->Clear();
@@ -672,9 +669,9 @@ void Document::SaveFile(const std::string& file) const {
     write_all(file, Printer(byte_order_mark_).print(*node_->ToDocument()));
   } catch (const Exception& reason) {
     const int error = errno;
-    const Exception failure("Couldn't save " + file + ": " + reason.what());
+    const std::string text = "Couldn't save " + file + ": " + reason.what();
     errno = error;
-    throw failure;
+    throw Exception(text);
   }
 }
 

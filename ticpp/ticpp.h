@@ -79,7 +79,6 @@ class UTIL_EXPORT Node {
 class UTIL_EXPORT Element : public Node {
  public:
   explicit Element(const std::string& name);
-  ~Element() override;
 
   // The element's text: that of its first child, where this is a text. An element without text
   // throws; with the flag false it gives an empty text, and leaves `*value` as it was.
@@ -132,13 +131,11 @@ class UTIL_EXPORT Declaration : public Node {
  public:
   Declaration(const std::string& version, const std::string& encoding,
               const std::string& standalone);
-  ~Declaration() override;
 };
 
 class UTIL_EXPORT Document : public Node {
  public:
   Document();
-  ~Document() override;
 
   // Replaces the document by the content of `file`. Throws "Couldn't load <file>: <reason>" where
   // it cannot be read or parsed, and for what would exhaust the stack or the time of whoever reads
@@ -152,7 +149,7 @@ class UTIL_EXPORT Document : public Node {
   void SaveFile(const std::string& file) const;
 
  private:
-  bool byte_order_mark_;  // read with the document, written with it
+  bool byte_order_mark_ = false;  // read with the document, written with it
 };
 
 template <class T>
