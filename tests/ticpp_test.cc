@@ -165,6 +165,24 @@ TEST(NextSiblingElement, WorksFromALinkedDeclaration) {
   EXPECT_EQ("r", declaration.NextSiblingElement()->Value());
 }
 
+TEST(FirstChildElement, FindsNothingInADeclaration) {
+  const ticpp::Declaration declaration("1.0", "", "");
+  EXPECT_EQ(nullptr, declaration.FirstChildElement(false));
+  EXPECT_THAT(thrown([&] { declaration.FirstChildElement(); }),
+              HasSubstr("does NOT contain any children"));
+}
+
+TEST(Place, IsTheRowReadAndOnlyThePathOnceTheTreeWasChanged) {
+  const Loaded xml("<r>\n<!-- c -->\n  <a>x</a>\n\t<b/></r>");
+  int number = 0;
+  const auto failure = [&] {
+    return thrown([&] { xml.root().FirstChildElement("b")->GetText(&number); });
+  };
+  EXPECT_EQ(std::string(kNoText) + " (/r/b, row 4, column 5)", failure());
+  xml.root().FirstChildElement("a")->SetText("y");
+  EXPECT_EQ(std::string(kNoText) + " (/r/b)", failure());
+}
+
 TEST(LookUp, GivesTheSameObjectEachTime) {
   const Loaded xml("<r><a/><b/></r>");
   ticpp::Element* const a = xml.root().FirstChildElement("a");

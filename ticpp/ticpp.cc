@@ -19,9 +19,10 @@
 
 namespace ticpp {
 
-// Keeps one Element for each node that was looked up; the node's user data points to it.
+// What belongs to a tree beside its nodes.
 class Tree {
  public:
+  // One for each node that was looked up; the node's user data points to it.
   Element* element(TiXmlElement* node) {
     if (node->GetUserData() == nullptr) {
       if (elements_ == nullptr) elements_ = std::make_unique<std::deque<Kept>>();
@@ -30,7 +31,8 @@ class Tree {
     return static_cast<Kept*>(node->GetUserData());
   }
 
-  void clear() { elements_.reset(); }
+  // The text that the tree was read from, as the parser had it; empty once the tree was changed.
+  std::string text;
 
  private:
   struct Kept : Element {
@@ -65,15 +67,32 @@ std::string row_and_column(int row, int column) {
   return "row " + std::to_string(row) + ", column " + std::to_string(column);
 }
 
-// " (/plist/dict, row 3, column 5)"; elements that no parser read have no row.
-std::string place(const TiXmlNode& node) {
+// The node of `tree` at the place that `node` has in a tree of the same shape.
+const TiXmlNode* same_place(const TiXmlNode* node, const TiXmlDocument& tree) {
+  if (node->Parent() == nullptr) return &tree;
+  const TiXmlNode* found = same_place(node->Parent(), tree)->FirstChild();
+  for (const TiXmlNode* before = node->PreviousSibling(); before != nullptr;
+       before = before->PreviousSibling()) {
+    found = found->NextSibling();
+  }
+  return found;
+}
+
+// " (/plist/dict, row 3, column 5)"; elements that were not read from a file have no row. Rows
+// are not counted while reading, which would take a fifth of its time, but here once more.
+std::string place(const TiXmlNode& node, const Tree* tree) {
   std::string path;
   for (const TiXmlNode* up = &node; up != nullptr && up->ToElement() != nullptr;
        up = up->Parent()) {
     path.insert(0, "/" + up->ValueStr());
   }
   if (path.empty()) return path;
-  if (node.Row() > 0) path += ", " + row_and_column(node.Row(), node.Column());
+  if (!tree->text.empty()) {
+    TiXmlDocument again;
+    again.Parse(tree->text.c_str());
+    const TiXmlNode* const same = same_place(&node, again);
+    path += ", " + row_and_column(same->Row(), same->Column());
+  }
   return " (" + path + ")";
 }
 
@@ -315,11 +334,14 @@ void parse(const std::string& text, TiXmlDocument& to) {
   if (scan.fault() != nullptr) {
     throw Exception(scan.fault() + place_in_text(text.c_str(), scan.fault_at()));
   }
+  to.SetTabSize(0);  // does not count rows
   to.Parse(text.c_str());
   if (!to.Error()) return;
-  std::string reason = to.ErrorDesc();
-  if (to.ErrorRow() > 0) {
-    reason += " (" + row_and_column(to.ErrorRow(), to.ErrorCol()) + ")";
+  TiXmlDocument again;
+  again.Parse(text.c_str());
+  std::string reason = again.ErrorDesc();
+  if (again.ErrorRow() > 0) {
+    reason += " (" + row_and_column(again.ErrorRow(), again.ErrorCol()) + ")";
   }
   throw Exception(reason);
 }
@@ -517,7 +539,7 @@ Element* Node::FirstChildElement(bool throwIfNoChildren) const {
   TiXmlElement* const found = node_->FirstChildElement();
   if (found != nullptr) return tree_->element(found);
   if (!throwIfNoChildren) return nullptr;
-  throw Exception("Element (" + Value() + ") does NOT contain any children" + place(*node_));
+  throw Exception("Element (" + Value() + ") does NOT contain any children" + place(*node_, tree_));
 }
 
 Element* Node::FirstChildElement(const char* name, bool throwIfNoChildren) const {
@@ -525,7 +547,7 @@ Element* Node::FirstChildElement(const char* name, bool throwIfNoChildren) const
   if (found != nullptr) return tree_->element(found);
   if (!throwIfNoChildren) return nullptr;
   throw Exception("Element (" + Value() + ") does NOT contain a child with the value of '" + name +
-                  "'" + place(*node_));
+                  "'" + place(*node_, tree_));
 }
 
 Element* Node::FirstChildElement(const std::string& name, bool throwIfNoChildren) const {
@@ -536,7 +558,8 @@ Element* Node::NextSiblingElement(bool throwIfNoSiblings) const {
   TiXmlElement* const found = node_->NextSiblingElement();
   if (found != nullptr) return tree_->element(found);
   if (!throwIfNoSiblings) return nullptr;
-  throw Exception("No Element Siblings found, After this Node (" + Value() + ")" + place(*node_));
+  throw Exception("No Element Siblings found, After this Node (" + Value() + ")" +
+                  place(*node_, tree_));
 }
 
 Element* Node::NextSiblingElement(const char* name, bool throwIfNoSiblings) const {
@@ -544,7 +567,7 @@ Element* Node::NextSiblingElement(const char* name, bool throwIfNoSiblings) cons
   if (found != nullptr) return tree_->element(found);
   if (!throwIfNoSiblings) return nullptr;
   throw Exception(std::string("No Element Siblings found with value, '") + name +
-                  "', After this Node (" + Value() + ")" + place(*node_));
+                  "', After this Node (" + Value() + ")" + place(*node_, tree_));
 }
 
 Element* Node::NextSiblingElement(const std::string& name, bool throwIfNoSiblings) const {
@@ -557,6 +580,7 @@ Node* Node::LinkEndChild(Node* child) {
   if (!child->owner_) throw Exception("Node (" + child->Value() + ") is linked already");
   if (tree_ == nullptr) throw Exception("A declaration has no children");
   if (holds(*child->node_, *node_)) throw Exception("Node (" + Value() + ") can not hold itself");
+  tree_->text.clear();
   node_->LinkEndChild(child->node_);
   child->owner_ = false;
   child->tree_ = tree_;
@@ -585,10 +609,11 @@ const std::string* Element::find_text(bool throwIfNotFound) const {
   const TiXmlNode* const first = node_->FirstChild();
   if (first != nullptr && first->Type() == TiXmlNode::TINYXML_TEXT) return &first->ValueStr();
   if (!throwIfNotFound) return nullptr;
-  throw Exception("Text does not exists in the current element" + place(*node_));
+  throw Exception("Text does not exists in the current element" + place(*node_, tree_));
 }
 
 void Element::set_text(const std::string& text) {
+  tree_->text.clear();
   TiXmlNode* const first = node_->FirstChild();
   if (first == nullptr) {
     node_->LinkEndChild(new TiXmlText(text));
@@ -605,7 +630,7 @@ void Element::set_attribute(const std::string& name, const std::string& value) {
 }
 
 void Element::not_converted(const std::string& text) const {
-  throw Exception("Could not convert \"" + text + "\" to target type" + place(*node_));
+  throw Exception("Could not convert \"" + text + "\" to target type" + place(*node_, tree_));
 }
 
 std::string Element::text_of(int value) { return std::to_string(value); }
@@ -649,15 +674,16 @@ Document::Document() : Node(new Root, nullptr, true) { tree_ = &static_cast<Root
 
 void Document::LoadFile(const std::string& file) {
   node_->Clear();
-  tree_->clear();
+  *tree_ = Tree();
   node_->SetValue(file);
   byte_order_mark_ = false;
   try {
     const File stream(fopen(file.c_str(), "rb"));
     if (stream == nullptr) throw Exception(strerror(errno));
-    const std::string text = read_all(stream.get());
+    std::string text = read_all(stream.get());
     parse(text, *node_->ToDocument());
     byte_order_mark_ = text.compare(0, 3, kByteOrderMark) == 0;
+    tree_->text = std::move(text);
   } catch (const Exception& reason) {
     node_->Clear();
     throw Exception("Couldn't load " + file + ": " + reason.what());

@@ -32,43 +32,69 @@ const std::string _DATE = "date";
 const std::string _DATA = "data";
 const std::string _ARRAY = "array";
 
-// What can be read back: 1,024 elements in one another, one of them "plist".
-constexpr int kMaxDepth = 1023;
-
-using Element = std::unique_ptr<ticpp::Element>;
-
 class Encoder {
  public:
   explicit Encoder(const std::string& file) : file_(file) {}
 
-  Element value(const Value& v) {
-    if (depth_ == kMaxDepth) {  // before a file is touched, and before the stack ends
-      throw ticpp::Exception("Couldn't save " + file_ + ": values nested deeper than 1023");
-    }
-    switch (v.get_type()) {
-      case INTEGER: return element(_INTEGER, static_cast<const int&>(v));
-      case BOOLEAN: return element(static_cast<const bool&>(v) ? _TRUE : _FALSE);
-      case DOUBLE: return element(_REAL, static_cast<const double&>(v));
-      case STRING: return element(_STRING, static_cast<const std::string&>(v));
-      case DATE_TIME: return element(_DATE, date(v));
-      case BYTE_STRING: return element(_DATA, base64(v));
-      case STRUCT: return dict(v);
-      case ARRAY: return array(v);
-      case VOID: fail("can't encode void");
-    }
-    fail("can't encode value type");
+  std::unique_ptr<ticpp::Element> value(const Value& v) {
+    auto element = std::make_unique<ticpp::Element>(name(v));
+    fill(*element, v);
+    return element;
   }
 
  private:
   [[noreturn]] void fail(const char* text) const { throw malformed_property_list(file_, text); }
 
-  static Element element(const std::string& name) { return std::make_unique<ticpp::Element>(name); }
+  const std::string& name(const Value& v) const {
+    switch (v.get_type()) {
+      case INTEGER: return _INTEGER;
+      case BOOLEAN: return static_cast<const bool&>(v) ? _TRUE : _FALSE;
+      case DOUBLE: return _REAL;
+      case STRING: return _STRING;
+      case DATE_TIME: return _DATE;
+      case BYTE_STRING: return _DATA;
+      case STRUCT: return _DICT;
+      case ARRAY: return _ARRAY;
+      case VOID: fail("can't encode void");
+    }
+    fail("can't encode value type");
+  }
 
-  template <class T>
-  static Element element(const std::string& name, const T& text) {
-    Element made = element(name);
-    made->SetText(text);
-    return made;
+  void fill(ticpp::Element& e, const Value& v) {
+    switch (v.get_type()) {
+      case INTEGER: return e.SetText(static_cast<const int&>(v));
+      case DOUBLE: return e.SetText(static_cast<const double&>(v));
+      case STRING: return e.SetText(static_cast<const std::string&>(v));
+      case DATE_TIME: return e.SetText(date(v));
+      case BYTE_STRING: return e.SetText(base64(v));
+      case STRUCT: return fill_dict(e, v);
+      case ARRAY: return fill_array(e, v);
+      default: return;  // a boolean is its name
+    }
+  }
+
+  void fill_dict(ticpp::Element& dict, const value_struct& entries) {
+    for (const auto& entry : entries) {
+      ticpp::Element key(_KEY);
+      key.SetText(entry.first);
+      dict.LinkEndChild(&key);
+      append(dict, entry.second);
+    }
+  }
+
+  void fill_array(ticpp::Element& array, const value_array& items) {
+    for (const Value& item : items) append(array, item);
+  }
+
+  void append(ticpp::Element& parent, const Value& v) {
+    if (++depth_ >
+        PropertyList::kMaxDepth) {  // before a file is touched, and before the stack ends
+      throw ticpp::Exception("Couldn't save " + file_ + ": values nested deeper than 1023");
+    }
+    ticpp::Element element(name(v));
+    fill(element, v);
+    parent.LinkEndChild(&element);
+    --depth_;
   }
 
   // Kept: local time with a fixed "Z"; milliseconds are dropped.
@@ -84,27 +110,8 @@ class Encoder {
     return text;
   }
 
-  Element dict(const value_struct& entries) {
-    Element made = element(_DICT);
-    ++depth_;
-    for (const auto& entry : entries) {
-      made->LinkEndChild(element(_KEY, entry.first).get());
-      made->LinkEndChild(value(entry.second).get());
-    }
-    --depth_;
-    return made;
-  }
-
-  Element array(const value_array& items) {
-    Element made = element(_ARRAY);
-    ++depth_;
-    for (const Value& item : items) made->LinkEndChild(value(item).get());
-    --depth_;
-    return made;
-  }
-
   const std::string& file_;
-  int depth_ = 0;  // values around this one
+  int depth_ = 1;  // of the value at hand
 };
 
 class Decoder {
@@ -129,7 +136,8 @@ class Decoder {
       std::string name = text(*key, "expecting a key name, followed by a value element");
       const ticpp::Element* const v = key->NextSiblingElement(false);
       if (v == nullptr) fail("expecting a key name, followed by a value element");
-      entries.insert_or_assign(std::move(name), value(*v));  // Kept: the last of a name counts.
+      // Kept: the last of a name counts. The hint: files are written in the order of their keys.
+      entries.insert_or_assign(entries.end(), std::move(name), value(*v));
       key = v->NextSiblingElement(false);
     }
     return entries;
@@ -310,7 +318,8 @@ void PropertyList::encode(ticpp::Document& document) {
   ticpp::Element plist(_PLIST);
   plist.SetAttribute(_VERSION, "1.0");
   Lent list(properties);
-  plist.LinkEndChild(Element(encode_value(list.value())).get());
+  const std::unique_ptr<ticpp::Element> dict(encode_value(list.value()));
+  plist.LinkEndChild(dict.get());
   document.LinkEndChild(&declaration);
   document.LinkEndChild(&plist);
 }

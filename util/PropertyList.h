@@ -66,6 +66,10 @@ class UTIL_EXPORT PropertyList {
   using value_struct = std::map<std::string, Value>;
   using value_array = std::vector<Value>;
 
+  // How many values a list may hold in one another, itself counted: the XML library reads 1,024
+  // elements, one of them "plist".
+  static constexpr int kMaxDepth = 1023;
+
   // An empty list; nothing is loaded.
   explicit PropertyList(const std::string& path) : file(path) {}
   explicit PropertyList(const char* path) : file(path) {}
@@ -76,8 +80,8 @@ class UTIL_EXPORT PropertyList {
   void load();
 
   // Makes the file the backup and writes a new file. Encoding comes first: what has no form in a
-  // property list throws malformed_property_list, and ticpp::Exception where it is nested deeper
-  // than load() would read (1,023 values in one another), and no file is touched. Afterwards a
+  // property list throws malformed_property_list, and ticpp::Exception where values are
+  // nested deeper than kMaxDepth, and no file is touched. Afterwards a
   // failed system call throws save_failed, "<file>: <the system's text>", failed writing of the
   // temporary ticpp::Exception; what was done before it stays done.
   //
