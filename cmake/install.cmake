@@ -1,1 +1,35 @@
 # SPDX-License-Identifier: MIT
+# What is installed, in two components: `runtime` (the shared library) and `dev`.
+
+include(CMakePackageConfigHelpers)
+
+set(nasutil_cmake_dir "${CMAKE_INSTALL_LIBDIR}/cmake/nasutil")
+
+install(
+  TARGETS nasutil nasutil_static
+  EXPORT nasutil
+  LIBRARY COMPONENT runtime NAMELINK_COMPONENT dev
+  ARCHIVE COMPONENT dev)
+install(EXPORT nasutil NAMESPACE nasutil:: FILE nasutilTargets.cmake
+        DESTINATION "${nasutil_cmake_dir}" COMPONENT dev)
+
+install(DIRECTORY util/ DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/nasutil/util" COMPONENT dev
+        FILES_MATCHING PATTERN "*.h")
+if(NOT NASUTIL_SYSTEM_TICPP)
+  install(FILES ticpp/ticpp.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/nasutil" COMPONENT dev)
+endif()
+
+configure_package_config_file(
+  cmake/nasutilConfig.cmake.in generated/nasutilConfig.cmake
+  INSTALL_DESTINATION "${nasutil_cmake_dir}" NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(generated/nasutilConfigVersion.cmake
+                                 COMPATIBILITY SameMajorVersion)
+install(FILES "${CMAKE_BINARY_DIR}/generated/nasutilConfig.cmake"
+              "${CMAKE_BINARY_DIR}/generated/nasutilConfigVersion.cmake" cmake/FindTinyXML.cmake
+        DESTINATION "${nasutil_cmake_dir}" COMPONENT dev)
+
+# Relative to the file itself, so that an install tree can be moved.
+file(RELATIVE_PATH nasutil_pc_prefix "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
+configure_file(cmake/nasutil.pc.in generated/nasutil.pc @ONLY)
+install(FILES "${CMAKE_BINARY_DIR}/generated/nasutil.pc"
+        DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT dev)

@@ -4,9 +4,11 @@
 #undef _FORTIFY_SOURCE
 #include "tests/support/clock.h"
 #include "tests/support/faults.h"
+#include "tests/support/network.h"
 #include "tests/support/real.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <ifaddrs.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -20,6 +22,7 @@
 
 #include <string>
 
+using support::fake_interfaces;
 using support::fault_for;
 using support::frozen_clock;
 using support::note_call;
@@ -146,6 +149,24 @@ int stat(const char* path, struct stat* to) {
   return fails("stat", path) ? -1 : REAL(stat)(redirected(path), to);
 }
 
+int open(const char* path, int flags, ...) {
+  va_list args;
+  va_start(args, flags);
+  const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) == 0 ? 0 : va_arg(args, mode_t);
+  va_end(args);
+  return fails("open", path) ? -1 : REAL(open)(path, flags, mode);
+}
+
+int fchown(int descriptor, uid_t owner, gid_t group) {
+  return fails("fchown") ? -1 : REAL(fchown)(descriptor, owner, group);
+}
+
+int fchmod(int descriptor, mode_t mode) {
+  return fails("fchmod") ? -1 : REAL(fchmod)(descriptor, mode);
+}
+
+int fsync(int descriptor) { return fails("fsync") ? -1 : REAL(fsync)(descriptor); }
+
 // ---- system log ----
 
 void syslog(int priority, const char* format, ...) {
@@ -219,10 +240,16 @@ char* strptime(const char* text, const char* format, struct tm* to) {
 
 // ---- network ----
 
-int getifaddrs(struct ifaddrs** to) { return fails("getifaddrs") ? -1 : REAL(getifaddrs)(to); }
+int getifaddrs(struct ifaddrs** to) {
+  if (fails("getifaddrs")) return -1;
+  support::FakeInterfaces* const fake = fake_interfaces();
+  return fake != nullptr ? fake->list(to) : REAL(getifaddrs)(to);
+}
 
 void freeifaddrs(struct ifaddrs* list) {
   note_call("freeifaddrs");
+  support::FakeInterfaces* const fake = fake_interfaces();
+  if (fake != nullptr) return fake->free_list(list);
   REAL(freeifaddrs)(list);
 }
 
@@ -235,7 +262,12 @@ int ioctl(int descriptor, unsigned long request, ...) {
   va_start(args, request);
   void* const argument = va_arg(args, void*);
   va_end(args);
-  return fails("ioctl") ? -1 : REAL(ioctl)(descriptor, request, argument);
+  if (fails("ioctl")) return -1;
+  support::FakeInterfaces* const fake = fake_interfaces();
+  if (fake != nullptr && request == SIOCGIFHWADDR) {
+    return fake->hardware_address(static_cast<ifreq*>(argument));
+  }
+  return REAL(ioctl)(descriptor, request, argument);
 }
 
 // A close that fails has closed the descriptor all the same.

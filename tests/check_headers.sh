@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
+# Compiles each public header alone, without a warning, with both compilers in every mode from
+# C++14 to C++23.
+#
+#   check_headers.sh <source folder>
+set -euo pipefail
+cd "$1"
+
+compile() {
+  "$1" "-std=$2" -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I. -Iticpp -x c++ \
+    -include "$3" /dev/null || { echo "FAILED: $1 -std=$2 $3"; return 1; }
+}
+export -f compile
+
+headers=(util/*.h ticpp/*.h)
+for compiler in g++ clang++; do
+  for mode in c++14 c++17 c++20 c++2b; do
+    printf "$compiler $mode %s\n" "${headers[@]}"
+  done
+done | xargs -P "$(nproc)" -L 1 bash -c 'compile "$@"' compile
+echo "${#headers[@]} headers compile alone in every mode"

@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
+# Makes the Debian packages and looks at what they say and hold.
+#
+#   check_packages.sh <build folder> <version>
+set -euo pipefail
+build=$1
+version=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+(cd "$build" && cpack -G DEB -B "$work" >"$work/log" 2>&1) || { cat "$work/log"; exit 1; }
+
+fail() { echo "FAILED: $1"; exit 1; }
+field() { dpkg-deb -f "$work"/"$1"_"$version"_*.deb "$2"; }
+holds() { dpkg-deb -c "$work"/"$1"_"$version"_*.deb | grep -qE "$2" || fail "$1 has no $2"; }
+
+holds libnasutil1 '/libnasutil\.so\.1 -> libnasutil\.so\.1\.[0-9.]+$'
+[[ $(field libnasutil1 Depends) == *libtinyxml* ]] || fail "libnasutil1 does not depend on TinyXML"
+[[ $(field libnasutil1 Depends) == *libssl* ]] || fail "libnasutil1 does not depend on libcrypto"
+[[ $(dpkg-deb -I "$work"/libnasutil1_*.deb shlibs) == "libnasutil 1 libnasutil1"* ]] || fail shlibs
+holds libnasutil-dev '/libnasutil\.so -> libnasutil\.so\.1$'
+holds libnasutil-dev '/libnasutil\.a$'
+holds libnasutil-dev '/include/nasutil/util/util\.h$'
+holds libnasutil-dev '/include/nasutil/ticpp\.h$'
+holds libnasutil-dev '/pkgconfig/nasutil\.pc$'
+holds libnasutil-dev '/cmake/nasutil/nasutilConfig\.cmake$'
+[[ $(field libnasutil-dev Depends) == *"libnasutil1 (= $version)"* ]] || fail "libnasutil-dev Depends"
+soname=$(objdump -p "$build/libnasutil.so" | awk '/SONAME/ {print $2}')
+[ "$soname" = libnasutil.so.1 ] || fail "SONAME is $soname"
+echo "the packages are as they should be"
