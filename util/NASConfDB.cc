@@ -3,8 +3,7 @@
 
 #include "settings.h"
 
-#include <string.h>
-
+#include <cstring>
 #include <initializer_list>
 #include <iostream>
 #include <utility>

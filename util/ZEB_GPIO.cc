@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "util/ZEB_GPIO.h"
 
-#include <stdio.h>
-
+#include <cstdio>
 #include <iterator>
 #include <memory>
 
@@ -36,12 +35,12 @@ void ZEB_GPIO::refresh() {
   if (!request(kStatusRegister)) return;
   const File dump(fopen(kRegisterDump, "r"));
   if (dump == nullptr) return;
-  if (fscanf(dump.get(), "%x", &value) != 1) value = 0;
+  if (fscanf(dump.get(), "%x", &value) != 1) value = 0;  // NOLINT(cert-err34-c): 32 bits, no more
 }
 
 bool ZEB_GPIO::getPin(Pin pin) const {
   const auto index = static_cast<size_t>(pin);
-  return index < std::size(kBits) && (value >> kBits[index] & 1) != 0;
+  return index < std::size(kBits) && ((value >> kBits[index]) & 1) != 0;
 }
 
 }  // namespace util

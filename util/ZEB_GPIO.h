@@ -23,7 +23,7 @@ class UTIL_EXPORT ZEB_GPIO {
   enum HardwareRevision : int { Revision2, Revision3 };
   enum Temperature : int { Unknown, Low, Middle, High };
 
-  ZEB_GPIO() : value(0) {}
+  ZEB_GPIO() = default;
 
   // Takes a new sample.
   void refresh();
@@ -47,7 +47,7 @@ class UTIL_EXPORT ZEB_GPIO {
   Temperature high() const { return getPin(TemperatureMiddle) ? High : Unknown; }
   Temperature below_high() const { return getPin(TemperatureMiddle) ? Middle : Low; }
 
-  unsigned int value;
+  unsigned int value = 0;
 };
 
 }  // namespace util
