@@ -25,7 +25,7 @@ enum NASShareStatus : int { NoStatus, Active, Suspended };
 enum NASShareLocation : int { NoLocation, InternalShare, ExternalShare };
 enum NASAccessType : int { None, ReadOnly, Full };
 
-// A share whose files may be anywhere.
+// Asked where a share is whose location is not known.
 class UTIL_EXPORT bad_location : public std::exception {
  public:
   const char* what() const noexcept override;

@@ -5,8 +5,8 @@
 
 namespace util {
 
-// The board's status lines, as of the last refresh(). Reports no errors: on a board that cannot be
-// asked every line is low.
+// The board's status lines as of the last refresh(), which asks the kernel for them through
+// /proc/resource_dump. Reports no errors: on a board that cannot be asked every line is low.
 //
 // Two objects that refresh at the same time may see each other's answer.
 class UTIL_EXPORT ZEB_GPIO {
