@@ -22,6 +22,7 @@ holds libnasutil-dev '/libnasutil\.so -> libnasutil\.so\.1$'
 holds libnasutil-dev '/libnasutil\.a$'
 holds libnasutil-dev '/include/nasutil/util/util\.h$'
 holds libnasutil-dev '/include/nasutil/ticpp\.h$'
+holds libnasutil-dev '/share/nasutil/nas_conf_db\.rng$'
 holds libnasutil-dev '/pkgconfig/nasutil\.pc$'
 holds libnasutil-dev '/cmake/nasutil/nasutilConfig\.cmake$'
 [[ $(field libnasutil-dev Depends) == *"libnasutil1 (= $version)"* ]] || fail "libnasutil-dev Depends"
