@@ -154,9 +154,15 @@ void logger::flush() {
 }
 
 void logger::set_checkpoint(const char* file, int line) {
-  char number[16];
-  char* const end = std::to_chars(number, std::end(number), line).ptr;
-  checkpoint.assign(or_null(file)).append(1, ':').append(number, end);
+  file = or_null(file);
+  char number[16];  // ":", the line
+  char* const end = std::to_chars(number + 1, std::end(number), line).ptr;
+  number[0] = ':';
+  const size_t length = strlen(file);
+  const auto digits = static_cast<size_t>(end - number);
+  checkpoint.resize(length + digits);
+  memcpy(checkpoint.data(), file, length);
+  memcpy(checkpoint.data() + length, number, digits);
 }
 
 void logger::logp(category c, const char* where, const char* file, int line, const char* format,
@@ -228,7 +234,7 @@ file_publisher::~file_publisher() { close(); }
 
 int file_publisher::publish(category& c, const char* where, const char* format, va_list args) {
   if (file == nullptr) return 0;
-  const int header = fprintf(file, kHeader, Stamp().text(), where, c.name().c_str());
+  const int header = fprintf(file, kHeader, Stamp().text(), where, c._name.c_str());
   const int message = vfprintf(file, format, args);
   fputc('\n', file);
   return header + message + 1;
@@ -248,7 +254,7 @@ console_publisher::console_publisher() : file_publisher(stderr) {}
 int syslog_publisher::publish(category& c, const char* where, const char* format, va_list args) {
   char buffer[1024];
   const int header =
-      snprintf(buffer, sizeof buffer, kHeader, Stamp().text(), where, c.name().c_str());
+      snprintf(buffer, sizeof buffer, kHeader, Stamp().text(), where, c._name.c_str());
   syslog(LOG_INFO, "%s", buffer);
   const int message = vsnprintf(buffer, sizeof buffer, format, args);
   syslog(LOG_INFO, "%s", buffer);

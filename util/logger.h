@@ -61,6 +61,9 @@ class UTIL_EXPORT category {
   static std::vector<category*> categories();
 
  private:
+  friend class file_publisher;  // these print the name without a copy
+  friend class syslog_publisher;
+
   category(uint64_t mask, std::string& name);
 
   static int register_category(category* c, std::string& name);
