@@ -683,12 +683,17 @@ class Second : public Base, public Event {
   void run(utime_t) override {}
 };
 
-class alignas(64) Aligned : public Event {
- public:
-  void run(utime_t) override {}
-};
-
 }  // namespace
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"  // what is tested
+TEST(Event, IsDeletedWholeAsAnEventWithoutItsDestructor) {
+  Large::destroyed = 0;
+  Event* const event = new Large;
+  delete event;
+  EXPECT_EQ(0, Large::destroyed);
+}
+#pragma GCC diagnostic pop
 
 TEST_F(SuperLoopTest, ReleasesARunEventWithoutItsDestructor) {
   Large::destroyed = Large::runs = 0;
@@ -718,11 +723,10 @@ TEST_F(SuperLoopTest, ReleasesEventsOfEveryShape) {
   Work work(clock);
   loop.addEvent(&work);
   loop.addEvent(new Second, 0);
-  loop.addEvent(new Aligned, 0);
   loop.addEvent(new (std::nothrow) Large, 0);
   clock.advance(1);
   loop.runLoop(0);
-  EXPECT_EQ(3U, messages_with("trigger event").size());
+  EXPECT_EQ(2U, messages_with("trigger event").size());
 }
 
 TEST_F(SuperLoopTest, DoesNotOwnSubLoops) {

@@ -19,7 +19,8 @@ class UTIL_EXPORT Event {
   virtual void run(utime_t timeslice) = 0;
 
   // Unsized, so that an event of any size may be deleted as an Event. Always inline, so that
-  // compilers see it end the ordinary `new`.
+  // compilers see that it belongs to the ordinary `new`, which is why there is none beside it.
+  // NOLINTNEXTLINE(misc-new-delete-overloads,cert-dcl54-cpp)
   __attribute__((always_inline)) static void operator delete(void* p) { ::operator delete(p); }
 
  private:
@@ -29,7 +30,7 @@ class UTIL_EXPORT Event {
   struct Queued {
     Queued() = default;
     Queued(const Queued&) {}
-    Queued& operator=(const Queued&) { return *this; }
+    Queued& operator=(const Queued&) { return *this; }  // NOLINT(cert-oop54-cpp): no change
     ~Queued() = default;
 
     bool yes = false;

@@ -10,6 +10,7 @@
 namespace util {
 namespace {
 
+constexpr char kSource[] = "SuperLoop.cc";
 constexpr char kRunLoop[] = "virtual void util::SuperLoop::runLoop(util::utime_t)";
 constexpr char kAddLoop[] = "void util::SuperLoop::addEvent(util::EventLoop*)";
 constexpr char kRemoveLoop[] = "void util::SuperLoop::removeEvent(util::EventLoop*)";
@@ -46,7 +47,9 @@ void release(Event* event) {
 
 // Logs as the public function that is running, in whichever step of it. On one line each: compilers
 // differ in the number of a broken one.
-#define LOG_AS(cat, where, ...) logger->log(cat, where, "SuperLoop.cc", __LINE__, __VA_ARGS__)
+#define LOG_AS(cat, where, ...)                                                      \
+  (logger->isLoggable(cat) ? logger->log(cat, where, kSource, __LINE__, __VA_ARGS__) \
+                           : logger->drop(kSource, __LINE__))
 #define LOG(where, ...) LOG_AS(event_loop_debug(), where, __VA_ARGS__)
 
 // What is left of a pass.
