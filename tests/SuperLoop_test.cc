@@ -3,18 +3,21 @@
 
 #include "tests/support/clock.h"
 #include "tests/support/faults.h"
-#include "tests/support/files.h"
 
 #include <errno.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <stdlib.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <exception>
 #include <functional>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -22,7 +25,6 @@
 
 using namespace support;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::MatchesRegex;
 using util::Event;
 using util::EventLoop;
@@ -508,6 +510,23 @@ TEST_F(SuperLoopTest, RunsEventsInTheOrderOfTheirAdditionNotOfTheirExpiry) {
   EXPECT_THAT(ran, ElementsAre("later", "sooner"));
 }
 
+TEST_F(SuperLoopTest, RunsEventsAddedDuringAPassAfterThoseThatWait) {
+  Work work(clock);
+  Texts ran;
+  std::function<void(utime_t)> waiting = [&](utime_t) { ran.push_back("waiting"); };
+  std::function<void(utime_t)> fresh = [&](utime_t) { ran.push_back("fresh"); };
+  work.also = [&] {
+    for (int i = 0; i < 2; ++i) loop.addEvent(new Act(fresh), 0);
+    work.also = nullptr;
+  };
+  loop.addEvent(&work);
+  loop.addEvent(new Act(waiting), 10);
+  loop.runLoop(0);
+  clock.advance(11);
+  loop.runLoop(0);
+  EXPECT_THAT(ran, ElementsAre("waiting", "fresh", "fresh"));
+}
+
 TEST_F(SuperLoopTest, RunsAnEventOnceAfterItsMillisecond) {
   Work work(clock);
   int runs = 0;
@@ -727,6 +746,22 @@ TEST_F(SuperLoopTest, ReleasesEventsOfEveryShape) {
   clock.advance(1);
   loop.runLoop(0);
   EXPECT_EQ(2U, messages_with("trigger event").size());
+}
+
+// A program that ends within a pass destroys its static objects there.
+TEST_F(SuperLoopTest, ReleasesEventsAddedDuringAPassThatIsTheLast) {
+  Work work(clock);
+  EXPECT_EXIT(
+      {
+        static SuperLoop last(log);
+        last.addEvent(&work);
+        work.also = [] {
+          last.addEvent(new Large, 0);
+          exit(0);
+        };
+        last.runLoop(0);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 TEST_F(SuperLoopTest, DoesNotOwnSubLoops) {
