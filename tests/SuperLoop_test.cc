@@ -756,7 +756,7 @@ TEST_F(SuperLoopTest, ReleasesEventsAddedDuringAPassThatIsTheLast) {
         static SuperLoop last(log);
         last.addEvent(&work);
         work.also = [] {
-          last.addEvent(new Large, 0);
+          for (int i = 0; i < 10; ++i) last.addEvent(new Large, 0);
           exit(0);
         };
         last.runLoop(0);
