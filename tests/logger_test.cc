@@ -469,11 +469,10 @@ class SecondBase : public Before, public Mortal {
 // Numbers only: nothing to destroy, memory to release.
 class Trivial : public publisher {
  public:
-  int publish(category&, const char*, const char*, va_list) override { return ++count_; }
+  int publish(category&, const char*, const char*, va_list) override { return ++counts_[0]; }
 
  private:
-  int count_ = 0;
-  char space_[200] = {};
+  int counts_[50] = {};
 };
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <stdarg.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -77,6 +78,14 @@ class RollingFilePublisher : public testing::Test {
   const TempDir dir;
   const FrozenClock clock{kThen};
 };
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kAddressSanitizer = true;
+#elif defined(__has_feature)
+constexpr bool kAddressSanitizer = __has_feature(address_sanitizer);
+#else
+constexpr bool kAddressSanitizer = false;
+#endif
 
 constexpr char kNotice[] = "rotating log file\n";
 
@@ -601,4 +610,27 @@ TEST_F(RollingFilePublisher, WritesWithoutABufferOfItsOwnWhereItCannotBeSet) {
   EXPECT_EQ(2, fault.uses());
   EXPECT_EQ(entry("1") + entry("2") + kNotice, dir.read("x.0"));
   EXPECT_EQ(entry("3"), dir.read("x"));
+}
+
+TEST_F(RollingFilePublisher, WritesWithoutABufferOfItsOwnWhereMemoryIsShort) {
+  if (kAddressSanitizer) GTEST_SKIP() << "the address sanitizer ends the process instead";
+  in_child([] {
+    const TempDir here;
+    const FrozenClock then(kThen);
+    rlimit free_limit = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_AS, &free_limit));
+    const rlimit tight = {1, free_limit.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_AS, &tight));
+    void* volatile const refused = malloc(0x80000);
+    {
+      rolling_file_publisher log(here.file("x").c_str(), 40, 2);
+      publish(log, "1");
+      publish(log, "2");
+      publish(log, "3");
+    }
+    ASSERT_EQ(0, setrlimit(RLIMIT_AS, &free_limit));
+    EXPECT_EQ(nullptr, refused);
+    EXPECT_EQ(entry("1") + entry("2") + kNotice, here.read("x.0"));
+    EXPECT_EQ(entry("3"), here.read("x"));
+  });
 }

@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "util/logger.h"
 
-#include <assert.h>
-#include <limits.h>
-#include <stdlib.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <syslog.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cassert>
 #include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <iterator>
 #include <map>
 #include <utility>
@@ -29,14 +29,10 @@ int max_id = 0;                   // the last identity handed out or claimed
 Registry& registry() {
   if (gcategories == nullptr) {
     gcategories = new Registry;
-    new category[6]{
-        {0x1,        0, "WARNING"},
-        {0x3, 1, "INFO"},
-        {0x7,        2, "DEBUG"},
-        {"MEMORY"   },
-        {"TIMING"       },
-        {"EVENT LOOP"  }
-    };
+    new category(0x1, 0, "WARNING");
+    new category(0x3, 1, "INFO");
+    new category(0x7, 2, "DEBUG");
+    for (const char* const name : {"MEMORY", "TIMING", "EVENT LOOP"}) new category(name);
   }
   return *gcategories;
 }
@@ -102,8 +98,6 @@ void category::claim_category(category* c, unsigned int id, std::string& name) {
   max_id = static_cast<int>(id);  // Kept: no maximum; a late claim moves the counter back.
 }
 
-duplicate_category::~duplicate_category() = default;
-
 const char* duplicate_category::what() const noexcept { return "duplicate category"; }
 
 // ---- logger ----
@@ -114,9 +108,7 @@ logger::logger(const std::string& own_name, logger* above)
       name(own_name),
       parent(above),
       _useParentPublisher(above != nullptr),
-      amRoot(above == nullptr),
-      autoFlush(false),
-      checkpointing_on(true) {}
+      amRoot(above == nullptr) {}
 
 logger* logger::rootLogger() {
   static logger* root = nullptr;
@@ -230,7 +222,7 @@ void publisher::flush() {}
 
 file_publisher::file_publisher(FILE* stream) : file(stream) {}
 
-file_publisher::~file_publisher() { close(); }
+file_publisher::~file_publisher() { close_file(); }
 
 int file_publisher::publish(category& c, const char* where, const char* format, va_list args) {
   if (file == nullptr) return 0;
@@ -244,7 +236,7 @@ void file_publisher::flush() {
   if (file != nullptr) fflush(file);
 }
 
-void file_publisher::close() {
+void file_publisher::close_file() {
   if (file != nullptr) fclose(file);
   file = nullptr;
 }
@@ -261,39 +253,38 @@ int syslog_publisher::publish(category& c, const char* where, const char* format
   return header + message;
 }
 
-rolling_file_publisher::rolling_file_publisher(const char* name, off_t limit, size_t count)
+rolling_file_publisher::rolling_file_publisher(const char* path, off_t limit, size_t count)
     : file_publisher(nullptr),
-      logname(name),
+      logname(path),
       maxsize(limit),
-      logsize(0),
       logcount(count),
       buffer(static_cast<char*>(malloc(kBufferSize))) {
-  append();
+  open_to_append();
 }
 
 // Closed before its buffer goes: closing writes what is left.
 rolling_file_publisher::~rolling_file_publisher() {
-  close();
+  close_file();
   free(buffer);
 }
 
 int rolling_file_publisher::publish(category& c, const char* where, const char* format,
                                     va_list args) {
-  if (file == nullptr) append();
+  if (file == nullptr) open_to_append();
   const int written = file_publisher::publish(c, where, format, args);
   logsize += written;
   if (maxsize > 0 && logsize > maxsize) rotate_logs();
   return written;
 }
 
-void rolling_file_publisher::open(const char* mode) {
+void rolling_file_publisher::open_log(const char* mode) {
   file = fopen(logname.c_str(), mode);
   if (file != nullptr) setvbuf(file, buffer, _IOFBF, kBufferSize);
   logsize = 0;
 }
 
-void rolling_file_publisher::append() {
-  open("a");
+void rolling_file_publisher::open_to_append() {
+  open_log("a");
   struct stat present = {};
   if (file != nullptr && stat(logname.c_str(), &present) == 0) logsize = present.st_size;
 }
@@ -302,12 +293,12 @@ void rolling_file_publisher::rotate_logs() {
   if (logcount > 1) {
     fprintf(file, "rotating log file\n");
     fflush(file);
-    close();
+    close_file();
     shift_logs();
   } else {
-    close();  // Kept: neither notice nor old file; the file is emptied in place.
+    close_file();  // Kept: neither notice nor old file; the file is emptied in place.
   }
-  open("w");
+  open_log("w");
 }
 
 // Moves each old file to the next number, from the oldest down, and the log itself to number 0.

@@ -11,13 +11,13 @@
 
 #include "util/export.h"
 
-#include <stdarg.h>
-#include <stddef.h>
-#include <stdint.h>
-#include <stdio.h>
 #include <sys/types.h>
 
 #include <bitset>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
 #include <exception>
 #include <memory>
 #include <string>
@@ -78,7 +78,7 @@ class UTIL_EXPORT category {
 // identity of the first.
 class UTIL_EXPORT duplicate_category : public std::exception {
  public:
-  ~duplicate_category() override;
+  ~duplicate_category() override = default;
   const char* what() const noexcept override;
 };
 
@@ -119,7 +119,7 @@ class UTIL_EXPORT file_publisher : public publisher {
   virtual ~file_publisher();
 
  protected:
-  void close();  // leaves a null stream
+  void close_file();  // leaves a null stream
 
   FILE* file;
 };
@@ -137,31 +137,33 @@ class UTIL_EXPORT syslog_publisher : public publisher {
   int publish(category& c, const char* where, const char* format, va_list args) override;
 };
 
-// Appends entries to a file and moves it away once it has grown past a limit: <logname>.0 is the
-// newest old file, <logname>.<logcount - 1> the oldest, which the next rotation replaces.
+// Appends entries to a file and moves it away once it has grown past a limit: <path>.0 is the
+// newest old file, <path>.<count - 1> the oldest, which the next rotation replaces.
 //
 // Owns the stream and its buffer of 512 KiB: entries reach the disk on flush(), on rotation, when
 // the buffer is full and on destruction. While the file cannot be opened, entries are dropped
 // (publish() returns 0) and each further entry tries again.
 class UTIL_EXPORT rolling_file_publisher : public file_publisher {
  public:
-  // `maxsize` in bytes; 0 or less never rotates. A `logcount` of 0 or 1 keeps no old file: the file
-  // is emptied in place. An existing file is appended to and its size counted.
-  rolling_file_publisher(const char* logname, off_t maxsize, size_t logcount);
+  // `limit` in bytes; 0 or less never rotates. A `count` of 0 or 1 keeps no old file: the file is
+  // emptied in place. An existing file is appended to and its size counted.
+  rolling_file_publisher(const char* path, off_t limit, size_t count);
+  rolling_file_publisher(const rolling_file_publisher&) = delete;
+  rolling_file_publisher& operator=(const rolling_file_publisher&) = delete;
   ~rolling_file_publisher() override;
 
   // The entry that crosses the limit still goes to the old file.
   int publish(category& c, const char* where, const char* format, va_list args) override;
 
  private:
-  void open(const char* mode);
-  void append();
+  void open_log(const char* mode);
+  void open_to_append();
   void rotate_logs();
   void shift_logs() const;
 
   std::string logname;
   const off_t maxsize;
-  off_t logsize;
+  off_t logsize = 0;
   const size_t logcount;
   char* buffer;
 };
@@ -229,7 +231,7 @@ class UTIL_EXPORT logger {
  private:
   using Destroy = void (*)(publisher*);
 
-  logger(const std::string& name, logger* parent);
+  logger(const std::string& own_name, logger* above);
   ~logger() = default;
 
   uint64_t enabled() const { return categories.to_ullong(); }
@@ -244,9 +246,9 @@ class UTIL_EXPORT logger {
   logger* parent;
   bool _useParentPublisher;
   bool amRoot;
-  bool autoFlush;
+  bool autoFlush = false;
   std::string checkpoint;
-  bool checkpointing_on;
+  bool checkpointing_on = true;
 };
 
 // Without a virtual destructor P is the publisher's very class, so nothing is left undestroyed.

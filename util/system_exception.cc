@@ -1,16 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "util/system_exception.h"
 
-#include <errno.h>
-#include <string.h>
+#include <cerrno>
+#include <cstring>
 
 namespace util {
 
 system_exception::system_exception() : err(errno) {}
 
 system_exception::system_exception(int error) : err(error) {}
-
-system_exception::~system_exception() = default;
 
 const char* system_exception::what() const noexcept { return strerror(err); }
 

@@ -12,7 +12,7 @@ class UTIL_EXPORT system_exception : public std::exception {
  public:
   system_exception();  // takes the current errno
   explicit system_exception(int error);
-  ~system_exception() override;
+  ~system_exception() override = default;
 
   // The system's text for the error. Not copied: the next call that asks for a text may change it.
   const char* what() const noexcept override;

@@ -2,8 +2,7 @@
 // The two types that the whole library shares.
 #pragma once
 
-#include <stdint.h>
-
+#include <cstdint>
 #include <string>
 
 namespace util {
@@ -13,6 +12,6 @@ using byte_string = std::basic_string<unsigned char>;
 
 // Milliseconds. Instants count from the Unix epoch, durations use the same unit. Arithmetic is
 // unsigned: a difference taken the wrong way round wraps instead of going negative.
-using utime_t = uint64_t;
+using utime_t = std::uint64_t;
 
 }  // namespace util

@@ -4,6 +4,7 @@
 #undef _FORTIFY_SOURCE
 #include "tests/support/clock.h"
 #include "tests/support/faults.h"
+#include "tests/support/network.h"
 #include "tests/support/real.h"
 
 #include <errno.h>
@@ -20,6 +21,7 @@
 
 #include <string>
 
+using support::fake_interfaces;
 using support::fault_for;
 using support::frozen_clock;
 using support::note_call;
@@ -48,7 +50,8 @@ std::string formatted(const char* format, va_list args) {
 
 void log_to_system(int priority, const char* format, va_list args) {
   if (fails("syslog")) return;
-  if (!support::capture_syslog(priority, formatted(format, args))) vsyslog(priority, format, args);
+  const std::string text = formatted(format, args);
+  if (!support::capture_syslog(priority, text)) REAL(syslog)(priority, "%s", text.c_str());
 }
 
 }  // namespace
@@ -219,10 +222,16 @@ char* strptime(const char* text, const char* format, struct tm* to) {
 
 // ---- network ----
 
-int getifaddrs(struct ifaddrs** to) { return fails("getifaddrs") ? -1 : REAL(getifaddrs)(to); }
+int getifaddrs(struct ifaddrs** to) {
+  if (fails("getifaddrs")) return -1;
+  support::FakeInterfaces* const fake = fake_interfaces();
+  return fake != nullptr ? fake->list(to) : REAL(getifaddrs)(to);
+}
 
 void freeifaddrs(struct ifaddrs* list) {
   note_call("freeifaddrs");
+  support::FakeInterfaces* const fake = fake_interfaces();
+  if (fake != nullptr) return fake->free_list(list);
   REAL(freeifaddrs)(list);
 }
 
@@ -235,7 +244,12 @@ int ioctl(int descriptor, unsigned long request, ...) {
   va_start(args, request);
   void* const argument = va_arg(args, void*);
   va_end(args);
-  return fails("ioctl") ? -1 : REAL(ioctl)(descriptor, request, argument);
+  if (fails("ioctl")) return -1;
+  support::FakeInterfaces* const fake = fake_interfaces();
+  if (fake != nullptr && request == SIOCGIFHWADDR) {
+    return fake->hardware_address(static_cast<ifreq*>(argument));
+  }
+  return REAL(ioctl)(descriptor, request, argument);
 }
 
 // A close that fails has closed the descriptor all the same.

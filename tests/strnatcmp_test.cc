@@ -1,0 +1,358 @@
+// SPDX-License-Identifier: MIT
+#include "util/strnatcmp.h"
+
+#include "tests/support/files.h"
+#include "tests/support/real.h"
+
+#include <ctype.h>
+#include <locale.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct Row {
+  std::string a;
+  std::string b;
+  int expected;
+};
+
+template <size_t n>
+void expect_rows(int (*compare)(const nat_char*, const nat_char*), const Row (&rows)[n]) {
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.a) + " and " + testing::PrintToString(row.b));
+    EXPECT_EQ(row.expected, compare(row.a.c_str(), row.b.c_str()));
+    EXPECT_EQ(-row.expected, compare(row.b.c_str(), row.a.c_str()));
+  }
+}
+
+// ---- the rules once more, step by step, equal runs compared again at each of their digits ----
+
+int naive_right(const std::string& a, size_t i, const std::string& b, size_t j) {
+  int bias = 0;
+  for (;; ++i, ++j) {
+    const bool a_digit = i < a.size() && a[i] >= '0' && a[i] <= '9';
+    const bool b_digit = j < b.size() && b[j] >= '0' && b[j] <= '9';
+    if (!a_digit && !b_digit) return bias;
+    if (!a_digit) return -1;
+    if (!b_digit) return 1;
+    if (a[i] < b[j] && bias == 0) bias = -1;
+    if (a[i] > b[j] && bias == 0) bias = 1;
+  }
+}
+
+int naive_left(const std::string& a, size_t i, const std::string& b, size_t j) {
+  for (;; ++i, ++j) {
+    const bool a_digit = i < a.size() && a[i] >= '0' && a[i] <= '9';
+    const bool b_digit = j < b.size() && b[j] >= '0' && b[j] <= '9';
+    if (!a_digit && !b_digit) return 0;
+    if (!a_digit) return -1;
+    if (!b_digit) return 1;
+    if (a[i] < b[j]) return -1;
+    if (a[i] > b[j]) return 1;
+  }
+}
+
+bool naive_space(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+int naive_compare(const std::string& a, const std::string& b, bool fold) {
+  for (size_t i = 0, j = 0;; ++i, ++j) {
+    int ca = i < a.size() ? static_cast<unsigned char>(a[i]) : 0;
+    while (naive_space(ca)) ca = ++i < a.size() ? static_cast<unsigned char>(a[i]) : 0;
+    int cb = j < b.size() ? static_cast<unsigned char>(b[j]) : 0;
+    while (naive_space(cb)) cb = ++j < b.size() ? static_cast<unsigned char>(b[j]) : 0;
+    if (ca >= '0' && ca <= '9' && cb >= '0' && cb <= '9') {
+      const bool fractional = ca == '0' || cb == '0';
+      const int result = fractional ? naive_left(a, i, b, j) : naive_right(a, i, b, j);
+      if (result != 0) return result;
+    }
+    if (ca == 0 && cb == 0) return 0;
+    if (fold && ca >= 'a' && ca <= 'z') ca -= 'a' - 'A';
+    if (fold && cb >= 'a' && cb <= 'z') cb -= 'a' - 'A';
+    if (ca < cb) return -1;
+    if (ca > cb) return 1;
+  }
+}
+
+std::vector<std::string> all_texts(const std::string& alphabet, size_t length) {
+  std::vector<std::string> texts = {""};
+  for (size_t first = 0; length > 0; --length) {
+    const size_t end = texts.size();
+    for (; first < end; ++first) {
+      for (const char c : alphabet) texts.push_back(texts[first] + c);
+    }
+  }
+  return texts;
+}
+
+// Turns on a locale of eight-bit characters with other rules for 'i', made on the spot.
+class TurkishLocale {
+ public:
+  TurkishLocale() {
+    const std::string command = "localedef -i tr_TR -f ISO-8859-9 " + dir_.file("tr_TR.ISO-8859-9");
+    if (system((command + " >/dev/null 2>&1").c_str()) != 0) return;
+    setenv("LOCPATH", dir_.path().c_str(), 1);
+    on_ = setlocale(LC_CTYPE, "tr_TR.ISO-8859-9") != nullptr;
+  }
+  ~TurkishLocale() {
+    setlocale(LC_CTYPE, "C");
+    unsetenv("LOCPATH");
+  }
+  TurkishLocale(const TurkishLocale&) = delete;
+  TurkishLocale& operator=(const TurkishLocale&) = delete;
+
+  bool on() const { return on_; }
+
+ private:
+  support::TempDir dir_;
+  bool on_ = false;
+};
+
+// What the classification was asked with.
+int lowest_argument = 0;
+int highest_argument = 0;
+
+int noted(int argument) {
+  lowest_argument = std::min(lowest_argument, argument);
+  highest_argument = std::max(highest_argument, argument);
+  return argument;
+}
+
+}  // namespace
+
+#pragma GCC visibility push(default)  // seen by the library under test
+extern "C" int isspace(int c) noexcept { return REAL(isspace)(noted(c)); }
+extern "C" int toupper(int c) noexcept { return REAL(toupper)(noted(c)); }
+#pragma GCC visibility pop
+
+TEST(Strnatcmp, ComparesRunsOfDigitsByValue) {
+  const Row rows[] = {
+      {"file2", "file10", -1},
+      {"x100",  "x99",    1 },
+      {"x19",   "x21",    -1},
+      {"x219",  "x221",   -1},
+      {"9",     "10a",    -1},
+      {"1a2",   "1a10",   -1},
+  };
+  expect_rows(strnatcmp, rows);
+}
+
+TEST(Strnatcmp, ComparesRunsWithALeadingZeroFromTheLeft) {
+  const Row rows[] = {
+      {"a1b",   "a01b", 1 },
+      {"1.002", "1.01", -1},
+      {"0",     "00",   -1},
+      {"01",    "010",  -1},
+      {"02",    "010",  1 },
+      {"09",    "1",    -1},
+      {"0",     "0a",   -1},
+  };
+  expect_rows(strnatcmp, rows);
+}
+
+TEST(Strnatcmp, LetsAZeroInsideARunCountAsADigit) {
+  const Row rows[] = {
+      {"100", "20",  1 },
+      {"101", "110", -1},
+      {"10",  "10",  0 },
+      {"200", "200", 0 },
+  };
+  expect_rows(strnatcmp, rows);
+}
+
+TEST(Strnatcmp, IgnoresWhiteSpaceEverywhere) {
+  const Row rows[] = {
+      {" abc",         "abc  ", 0 },
+      {"a  b",         "ab",    0 },
+      {"\t\n\v\f\r a", "a",     0 },
+      {"   ",          "",      0 },
+      {"a \t1",        "a1",    0 },
+      {"1 2",          "12",    -1},
+      {"1 2",          "1 10",  -1},
+      {"a b",          "a  c",  -1},
+  };
+  expect_rows(strnatcmp, rows);
+}
+
+TEST(Strnatcmp, TellsUpperFromLowerCase) {
+  const Row rows[] = {
+      {"abc", "abc", 0},
+      {"abc", "ABC", 1},
+      {"a",   "B",   1},
+      {"a",   "_",   1},
+  };
+  expect_rows(strnatcmp, rows);
+}
+
+TEST(Strnatcasecmp, FoldsToUpperCase) {
+  const Row rows[] = {
+      {"abc",    "ABC",    0 },
+      {"a",      "B",      -1},
+      {"a",      "_",      -1},
+      {"A",      "_",      -1},
+      {"File 2", "fILE10", -1},
+      {"x 01",   "X01",    0 },
+  };
+  expect_rows(strnatcasecmp, rows);
+}
+
+TEST(Strnatcmp, SetsAnEmptyTextFirst) {
+  const Row rows[] = {
+      {"",  "a",  -1},
+      {"",  "",   0 },
+      {"",  "0",  -1},
+      {"a", "ab", -1},
+  };
+  expect_rows(strnatcmp, rows);
+}
+
+TEST(Strnatcmp, ComparesBytesUnsigned) {
+  const Row rows[] = {
+      {"\xC3\xA9", "z",    1 },
+      {"\xFF",     "\x01", 1 },
+      {"\x80",     "\x7F", 1 },
+      {"\xC3",     "9",    1 },
+      {"\xC3",     "\xC4", -1},
+  };
+  expect_rows(strnatcmp, rows);
+  expect_rows(strnatcasecmp, rows);
+}
+
+TEST(Strnatcmp, TakesEveryByte) {
+  for (int one = 1; one < 256; ++one) {
+    for (int other = 1; other < 256; ++other) {
+      const std::string a(1, static_cast<char>(one));
+      const std::string b(1, static_cast<char>(other));
+      ASSERT_EQ(naive_compare(a, b, false), strnatcmp(a.c_str(), b.c_str())) << one << " " << other;
+      ASSERT_EQ(naive_compare(a, b, true), strnatcasecmp(a.c_str(), b.c_str()))
+          << one << " " << other;
+    }
+  }
+}
+
+TEST(Strnatcmp, ClassifiesNoNegativeBytes) {
+  lowest_argument = highest_argument = 0;
+  strnatcmp("\xC3", "\xFF");
+  strnatcasecmp("\xFF", "\xC3");
+  EXPECT_EQ(0, lowest_argument);
+  EXPECT_EQ(255, highest_argument);
+}
+
+TEST(Strnatcmp, ReturnsOneWhateverTheDistance) {
+  EXPECT_EQ(1, strnatcmp("z", "A"));
+  EXPECT_EQ(-1, strnatcmp("A", "z"));
+  EXPECT_EQ(1, strnatcmp("9", "1"));
+  EXPECT_EQ(1, strnatcmp("12345", "1"));
+}
+
+TEST(Strnatcmp, GoesOnBehindEqualRuns) {
+  const Row rows[] = {
+      {"123",    "123",    0 },
+      {"123a",   "123b",   -1},
+      {"001x2",  "001x10", -1},
+      {"12 3",   "12 04",  1 },
+      {"12  34", "12 34",  0 },
+  };
+  expect_rows(strnatcmp, rows);
+}
+
+TEST(Strnatcmp, FollowsTheRulesForEveryPairOfShortTexts) {
+  for (const auto& texts : {all_texts("019aA _\xC3", 3), all_texts("02 a", 5)}) {
+    for (const std::string& a : texts) {
+      for (const std::string& b : texts) {
+        ASSERT_EQ(naive_compare(a, b, false), strnatcmp(a.c_str(), b.c_str())) << a << "/" << b;
+        ASSERT_EQ(naive_compare(a, b, true), strnatcasecmp(a.c_str(), b.c_str())) << a << "/" << b;
+      }
+    }
+  }
+}
+
+TEST(Strnatcmp, FollowsTheRulesForRandomTexts) {
+  std::mt19937 random(20070301);
+  const std::string alphabet = "000112 \tabAB.\xFF";
+  const auto random_text = [&](size_t length) {
+    std::string text(length, '\0');
+    for (char& c : text) c = alphabet[random() % alphabet.size()];
+    return text;
+  };
+  for (int i = 0; i < 50000; ++i) {
+    const std::string start = random_text(random() % 12);  // in common, so that the rest counts
+    const std::string a = start + random_text(random() % 6);
+    const std::string b = start + random_text(random() % 6);
+    ASSERT_EQ(naive_compare(a, b, false), strnatcmp(a.c_str(), b.c_str())) << a << "/" << b;
+    ASSERT_EQ(naive_compare(a, b, true), strnatcasecmp(a.c_str(), b.c_str())) << a << "/" << b;
+  }
+}
+
+// Every text gets a rank by sorting; each pair must compare as the ranks do. That is symmetry and
+// transitivity at once. Texts, not places, are ranked: equal ones share a rank.
+TEST(Strnatcmp, OrdersConsistently) {
+  for (const auto compare : {strnatcmp, strnatcasecmp}) {
+    std::vector<std::string> texts = all_texts("019aA _", 3);
+    std::stable_sort(texts.begin(), texts.end(), [&](const std::string& a, const std::string& b) {
+      return compare(a.c_str(), b.c_str()) < 0;
+    });
+    std::vector<int> ranks = {0};
+    for (size_t i = 1; i < texts.size(); ++i) {
+      ranks.push_back(ranks.back() - compare(texts[i - 1].c_str(), texts[i].c_str()));
+    }
+    for (size_t i = 0; i < texts.size(); ++i) {
+      for (size_t j = 0; j < texts.size(); ++j) {
+        ASSERT_EQ((ranks[i] > ranks[j]) - (ranks[i] < ranks[j]),
+                  compare(texts[i].c_str(), texts[j].c_str()))
+            << texts[i] << "/" << texts[j];
+      }
+    }
+  }
+}
+
+// Comparing the run again at each digit would take 5 * 10^11 steps: far beyond the time limit.
+TEST(Strnatcmp, ComparesEqualRunsOfAMillionDigitsInLinearTime) {
+  for (const char digit : {'0', '7'}) {
+    const std::string run(1000000, digit);
+    EXPECT_EQ(0, strnatcmp(run.c_str(), std::string(run).c_str()));
+    EXPECT_EQ(-1, strnatcmp((run + "a").c_str(), (run + "b").c_str()));
+    EXPECT_EQ(1, strnatcasecmp((run + "1").c_str(), run.c_str()));
+  }
+}
+
+TEST(Strnatcmp, ReadsNothingBehindTheEnd) {
+  const std::vector<std::string> texts = {"", " ", "1", "0", "a ", "12", "a1"};
+  for (const std::string& a : texts) {
+    for (const std::string& b : texts) {
+      // Blocks of just the right size: the address sanitizer guards their ends.
+      char* const a_copy = strdup(a.c_str());
+      char* const b_copy = strdup(b.c_str());
+      EXPECT_EQ(naive_compare(a, b, false), strnatcmp(a_copy, b_copy));
+      free(a_copy);
+      free(b_copy);
+    }
+  }
+}
+
+TEST(Strnatcasecmp, FoldsAsTheCurrentLocaleDoes) {
+  EXPECT_EQ(0, strnatcasecmp("i", "I"));
+  EXPECT_EQ(1, strnatcasecmp("\xFD", "I"));
+  const TurkishLocale locale;
+  if (!locale.on()) GTEST_SKIP() << "localedef cannot make tr_TR.ISO-8859-9 (package locales)";
+  EXPECT_EQ(1, strnatcasecmp("i", "I"));
+  EXPECT_EQ(0, strnatcasecmp("i", "\xDD"));     // dotted
+  EXPECT_EQ(0, strnatcasecmp("\xFD", "I"));     // dotless
+  EXPECT_EQ(0, strnatcasecmp("\xE9", "\xC9"));  // e with acute accent
+  EXPECT_EQ(1, strnatcmp("\xE9", "\xC9"));
+}
+
+TEST(StrnatcmpDeathTest, RefusesNull) {
+  const char* const message =
+      "int strnatcmp0\\(const nat_char\\*, const nat_char\\*, int\\): Assertion `a && b' failed";
+  EXPECT_DEATH(strnatcmp(nullptr, "a"), message);
+  EXPECT_DEATH(strnatcmp("a", nullptr), message);
+  EXPECT_DEATH(strnatcasecmp(nullptr, nullptr), message);
+}
