@@ -13,6 +13,8 @@ set(NASUTIL_MODULES
     NASConfDB
     NetworkInterface
     PropertyList
+    PropertyList_durable
+    PropertyList_problems
     SuperLoop
     Timer
     Value

@@ -3,6 +3,7 @@
 // passes on to the real one, and can be counted, recorded and made to fail.
 //
 //   fopen fclose fflush setvbuf fscanf fprintf vfprintf fputc rename link unlink stat syslog
+//   open fchown fchmod fsync
 //   gettimeofday nanosleep time localtime_r mktime strftime strptime
 //   getifaddrs freeifaddrs socket ioctl close
 #pragma once

@@ -8,6 +8,7 @@
 #include "tests/support/real.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <ifaddrs.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -148,6 +149,24 @@ int unlink(const char* path) { return fails("unlink", path) ? -1 : REAL(unlink)(
 int stat(const char* path, struct stat* to) {
   return fails("stat", path) ? -1 : REAL(stat)(redirected(path), to);
 }
+
+int open(const char* path, int flags, ...) {
+  va_list args;
+  va_start(args, flags);
+  const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) == 0 ? 0 : va_arg(args, mode_t);
+  va_end(args);
+  return fails("open", path) ? -1 : REAL(open)(path, flags, mode);
+}
+
+int fchown(int descriptor, uid_t owner, gid_t group) {
+  return fails("fchown") ? -1 : REAL(fchown)(descriptor, owner, group);
+}
+
+int fchmod(int descriptor, mode_t mode) {
+  return fails("fchmod") ? -1 : REAL(fchmod)(descriptor, mode);
+}
+
+int fsync(int descriptor) { return fails("fsync") ? -1 : REAL(fsync)(descriptor); }
 
 // ---- system log ----
 

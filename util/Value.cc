@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: MIT
+#include "util/Value.h"
+
+#include "util/datetime.h"
+
+#include <iostream>
+#include <iterator>
+
+namespace util {
+namespace {
+
+// By Type. Printing does not use this table: there VOID is "*VOID*".
+constexpr const char* kTypeNames[] = {"INTEGER",     "BOOLEAN", "DOUBLE", "STRING", "DATE_TIME",
+                                      "BYTE_STRING", "STRUCT",  "ARRAY",  "VOID"};
+static_assert(std::size(kTypeNames) == VOID + 1, "one name a Type");
+
+std::string type_name(Type type) {
+  return type >= INTEGER && type <= VOID ? kTypeNames[type] : "<<invalid type>>";
+}
+
+}  // namespace
+
+type_exception::type_exception(std::string text) : msg(std::move(text)) {}
+
+const char* type_exception::what() const noexcept { return msg.c_str(); }
+
+Value::Value(const Value& from) : type(from.type) {
+  switch (type) {  // Kept: only the payload that the kind names, unlike assignment.
+    case INTEGER: value._int = from.value._int; break;
+    case BOOLEAN: value._bool = from.value._bool; break;
+    case DOUBLE: value._double = from.value._double; break;
+    case STRING: _string = from._string; break;
+    case DATE_TIME: value._date = from.value._date; break;
+    case BYTE_STRING: _bytes = from._bytes; break;
+    case STRUCT: _struct = from._struct; break;
+    case ARRAY: _array = from._array; break;
+    case VOID: break;
+  }
+}
+
+Value::Value(Value&& from) noexcept : type(from.type) {
+  switch (type) {
+    case INTEGER: value._int = from.value._int; break;
+    case BOOLEAN: value._bool = from.value._bool; break;
+    case DOUBLE: value._double = from.value._double; break;
+    case STRING: _string = std::move(from._string); break;
+    case DATE_TIME: value._date = from.value._date; break;
+    case BYTE_STRING: _bytes = std::move(from._bytes); break;
+    case STRUCT: _struct = std::move(from._struct); break;
+    case ARRAY: _array = std::move(from._array); break;
+    case VOID: break;
+  }
+}
+
+Value& Value::operator=(const Value& from) {
+  if (this == &from) return *this;
+  Value copy;  // Kept: all six members whatever the kind, unlike the copy constructor.
+  copy.type = from.type;
+  copy.value = from.value;
+  copy._string = from._string;
+  copy._bytes = from._bytes;
+  copy._struct = from._struct;
+  copy._array = from._array;
+  return *this = std::move(copy);
+}
+
+Value& Value::operator=(Value&& from) noexcept {
+  if (this == &from) return *this;
+  value_struct entries = std::move(from._struct);
+  value_array elements = std::move(from._array);
+  type = from.type;
+  value = from.value;
+  _string = std::move(from._string);
+  _bytes = std::move(from._bytes);
+  _struct = std::move(entries);  // Last: `from` may be an element of what is replaced here.
+  _array = std::move(elements);
+  return *this;
+}
+
+void Value::report_mismatch(Type expected) const {
+  const std::string text = type_name(type) + " is not " + type_name(expected);
+  std::cerr << text << std::endl;
+  throw type_exception(text);
+}
+
+namespace {
+
+void print_bytes(std::ostream& os, const byte_string& bytes) {
+  os.width(2);  // Kept: once, so that only the first byte gets two digits; 0A 0B is "0a:b".
+  os.fill('0');
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    os << std::hex << unsigned{bytes[i]};
+    if (i + 1 < bytes.size()) os << ':';
+  }
+}
+
+void print_struct(std::ostream& os, const value_struct& entries) {
+  os << "(";
+  const char* separator = "";
+  for (const auto& entry : entries) {
+    os << separator << '"' << entry.first << "\" = " << entry.second;
+    separator = ", ";
+  }
+  os << ")";
+}
+
+void print_array(std::ostream& os, const value_array& elements) {
+  os << "(";
+  const char* separator = "";
+  for (const Value& element : elements) {
+    os << separator << element;
+    separator = ", ";
+  }
+  os << ")";
+}
+
+void print(std::ostream& os, const Value& v) {
+  switch (v.get_type()) {
+    case INTEGER: os << static_cast<const int&>(v); break;
+    case BOOLEAN: os << (static_cast<const bool&>(v) ? "true" : "false"); break;
+    case DOUBLE: os << static_cast<const double&>(v); break;
+    case STRING: os << static_cast<const std::string&>(v); break;
+    case DATE_TIME: os << unparse_time(v, "%FT%TZ"); break;
+    case BYTE_STRING: print_bytes(os, v); break;
+    case STRUCT: print_struct(os, v); break;
+    case ARRAY: print_array(os, v); break;
+    case VOID: os << "*VOID*"; break;
+  }
+}
+
+}  // namespace
+}  // namespace util
+
+std::ostream& operator<<(std::ostream& os, const util::Value& v) {
+  util::print(os, v);
+  return os;
+}
+
+std::ostream& operator<<(std::ostream& os, util::Value& v) {
+  util::print(os, v);
+  return os;
+}

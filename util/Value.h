@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: MIT
+// The typed value: what property lists hold and scripts are made of.
+#pragma once
+
+#include "util/export.h"
+#include "util/types.h"
+
+#include <exception>
+#include <iosfwd>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace util {
+
+class Value;
+
+using value_struct = std::map<std::string, Value>;
+using value_array = std::vector<Value>;
+
+enum Type : int {
+  INTEGER,
+  BOOLEAN,
+  DOUBLE,
+  STRING,
+  DATE_TIME,
+  BYTE_STRING,
+  STRUCT,
+  ARRAY,
+  VOID,
+};
+
+// A value was read or written as what it is not.
+class UTIL_EXPORT type_exception : public std::exception {
+ public:
+  explicit type_exception(std::string text);
+  ~type_exception() override = default;
+
+  const char* what() const noexcept override;
+
+ private:
+  std::string msg;
+};
+
+// One integer, boolean, double, text, instant, byte string, map of values or array of values, or
+// nothing at all. Owns its whole subtree: copying copies it, moving takes it over without an
+// allocation.
+//
+// What it holds is read and changed through conversions, `int i = v;` or
+// `static_cast<value_struct&>(v)["key"] = "text";`. Converting to another kind than get_type()
+// writes "<actual> is not <expected>" to standard error and throws type_exception with that text.
+//
+// Copying, destroying and printing recurse: 10,000 levels are safe on a stack of 8 MiB.
+class UTIL_EXPORT Value {
+ public:
+  Value() : type(VOID) {}
+  Value(int number) : type(INTEGER) { value._int = number; }
+  Value(bool flag) : type(BOOLEAN) { value._bool = flag; }
+  Value(double number) : type(DOUBLE) { value._double = number; }
+  Value(utime_t instant) : type(DATE_TIME) { value._date = instant; }
+  Value(const char* text) : type(STRING), _string(text) {}
+  Value(std::string text) : type(STRING), _string(std::move(text)) {}
+  Value(byte_string bytes) : type(BYTE_STRING), _bytes(std::move(bytes)) {}
+  Value(value_struct entries) : type(STRUCT), _struct(std::move(entries)) {}
+  Value(value_array elements) : type(ARRAY), _array(std::move(elements)) {}
+
+  // Takes the kind and only the payload that the kind names; what else set_type() may have left
+  // behind in `from` stays there.
+  Value(const Value& from);
+  Value(Value&& from) noexcept;
+  ~Value() = default;
+
+  // Takes over everything, payloads that the kind does not name included. `from` may be a part of
+  // this value. Where copying throws, this value is as before.
+  Value& operator=(const Value& from);
+  Value& operator=(Value&& from) noexcept;
+
+  Type get_type() const { return type; }
+  void set_type(Type t) { type = t; }  // leaves every payload as it is
+
+  operator int&() { return checked(INTEGER, value._int); }
+  operator const int&() const { return checked(INTEGER, value._int); }
+  operator bool&() { return checked(BOOLEAN, value._bool); }
+  operator const bool&() const { return checked(BOOLEAN, value._bool); }
+  operator double&() { return checked(DOUBLE, value._double); }
+  operator const double&() const { return checked(DOUBLE, value._double); }
+  operator std::string&() { return checked(STRING, _string); }
+  operator const std::string&() const { return checked(STRING, _string); }
+  operator utime_t&() { return checked(DATE_TIME, value._date); }
+  operator const utime_t&() const { return checked(DATE_TIME, value._date); }
+  operator byte_string&() { return checked(BYTE_STRING, _bytes); }
+  operator const byte_string&() const { return checked(BYTE_STRING, _bytes); }
+  operator value_struct&() { return checked(STRUCT, _struct); }
+  operator const value_struct&() const { return checked(STRUCT, _struct); }
+  operator value_array&() { return checked(ARRAY, _array); }
+  operator const value_array&() const { return checked(ARRAY, _array); }
+
+ private:
+  void type_assert(Type expected) const {
+    if (type != expected) report_mismatch(expected);
+  }
+  [[noreturn]] void report_mismatch(Type expected) const;
+
+  template <class T>
+  T& checked(Type expected, T& payload) const {
+    type_assert(expected);
+    return payload;
+  }
+
+  Type type;
+  union {
+    int _int;
+    bool _bool;
+    double _double;
+    utime_t _date = 0;  // The widest: no kind's scalar is ever read unset.
+  } value;
+  std::string _string;
+  byte_string _bytes;
+  value_struct _struct;
+  value_array _array;
+};
+
+}  // namespace util
+
+// Prints for people: ("a" = 1, "b" = (x, true)), instants as local time, bytes as hexadecimal
+// numbers, VOID as *VOID*.
+//
+// Printing a byte string leaves the stream in hexadecimal with the fill character '0', an empty
+// one also with a field width of 2.
+UTIL_EXPORT std::ostream& operator<<(std::ostream& os, const util::Value& v);
+UTIL_EXPORT std::ostream& operator<<(std::ostream& os, util::Value& v);
+
+namespace util {
+
+using ::operator<<;  // Found from inside this namespace, and by argument from any other.
+
+}  // namespace util

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+#include "util/print_str.h"
+
+namespace util {
+
+std::string print_str(const std::string& s) {
+  if (!s.empty() && s.find_first_of(" \t\n\r\"") == std::string::npos) return s;
+  std::string quoted = "\"";
+  for (const char c : s) {  // Kept: line breaks go out raw, never as "\n".
+    if (c == '\\' || c == '"') quoted += '\\';
+    quoted += c;
+  }
+  return quoted + '"';
+}
+
+}  // namespace util
