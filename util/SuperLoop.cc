@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "util/SuperLoop.h"
 
-#include <assert.h>
-#include <stddef.h>
-
+#include <cassert>
+#include <cstddef>
 #include <iterator>
 #include <type_traits>
 

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "util/Timer.h"
 
-#include <errno.h>
 #include <sys/time.h>
-#include <time.h>
+
+#include <cerrno>
+#include <ctime>
 
 namespace util {
 
