@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "util/base64.h"
 
+#include "tests/support/real.h"
+
+#include <ctype.h>
+
+#include <algorithm>
 #include <random>
 #include <string>
 
@@ -46,7 +51,20 @@ void expect_rows(const std::initializer_list<Row>& rows) {
   }
 }
 
+// What the classification was asked with.
+int lowest_argument = 0;
+int highest_argument = 0;
+bool no_break_space_counts = false;
+
 }  // namespace
+
+#pragma GCC visibility push(default)  // seen by the library under test
+extern "C" int isspace(int c) noexcept {
+  lowest_argument = std::min(lowest_argument, c);
+  highest_argument = std::max(highest_argument, c);
+  return (c == 0xA0 && no_break_space_counts) || REAL(isspace)(c);
+}
+#pragma GCC visibility pop
 
 TEST(B64Encode, AppendsNothingForNothing) {
   std::string out = "kept";
@@ -123,6 +141,21 @@ TEST(B64Decode, TakesWhiteSpaceAnywhere) {
       {" Q\tU\nJ\vD\f\r", 0, "ABC"},
       {" \t\n\v\f\r",     0, ""   }
   });
+}
+
+TEST(B64Decode, AsksTheCLibraryWhatIsWhiteSpace) {
+  no_break_space_counts = true;  // as in some locales
+  EXPECT_EQ("ABC", decoded("QU\xA0JD").bytes);
+  no_break_space_counts = false;
+  EXPECT_EQ("A", decoded("QU\xA0JD").bytes);
+}
+
+TEST(B64Decode, ClassifiesNoNegativeBytes) {
+  lowest_argument = highest_argument = 0;
+  EXPECT_EQ(-1, decoded("\xFF").result);
+  EXPECT_EQ(-3, decoded("QQ=\xFF").result);
+  EXPECT_EQ(0, lowest_argument);
+  EXPECT_EQ(255, highest_argument);
 }
 
 TEST(B64Decode, DropsAnUnfinishedGroup) {
