@@ -72,7 +72,8 @@ class UTIL_EXPORT Value {
   ~Value() = default;
 
   // Takes over everything, payloads that the kind does not name included. `from` may be a part of
-  // this value. Where copying throws, this value is as before.
+  // this value; a value is copied, never moved, into a part of itself. Where copying throws, this
+  // value is as before.
   Value& operator=(const Value& from);
   Value& operator=(Value&& from) noexcept;
 
