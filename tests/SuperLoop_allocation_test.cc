@@ -64,7 +64,8 @@ TEST(SuperLoopAllocations, AreNoneWhenMessagesAreWritten) {
 TEST(SuperLoopAllocations, AreOneListNodeForAnAddedLoopOrEvent) {
   SuperLoop loop(logger::getLogger("dropping"));
   Idle idle;
-  loop.addEvent(&idle);  // The first message makes its category.
+  loop.addEvent(&idle);  // The first messages make their category and room for the checkpoint.
+  loop.addEvent(new Never, 1000);
   Event* const event = new Never;
   long before = allocations();
   loop.addEvent(&idle);
