@@ -203,9 +203,11 @@ TEST_F(Logger, DisableRemovesAllBitsOfACategory) {
   log.enable(DEBUG);
   log.enable(MEMORY);
   log.disable(INFO);
+  log.disable(TIMING);  // was not enabled
   EXPECT_FALSE(log.isLoggable(WARNING));
   EXPECT_FALSE(log.isLoggable(DEBUG));
   EXPECT_TRUE(log.isLoggable(MEMORY));
+  EXPECT_FALSE(log.isLoggable(TIMING));
 }
 
 TEST_F(Logger, ClearComponentsDisablesAll) {

@@ -326,16 +326,17 @@ TEST_F(RollingFilePublisher, WritesBufferedEntriesWhenDestroyed) {
   EXPECT_EQ(entry("x"), dir.read("x"));
 }
 
-TEST_F(RollingFilePublisher, WritesBufferedEntriesWhenDestroyedAfterAFailedFlush) {
+TEST_F(RollingFilePublisher, WritesBufferedEntriesWhenDestroyedThoughFlushingFails) {
   const std::string message(300000, 'x');
+  const Fault fault("fflush", ENOSPC, Fault::kEvery);
   {
     rolling_file_publisher log(path().c_str(), 0, 3);
     publish(log, message);
-    const Fault fault("fflush", ENOSPC);
     log.flush();
     EXPECT_TRUE(fault.fired());
+    EXPECT_EQ("", dir.read("x"));
   }
-  EXPECT_EQ(entry(message), dir.read("x"));
+  EXPECT_TRUE(entry(message) == dir.read("x"));
 }
 
 TEST_F(RollingFilePublisher, ClosesItsFileOnce) {
@@ -433,6 +434,15 @@ TEST_F(RollingFilePublisher, RotatesByTheseCallsInThisOrder) {
                    "rename " + x + ".0 " + x + ".1", "rename " + x + " " + x + ".0",
                    "fopen " + x + " w", "setvbuf"}),
             calls.calls());
+}
+
+TEST_F(RollingFilePublisher, FlushesTheNoticeBeforeItCloses) {
+  rolling_file_publisher log(path().c_str(), 10, 3);
+  std::string closing;
+  Recorder calls({"fclose"});
+  calls.before = [&](const std::string&) { closing = dir.read("x"); };
+  publish(log, "crossing");
+  EXPECT_EQ(entry("crossing") + kNotice, closing);
 }
 
 TEST_F(RollingFilePublisher, EmptiesTheFileInPlaceWithFewerThanTwoOldFiles) {

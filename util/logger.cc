@@ -241,13 +241,14 @@ void file_publisher::close_file() {
   file = nullptr;
 }
 
+// Kept: standard error is owned like any stream, so that destroying the publisher closes it.
 console_publisher::console_publisher() : file_publisher(stderr) {}
 
 int syslog_publisher::publish(category& c, const char* where, const char* format, va_list args) {
   char buffer[1024];
   const int header =
       snprintf(buffer, sizeof buffer, kHeader, Stamp().text(), where, c._name.c_str());
-  syslog(LOG_INFO, "%s", buffer);
+  syslog(LOG_INFO, "%s", buffer);  // Kept: LOG_INFO whatever the category.
   const int message = vsnprintf(buffer, sizeof buffer, format, args);
   syslog(LOG_INFO, "%s", buffer);
   return header + message;
@@ -298,7 +299,7 @@ void rolling_file_publisher::rotate_logs() {
   } else {
     close_file();  // Kept: neither notice nor old file; the file is emptied in place.
   }
-  open_log("w");
+  open_log("w");  // Kept: empties the file even where it could not be renamed.
 }
 
 // Moves each old file to the next number, from the oldest down, and the log itself to number 0.
