@@ -368,6 +368,17 @@ TEST(Save, PastTheSizeLimitFails) {
   EXPECT_EQ(1, loaded(dir.file("x")));
 }
 
+TEST(Save, LosesFileAndBackupWhereTheSecondWriteFails) {
+  const TempDir dir;
+  list_of(dir.file("x"), 1).save();
+  {
+    const SizeLimit limit(20);
+    EXPECT_THROW(list_of(dir.file("x"), 2).save(), ticpp::Exception);
+  }
+  EXPECT_EQ(list_text(2).substr(0, 20), dir.read("x"));
+  EXPECT_EQ(list_text(2).substr(0, 20), dir.read("x~"));
+}
+
 TEST(Save, InAMissingFolderFails) {
   const TempDir dir;
   EXPECT_EQ("Couldn't save " + dir.file("no/x.tmp") + ": No such file or directory",
