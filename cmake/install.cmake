@@ -19,6 +19,8 @@ if(NOT NASUTIL_SYSTEM_TICPP)
   install(FILES ticpp/ticpp.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/nasutil" COMPONENT dev)
 endif()
 
+install(FILES share/nas_conf_db.rng DESTINATION "${CMAKE_INSTALL_DATADIR}/nasutil" COMPONENT dev)
+
 configure_package_config_file(
   cmake/nasutilConfig.cmake.in generated/nasutilConfig.cmake
   INSTALL_DESTINATION "${nasutil_cmake_dir}" NO_SET_AND_CHECK_MACRO)

@@ -7,7 +7,6 @@ find_package(OpenSSL REQUIRED COMPONENTS Crypto)
 
 set(NASUTIL_MODULES
     Authenticator
-    Event
     EventLoop
     JSEmit
     MD5Authenticator

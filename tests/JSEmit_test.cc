@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <cmath>
 #include <limits>
 #include <random>
 #include <sstream>
@@ -194,6 +195,38 @@ TEST(EmitValue, WritesDoublesWithSixSignificantDigits) {
   for (const auto& row : rows) EXPECT_EQ(row.second, emitted(row.first));
 }
 
+// Neighbours of every boundary and tie of six digits, and numbers of all sizes.
+TEST(EmitValue, RoundsDoublesLikeTheCLibrary) {
+  std::mt19937_64 random(3);
+  const auto expect_same = [](double number) {
+    char text[40];
+    snprintf(text, sizeof(text), "%g", number);
+    ASSERT_EQ(text, emitted(number));
+  };
+  for (int exponent = -8; exponent < 12; ++exponent) {
+    for (int i = 0; i < 2000; ++i) {
+      const double half = static_cast<double>(random() % 2000000) / 2;  // 123456.5 and its like
+      const double number = half * std::pow(10, exponent - 5);
+      for (const double signed_number : {number, -number}) {
+        expect_same(signed_number);
+        expect_same(std::nextafter(signed_number, 0));
+        expect_same(std::nextafter(signed_number, 2 * signed_number));
+      }
+    }
+    for (const double edge : {1.0, 9.999995, 9.9999949, 9.99999, 9.9999951, 1.000005}) {
+      expect_same(edge * std::pow(10, exponent));
+      expect_same(std::nextafter(edge * std::pow(10, exponent), 0));
+    }
+  }
+  for (int i = 0; i < 50000; ++i) {
+    const uint64_t bits = random();
+    double number;
+    memcpy(&number, &bits, sizeof(number));
+    expect_same(number);
+    expect_same(std::ldexp(static_cast<double>(random() % 100000), static_cast<int>(i % 40) - 20));
+  }
+}
+
 TEST(EmitValue, WritesWhatIsNoNumberAsAStreamDoes) {
   const double infinite = std::numeric_limits<double>::infinity();
   const double nan = std::numeric_limits<double>::quiet_NaN();
@@ -233,6 +266,17 @@ TEST(EmitValue, LeavesEveryOtherByte) {
     if (c != '\r' && c != '\n' && c != '\'' && c != '\\') text += static_cast<char>(c);
   }
   EXPECT_EQ("'" + text + "'", emitted(text));
+}
+
+TEST(EmitValue, WritesLongTexts) {
+  for (const size_t length : {2047U, 2048U, 2049U, 4095U, 4096U, 4097U, 100000U}) {
+    SCOPED_TRACE(length);
+    std::string escaped;
+    for (size_t i = 0; i < length; ++i) escaped += "\\n";
+    EXPECT_EQ("'" + escaped + "'", emitted(std::string(length, '\n')));
+    const std::string plain(length, 'x');
+    EXPECT_EQ("[ '" + plain + "', '" + plain + "' ]", emitted(value_array{plain, plain}));
+  }
 }
 
 TEST(EmitValue, WritesInstantsBare) {
@@ -310,7 +354,8 @@ TEST(EmitValue, LeavesTheValueAsItWas) {
   Value v(value_struct{
       {"a", value_array{1}}
   });
-  EXPECT_EQ(emitted(v), emitted(v));
+  JSEmit().emitValue(v);
+  EXPECT_EQ("{ 'a' : [ 1 ] }", JSEmit().emitValue(v));
   EXPECT_EQ(STRUCT, v.get_type());
 }
 
@@ -361,6 +406,15 @@ TEST(ScriptEngine, SeesWhatRandomTreesHold) {
     expected += seen(v) + "\n";
   }
   EXPECT_EQ(expected, evaluated(script + "const results = [ " + calls + "];"));
+}
+
+TEST(ScriptEngine, SeesNoEntryUnderProto) {
+  const Value v(value_struct{
+      {"__proto__", 5},
+      {"a",         1}
+  });
+  EXPECT_EQ("{ '__proto__' : 5, 'a' : 1 }", emitted(v));
+  EXPECT_EQ("{61:n3ff0000000000000}\n", evaluated("const results = [ " + emitted(v) + " ];"));
 }
 
 TEST(ScriptEngine, RefusesBareInstants) {

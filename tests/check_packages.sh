@@ -12,7 +12,7 @@ trap 'rm -rf "$work"' EXIT
 
 fail() { echo "FAILED: $1"; exit 1; }
 field() { dpkg-deb -f "$work"/"$1"_"$version"_*.deb "$2"; }
-holds() { dpkg-deb -c "$work"/"$1"_"$version"_*.deb | grep -qE "$2" || fail "$1 has no $2"; }
+holds() { dpkg-deb -c "$work"/"$1"_"$version"_*.deb | grep -E "$2" >/dev/null || fail "$1 has no $2"; }
 
 holds libnasutil1 '/libnasutil\.so\.1 -> libnasutil\.so\.1\.[0-9.]+$'
 [[ $(field libnasutil1 Depends) == *libtinyxml* ]] || fail "libnasutil1 does not depend on TinyXML"
@@ -22,6 +22,7 @@ holds libnasutil-dev '/libnasutil\.so -> libnasutil\.so\.1$'
 holds libnasutil-dev '/libnasutil\.a$'
 holds libnasutil-dev '/include/nasutil/util/util\.h$'
 holds libnasutil-dev '/include/nasutil/ticpp\.h$'
+holds libnasutil-dev '/share/nasutil/nas_conf_db\.rng$'
 holds libnasutil-dev '/pkgconfig/nasutil\.pc$'
 holds libnasutil-dev '/cmake/nasutil/nasutilConfig\.cmake$'
 [[ $(field libnasutil-dev Depends) == *"libnasutil1 (= $version)"* ]] || fail "libnasutil-dev Depends"

@@ -198,6 +198,18 @@ TEST(Place, IsTheRowReadAndOnlyThePathOnceTheTreeWasChanged) {
   EXPECT_EQ(std::string(kNoText) + " (/r/b)", failure());
 }
 
+TEST(Place, IsToldByRowAndColumn) {
+  const Loaded xml("<r>\n<!-- c -->\n  <a>x</a>\n\t<b/></r>");
+  const ticpp::Element* const b = xml.root().FirstChildElement("b");
+  EXPECT_EQ(4, b->Row());
+  EXPECT_EQ(5, b->Column());
+  xml.root().FirstChildElement("a")->SetText("y");
+  EXPECT_EQ(0, b->Row());
+  EXPECT_EQ(0, b->Column());
+  EXPECT_EQ(0, ticpp::Element("e").Row());
+  EXPECT_EQ(0, ticpp::Declaration("1.0", "", "").Column());
+}
+
 TEST(LookUp, GivesTheSameObjectEachTime) {
   const Loaded xml("<r><a/><b/></r>");
   ticpp::Element* const a = xml.root().FirstChildElement("a");

@@ -8,15 +8,18 @@
 
 namespace util {
 
-// Turns values into script text for the web page. Numbers read the same in every locale.
+// Turns values into script text for the web page: what an engine reads is what the value holds,
+// doubles rounded to six significant digits. Numbers are written the same in every locale.
+//
+// Exceptions to it: dates, infinite doubles and those that are no number are no script at all, and
+// a key "__proto__" is no entry to an engine.
 //
 // Throws type_exception, "cannot encode void values", where a VOID is anywhere in the value.
-// Recurses: some 10,000 levels are safe on a stack of 8 MiB.
+// Recurses: 10,000 levels are safe on a stack of 8 MiB.
 class UTIL_EXPORT JSEmit {
  public:
-  // The literal of `v`: { 'key' : 5, 'list' : [ 'text', true ] }. Doubles have six significant
-  // digits, byte strings are arrays of numbers. Dates are bare text, unquoted, as in
-  // 2008-05-01T14:03:59UTC: no script reads them, so keep them out of what an engine evaluates.
+  // The literal of `v`: { 'key' : 5, 'list' : [ 'text', true ] }. Byte strings become arrays of
+  // numbers, dates bare local time without quotes, 2008-05-01T14:03:59CEST.
   std::string emitValue(const Value& v) const;
 
   // The definition of a function without arguments that returns the literal of `v`. `name` goes

@@ -35,7 +35,7 @@ enum Type : int {
 class UTIL_EXPORT type_exception : public std::exception {
  public:
   explicit type_exception(std::string text);
-  ~type_exception() override;
+  ~type_exception() override = default;
 
   const char* what() const noexcept override;
 
@@ -51,7 +51,7 @@ class UTIL_EXPORT type_exception : public std::exception {
 // `static_cast<value_struct&>(v)["key"] = "text";`. Converting to another kind than get_type()
 // writes "<actual> is not <expected>" to standard error and throws type_exception with that text.
 //
-// Copying, destroying and printing recurse: some 10,000 levels are safe on a stack of 8 MiB.
+// Copying, destroying and printing recurse: 10,000 levels are safe on a stack of 8 MiB.
 class UTIL_EXPORT Value {
  public:
   Value() : type(VOID) {}
@@ -72,7 +72,8 @@ class UTIL_EXPORT Value {
   ~Value() = default;
 
   // Takes over everything, payloads that the kind does not name included. `from` may be a part of
-  // this value. Where copying throws, this value is as before.
+  // this value; a value is copied, never moved, into a part of itself. Where copying throws, this
+  // value is as before.
   Value& operator=(const Value& from);
   Value& operator=(Value&& from) noexcept;
 
@@ -101,6 +102,10 @@ class UTIL_EXPORT Value {
     if (type != expected) report_mismatch(expected);
   }
   [[noreturn]] void report_mismatch(Type expected) const;
+
+  // Moves out of an rvalue, copies from anything else.
+  template <class From>
+  void take_payload(From&& from);
 
   template <class T>
   T& checked(Type expected, T& payload) const {

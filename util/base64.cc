@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "util/base64.h"
 
-#include <ctype.h>
 #include <endian.h>
-#include <string.h>
 
 #include <array>
+#include <cctype>
+#include <cstring>
 #include <stdexcept>
 
 namespace util {
@@ -60,7 +60,7 @@ uint32_t placed(size_t place, const char* group) {
 
 unsigned value_of(char c) { return kValues[static_cast<unsigned char>(c)]; }
 
-bool is_space(char c) { return isspace(static_cast<unsigned char>(c)) != 0; }
+bool is_space(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
 
 unsigned char low_byte(unsigned bits) { return static_cast<unsigned char>(bits & 0xFF); }
 
@@ -69,21 +69,21 @@ void encode(const byte_string& in, char* to) {
   size_t srclen = in.size();
   for (; srclen >= 8; srclen -= 6, from += 6, to += 8) {  // Two groups, read as one number.
     uint64_t groups = 0;
-    memcpy(&groups, from, 8);
+    std::memcpy(&groups, from, 8);
     groups = be64toh(groups);
-    memcpy(to, &kPairs[groups >> 52], 2);
-    memcpy(to + 2, &kPairs[groups >> 40 & 4095], 2);
-    memcpy(to + 4, &kPairs[groups >> 28 & 4095], 2);
-    memcpy(to + 6, &kPairs[groups >> 16 & 4095], 2);
+    std::memcpy(to, &kPairs[groups >> 52], 2);
+    std::memcpy(to + 2, &kPairs[groups >> 40 & 4095], 2);
+    std::memcpy(to + 4, &kPairs[groups >> 28 & 4095], 2);
+    std::memcpy(to + 6, &kPairs[groups >> 16 & 4095], 2);
   }
   for (; srclen > 2; srclen -= 3, from += 3, to += 4) {
     const unsigned group = unsigned{from[0]} << 16 | unsigned{from[1]} << 8 | from[2];
-    memcpy(to, &kPairs[group >> 12], 2);
-    memcpy(to + 2, &kPairs[group & 4095], 2);
+    std::memcpy(to, &kPairs[group >> 12], 2);
+    std::memcpy(to + 2, &kPairs[group & 4095], 2);
   }
   if (srclen == 0) return;
   const unsigned group = unsigned{from[0]} << 16 | (srclen == 2 ? unsigned{from[1]} << 8 : 0);
-  memcpy(to, &kPairs[group >> 12], 2);
+  std::memcpy(to, &kPairs[group >> 12], 2);
   to[2] = srclen == 2 ? B64[group >> 6 & 63] : '=';
   to[3] = '=';
 }
@@ -91,7 +91,7 @@ void encode(const byte_string& in, char* to) {
 // Moves the lines, which stand `feeds` bytes behind `text`, to their places, each with its feed.
 void wrap(char* text, size_t feeds, size_t width) {
   for (; feeds > 0; --feeds) {
-    memmove(text, text + feeds, width);
+    std::memmove(text, text + feeds, width);
     text[width] = '\n';
     text += width + 1;
   }
@@ -104,14 +104,15 @@ const char* decode_groups(const char* at, const char* end, unsigned char*& to) {
     const uint32_t group = placed(0, at) | placed(1, at) | placed(2, at) | placed(3, at);
     if ((group & kBad) != 0) break;
     const uint32_t bytes = htobe32(group);
-    memcpy(out, &bytes, sizeof(bytes));  // Three bytes, and one that the next group overwrites.
+    // Three bytes, and one that the next group overwrites.
+    std::memcpy(out, &bytes, sizeof(bytes));
   }
   to = out;
   return at;
 }
 
-// `at` is behind the first '='. What follows the padding is not looked at.
-int check_padding(int state, const char* at, const char* end) {
+// `at` is behind the first '='.
+int check_padding(int state, const char* at, const char* end) {  // Kept: looks at nothing more.
   if (state < 2) return -2;
   if (state == 3) return 0;
   while (at != end && is_space(*at)) ++at;
@@ -141,6 +142,7 @@ int decode(const char* at, const char* end, unsigned char*& to) {
 int b64_encode(const byte_string& in, std::string& out, int tw) {
   const size_t width = tw > 0 ? static_cast<size_t>(tw) : 0;
   const size_t digits = (in.size() + 2) / 3 * 4;
+  // Kept: padding counts, and a text of whole lines ends with a feed.
   const size_t feeds = width > 0 ? digits / width : 0;
   const size_t start = out.size();
   const size_t room = out.max_size() - start;

@@ -51,7 +51,8 @@ std::string formatted(const char* format, va_list args) {
 
 void log_to_system(int priority, const char* format, va_list args) {
   if (fails("syslog")) return;
-  if (!support::capture_syslog(priority, formatted(format, args))) vsyslog(priority, format, args);
+  const std::string text = formatted(format, args);
+  if (!support::capture_syslog(priority, text)) REAL(syslog)(priority, "%s", text.c_str());
 }
 
 }  // namespace

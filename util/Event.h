@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "util/export.h"
+#include "util/types.h"
+
+#include <new>
+
+namespace util {
+
+// An action done once, some time after it was added to a SuperLoop. Made with plain `new`; the loop
+// releases its memory after the run.
+//
+// Kept: no destructor of a derived class is called then. An event frees in run() what it holds.
+class UTIL_EXPORT Event {
+ public:
+  // Acts, within about `timeslice` milliseconds. Handles its own errors: an exception that leaves
+  // it ends the process.
+  virtual void run(utime_t timeslice) = 0;
+
+  // Unsized, so that an event of any size may be deleted as an Event. Always inline, so that
+  // compilers see that it belongs to the ordinary `new`, which is why there is none beside it.
+  // NOLINTNEXTLINE(misc-new-delete-overloads,cert-dcl54-cpp)
+  __attribute__((always_inline)) static void operator delete(void* p) { ::operator delete(p); }
+
+ private:
+  friend class SuperLoop;
+
+  // Whether a loop has the event. A copy of an event is in no loop.
+  struct Queued {
+    Queued() = default;
+    Queued(const Queued&) {}
+    Queued& operator=(const Queued&) { return *this; }  // NOLINT(cert-oop54-cpp): no change
+    ~Queued() = default;
+
+    bool yes = false;
+  };
+
+  Queued queued;
+};
+
+}  // namespace util

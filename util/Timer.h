@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "util/export.h"
+#include "util/types.h"
+
+namespace util {
+
+// An instant of expiry, copied by value; also the library's clock and its sleep. All times are
+// milliseconds.
+//
+// Kept: the clock is the wall clock. Setting the system time lets timers expire early or late.
+class UTIL_EXPORT Timer {
+ public:
+  // Expires `delay` from now.
+  Timer(utime_t delay) : expires(now() + delay) {}
+
+  // Since the epoch, truncated to the millisecond. Not `volatile`: on a returned number compilers
+  // ignore the qualifier, and warn of it.
+  static utime_t now();
+
+  // Blocks the thread. Signals do not shorten it; ends early, without a report, where the system
+  // refuses to sleep.
+  static void sleep(utime_t ms);
+
+  // Strictly after the instant of expiry: not yet during its very millisecond.
+  bool expired() const { return expired(now()); }
+  bool expired(utime_t instant) const { return expires < instant; }
+
+  utime_t get_expire_time() const { return expires; }  // since the epoch
+
+  // Expires `delay` from now instead.
+  void reset(utime_t delay) { expires = now() + delay; }
+
+ private:
+  utime_t expires;
+};
+
+}  // namespace util

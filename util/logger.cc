@@ -1,0 +1,325 @@
+// SPDX-License-Identifier: MIT
+#include "util/logger.h"
+
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cassert>
+#include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <iterator>
+#include <map>
+#include <utility>
+
+namespace util {
+namespace {
+
+using Registry = std::map<std::string, category*>;
+
+Registry* gcategories = nullptr;  // never destroyed
+int max_id = 0;                   // the last identity handed out or claimed
+
+// Created with the library's own categories, so that their identities are the same in every
+// program, whichever source file's categories are constructed first.
+Registry& registry() {
+  if (gcategories == nullptr) {
+    gcategories = new Registry;
+    new category(0x1, 0, "WARNING");
+    new category(0x3, 1, "INFO");
+    new category(0x7, 2, "DEBUG");
+    for (const char* const name : {"MEMORY", "TIMING", "EVENT LOOP"}) new category(name);
+  }
+  return *gcategories;
+}
+
+// Kept: the shift is one of a 32-bit int, whose sign bit spreads: id 31 gives 0xFFFFFFFF80000000.
+// Larger identities have no bit.
+uint64_t mask_of(int id) {
+  return id < 32 ? static_cast<uint64_t>(static_cast<int32_t>(UINT32_C(1) << id)) : 0;
+}
+
+const char* or_null(const char* text) { return text != nullptr ? text : "(null)"; }
+
+}  // namespace
+
+// ---- category ----
+
+category::category(uint64_t mask, unsigned int id, const char* name)
+    : _id(id), _mask(mask), _name(name) {
+  claim_category(this, id, _name);
+}
+
+category::category(std::string name) : _id(0), _mask(0), _name(std::move(name)) {
+  const int id = register_category(this, _name);
+  // What assert() reports, under the name by which clients know this constructor.
+  if (id < 0)
+    __assert_fail("id >= 0", "logger.h", __LINE__, "util::category::category(std::string)");
+  _id = static_cast<unsigned int>(id);
+  _mask = mask_of(id);
+}
+
+category::category(uint64_t mask, std::string& name) : _id(0), _mask(mask), _name(name) {}
+
+category category::operator&&(const category& other) const {
+  std::string both = _name + "|" + other._name;
+  return category(_mask | other._mask, both);
+}
+
+category* category::forName(const std::string& name) {
+  if (gcategories == nullptr) return nullptr;
+  const auto found = gcategories->find(name);
+  return found != gcategories->end() ? found->second : nullptr;
+}
+
+category* category::forName(const char* name) { return forName(std::string(name)); }
+
+std::vector<category*> category::categories() {
+  std::vector<category*> all;
+  if (gcategories == nullptr) return all;
+  for (const auto& entry : *gcategories) all.push_back(entry.second);
+  return all;
+}
+
+int category::register_category(category* c, std::string& name) {
+  const auto [entry, is_new] = registry().emplace(name, c);
+  if (!is_new) return static_cast<int>(entry->second->_id);
+  // Wraps, so that the caller's assertion sees an exhausted counter.
+  max_id = static_cast<int>(static_cast<unsigned int>(max_id) + 1);
+  return max_id;
+}
+
+void category::claim_category(category* c, unsigned int id, std::string& name) {
+  if (!registry().emplace(name, c).second) return;
+  max_id = static_cast<int>(id);  // Kept: no maximum; a late claim moves the counter back.
+}
+
+const char* duplicate_category::what() const noexcept { return "duplicate category"; }
+
+// ---- logger ----
+
+logger::logger(const std::string& own_name, logger* above)
+    : categories(above != nullptr ? above->categories : 0),
+      pub(nullptr, nullptr),
+      name(own_name),
+      parent(above),
+      _useParentPublisher(above != nullptr),
+      amRoot(above == nullptr) {}
+
+logger* logger::rootLogger() {
+  static logger* root = nullptr;
+  if (root == nullptr) {
+    root = new logger("", nullptr);
+    root->setPublisher(new console_publisher);
+  }
+  return root;
+}
+
+logger* logger::childLogger(const std::string& child) {
+  if (amRoot && child.empty()) return this;
+  static auto& named = *new std::map<std::pair<logger*, std::string>, logger*>;  // never destroyed
+  logger*& found = named[{this, child}];
+  if (found == nullptr) found = new logger(child, this);
+  return found;
+}
+
+logger* logger::getLogger(const std::string& child) { return rootLogger()->childLogger(child); }
+
+logger* logger::getLogger(const char* child) { return rootLogger()->childLogger(child); }
+
+void logger::setPublisher(publisher* p) {
+  if (auto* const stream = dynamic_cast<file_publisher*>(p)) return setPublisher(stream);
+  // The memory of an unknown class can be released, its destructor cannot be found.
+  set_publisher(p, [](publisher* unknown) { ::operator delete(dynamic_cast<void*>(unknown)); });
+}
+
+void logger::set_publisher(publisher* p, Destroy destroy) {
+  if (p != pub.get()) pub = {p, destroy};
+}
+
+void logger::flush() {
+  if (pub) pub->flush();
+}
+
+void logger::set_checkpoint(const char* file, int line) {
+  file = or_null(file);
+  char number[16];  // ":", the line
+  char* const end = std::to_chars(number + 1, std::end(number), line).ptr;
+  number[0] = ':';
+  const size_t length = strlen(file);
+  const auto digits = static_cast<size_t>(end - number);
+  checkpoint.resize(length + digits);
+  memcpy(checkpoint.data(), file, length);
+  memcpy(checkpoint.data() + length, number, digits);
+}
+
+void logger::logp(category c, const char* where, const char* file, int line, const char* format,
+                  ...) {
+  va_list args;
+  va_start(args, format);
+  log_arguments(c, where, file, line, format, args);
+  va_end(args);
+}
+
+void logger::log(const category& c, const char* where, const char* file, int line,
+                 const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  log_arguments(const_cast<category&>(c), where, file, line, format, args);  // publishers only read
+  va_end(args);
+}
+
+void logger::log_arguments(category& c, const char* where, const char* file, int line,
+                           const char* format, va_list args) {
+  if (isLoggable(c)) {
+    publish(c, or_null(where), or_null(format), args);
+    if (autoFlush) flush();
+  }
+  if (checkpointing_on) set_checkpoint(file, line);
+}
+
+void logger::publish(category& c, const char* where, const char* format, va_list args) {
+  for (logger* at = this; at != nullptr; at = at->_useParentPublisher ? at->parent : nullptr) {
+    if (!at->pub) continue;
+    va_list again;
+    va_copy(again, args);
+    at->pub->publish(c, where, format, again);
+    va_end(again);
+  }
+}
+
+// ---- publishers ----
+
+namespace {
+
+constexpr char kHeader[] = "%s %s\n%s: ";  // time, where, category
+constexpr size_t kBufferSize = 0x80000;
+constexpr int kMostShifted = 1000;  // old files that a rotation moves without looking first
+
+// The local time of now, "2007-03-01T14:05:09".
+class Stamp {
+ public:
+  Stamp() {
+    const time_t now = time(nullptr);
+    struct tm local = {};
+    localtime_r(&now, &local);
+    if (strftime(text_, sizeof text_, "%FT%T", &local) == 0) text_[0] = '\0';
+  }
+
+  const char* text() const { return text_; }
+
+ private:
+  char text_[256];
+};
+
+}  // namespace
+
+void publisher::flush() {}
+
+file_publisher::file_publisher(FILE* stream) : file(stream) {}
+
+file_publisher::~file_publisher() { close_file(); }
+
+int file_publisher::publish(category& c, const char* where, const char* format, va_list args) {
+  if (file == nullptr) return 0;
+  const int header = fprintf(file, kHeader, Stamp().text(), where, c._name.c_str());
+  const int message = vfprintf(file, format, args);
+  fputc('\n', file);
+  return header + message + 1;
+}
+
+void file_publisher::flush() {
+  if (file != nullptr) fflush(file);
+}
+
+void file_publisher::close_file() {
+  if (file != nullptr) fclose(file);
+  file = nullptr;
+}
+
+// Kept: standard error is owned like any stream, so that destroying the publisher closes it.
+console_publisher::console_publisher() : file_publisher(stderr) {}
+
+int syslog_publisher::publish(category& c, const char* where, const char* format, va_list args) {
+  char buffer[1024];
+  const int header =
+      snprintf(buffer, sizeof buffer, kHeader, Stamp().text(), where, c._name.c_str());
+  syslog(LOG_INFO, "%s", buffer);  // Kept: LOG_INFO whatever the category.
+  const int message = vsnprintf(buffer, sizeof buffer, format, args);
+  syslog(LOG_INFO, "%s", buffer);
+  return header + message;
+}
+
+rolling_file_publisher::rolling_file_publisher(const char* path, off_t limit, size_t count)
+    : file_publisher(nullptr),
+      logname(path),
+      maxsize(limit),
+      logcount(count),
+      buffer(static_cast<char*>(malloc(kBufferSize))) {
+  open_to_append();
+}
+
+// Closed before its buffer goes: closing writes what is left.
+rolling_file_publisher::~rolling_file_publisher() {
+  close_file();
+  free(buffer);
+}
+
+int rolling_file_publisher::publish(category& c, const char* where, const char* format,
+                                    va_list args) {
+  if (file == nullptr) open_to_append();
+  const int written = file_publisher::publish(c, where, format, args);
+  logsize += written;
+  if (maxsize > 0 && logsize > maxsize) rotate_logs();
+  return written;
+}
+
+void rolling_file_publisher::open_log(const char* mode) {
+  file = fopen(logname.c_str(), mode);
+  if (file != nullptr) setvbuf(file, buffer, _IOFBF, kBufferSize);
+  logsize = 0;
+}
+
+void rolling_file_publisher::open_to_append() {
+  open_log("a");
+  struct stat present = {};
+  if (file != nullptr && stat(logname.c_str(), &present) == 0) logsize = present.st_size;
+}
+
+void rolling_file_publisher::rotate_logs() {
+  if (logcount > 1) {
+    fprintf(file, "rotating log file\n");
+    fflush(file);
+    close_file();
+    shift_logs();
+  } else {
+    close_file();  // Kept: neither notice nor old file; the file is emptied in place.
+  }
+  open_log("w");  // Kept: empties the file even where it could not be renamed.
+}
+
+// Moves each old file to the next number, from the oldest down, and the log itself to number 0.
+void rolling_file_publisher::shift_logs() const {
+  std::string from(logname.size() + 13, '\0');  // room for ".", a number and the end
+  std::string to = from;
+  const auto numbered = [this](std::string& text, int number) {
+    snprintf(text.data(), text.size(), "%s.%d", logname.c_str(), number);
+    return text.c_str();
+  };
+  const int oldest = static_cast<int>(std::min<size_t>(logcount - 1, INT_MAX));
+  unlink(numbered(to, oldest));
+  int first = oldest;
+  if (oldest > kMostShifted) {  // A name without a file costs time too: start at the first gap.
+    first = 0;
+    struct stat found = {};
+    while (first < oldest && stat(numbered(to, first), &found) == 0) ++first;
+  }
+  for (int k = first; k > 0; --k) rename(numbered(from, k - 1), numbered(to, k));
+  rename(logname.c_str(), numbered(to, 0));
+}
+
+}  // namespace util
