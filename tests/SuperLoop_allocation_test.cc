@@ -74,3 +74,23 @@ TEST(SuperLoopAllocations, AreOneListNodeForAnAddedLoopOrEvent) {
   loop.addEvent(event, 1000);
   EXPECT_EQ(before + 1, allocations());
 }
+
+// Only there is anything of the loop's given back that was added or removed during a pass.
+TEST(SuperLoopAllocations, AreGivenBackDuringErasure) {
+  class Leaving : public EventLoop {
+   public:
+    explicit Leaving(SuperLoop& loop) : loop_(loop) {}
+    void runLoop(utime_t) override { loop_.removeEvent(this); }
+
+   private:
+    SuperLoop& loop_;
+  };
+  static SuperLoop loop(logger::getLogger("dropping"));
+  static const char* seen = nullptr;
+  Leaving leaving(loop);
+  loop.addEvent(&leaving);
+  support::before_release = [] { seen = loop.current_loop(); };
+  loop.runLoop(0);
+  support::before_release = nullptr;
+  EXPECT_STREQ("util::SuperLoop::Erasure", seen);
+}

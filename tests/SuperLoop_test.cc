@@ -444,7 +444,6 @@ TEST_F(SuperLoopTest, SaysWhatItIsDoing) {
   EXPECT_THAT(seen, ElementsAre("at work", "util::SuperLoop::Events", "<<none>>"));
 }
 
-// Nothing of a client's runs while the changes are applied, but operator delete.
 TEST_F(SuperLoopTest, IsStillInsideItsPassWhileItSleeps) {
   Work work(clock);
   Texts seen;

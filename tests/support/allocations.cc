@@ -17,9 +17,16 @@ void* counted(size_t size) {
   return memory;
 }
 
+void release(void* memory) {
+  if (support::before_release != nullptr) support::before_release();
+  free(memory);
+}
+
 }  // namespace
 
 namespace support {
+
+void (*before_release)() = nullptr;
 
 long allocations() { return used; }
 
@@ -33,7 +40,7 @@ bool AllocationFault::fired() const { return used >= fail_at; }
 
 void* operator new(size_t size) { return counted(size); }
 void* operator new[](size_t size) { return counted(size); }
-void operator delete(void* memory) noexcept { free(memory); }
-void operator delete[](void* memory) noexcept { free(memory); }
-void operator delete(void* memory, size_t) noexcept { free(memory); }
-void operator delete[](void* memory, size_t) noexcept { free(memory); }
+void operator delete(void* memory) noexcept { release(memory); }
+void operator delete[](void* memory) noexcept { release(memory); }
+void operator delete(void* memory, size_t) noexcept { release(memory); }
+void operator delete[](void* memory, size_t) noexcept { release(memory); }

@@ -8,6 +8,9 @@ namespace support {
 // Uses of operator new by this process so far.
 long allocations();
 
+// Called by each use of operator delete, unless null.
+extern void (*before_release)();
+
 // From construction to destruction the `nth` use of operator new (1 is the next one) throws
 // std::bad_alloc.
 class AllocationFault {
