@@ -8,6 +8,7 @@
 #include <errno.h>
 
 #include <iomanip>
+#include <iostream>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -64,6 +65,20 @@ void crowd(Value& v, Type type) {
   v.set_type(type);
 }
 
+// The sizes() of a copy of what crowd() fills.
+constexpr std::pair<Type, const char*> kCopied[] = {
+    {INTEGER,     "0000"},
+    {BOOLEAN,     "0000"},
+    {DOUBLE,      "0000"},
+    {STRING,      "4000"},
+    {DATE_TIME,   "0000"},
+    {BYTE_STRING, "0300"},
+    {STRUCT,      "0020"},
+    {ARRAY,       "0001"},
+    {VOID,        "0000"},
+    {kInvalid,    "0000"},
+};
+
 template <class Payload>
 Payload& as(Value& v, Type type) {
   v.set_type(type);
@@ -96,6 +111,32 @@ std::string mismatch(Read read) {
   }
   return "<nothing thrown>";
 }
+
+// Stands in for std::cerr's buffer and turns off its own flushing after each insertion.
+class SyncCounter : private std::stringbuf {
+ public:
+  SyncCounter() : flags_(std::cerr.flags()), buffer_(std::cerr.rdbuf(this)) {
+    std::cerr << std::nounitbuf;
+  }
+  ~SyncCounter() override {
+    std::cerr.rdbuf(buffer_);
+    std::cerr.flags(flags_);
+  }
+  SyncCounter(const SyncCounter&) = delete;
+  SyncCounter& operator=(const SyncCounter&) = delete;
+
+  int syncs() const { return syncs_; }
+
+ private:
+  int sync() override {
+    ++syncs_;
+    return 0;
+  }
+
+  std::ios::fmtflags flags_;
+  std::streambuf* buffer_;
+  int syncs_ = 0;
+};
 
 using Check = std::string (*)(Value&);
 
@@ -282,6 +323,13 @@ TEST(TypeAssert, WritesTheLineToStandardErrorFirst) {
   EXPECT_EQ("STRING is not INTEGER\n", error.text());
 }
 
+TEST(TypeAssert, FlushesStandardError) {
+  const SyncCounter counter;
+  Value v("text");
+  EXPECT_THROW(static_cast<void>(static_cast<int&>(v)), type_exception);
+  EXPECT_EQ(1, counter.syncs());
+}
+
 TEST(TypeAssert, LeavesTheValueAsItWas) {
   const Captured error(stderr);
   Value v("text");
@@ -298,19 +346,7 @@ TEST(TypeException, HoldsItsText) {
 // ---- copies and moves ----
 
 TEST(Value, CopiesTheNamedMemberOnly) {
-  const std::pair<Type, const char*> rows[] = {
-      {INTEGER,     "0000"},
-      {BOOLEAN,     "0000"},
-      {DOUBLE,      "0000"},
-      {STRING,      "4000"},
-      {DATE_TIME,   "0000"},
-      {STRUCT,      "0020"},
-      {ARRAY,       "0001"},
-      {VOID,        "0000"},
-      {BYTE_STRING, "0300"},
-      {kInvalid,    "0000"}
-  };
-  for (const auto& row : rows) {
+  for (const auto& row : kCopied) {
     SCOPED_TRACE(row.first);
     Value v;
     crowd(v, row.first);
@@ -322,19 +358,7 @@ TEST(Value, CopiesTheNamedMemberOnly) {
 }
 
 TEST(Value, MovesLikeItCopies) {
-  const std::pair<Type, const char*> rows[] = {
-      {INTEGER,     "0000"},
-      {BOOLEAN,     "0000"},
-      {DOUBLE,      "0000"},
-      {STRING,      "4000"},
-      {DATE_TIME,   "0000"},
-      {STRUCT,      "0020"},
-      {ARRAY,       "0001"},
-      {VOID,        "0000"},
-      {BYTE_STRING, "0300"},
-      {kInvalid,    "0000"}
-  };
-  for (const auto& row : rows) {
+  for (const auto& row : kCopied) {
     SCOPED_TRACE(row.first);
     Value v;
     crowd(v, row.first);

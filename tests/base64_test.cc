@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "util/base64.h"
 
+#include "tests/support/real.h"
+
+#include <ctype.h>
+
+#include <algorithm>
 #include <random>
 #include <string>
 
@@ -46,7 +51,46 @@ void expect_rows(const std::initializer_list<Row>& rows) {
   }
 }
 
+// The rules once more, a character at a time.
+Decoded naive_decode(const std::string& in) {
+  const std::string digits =
+      std::string("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/") + '\0';
+  Decoded got = {0, ""};
+  unsigned bits = 0;
+  int state = 0;
+  size_t i = 0;
+  for (; i < in.size() && in[i] != '='; ++i) {
+    if (in[i] == ' ' || in[i] == '\n') continue;
+    const size_t at = digits.find(in[i]);
+    if (at == std::string::npos) return {-1, got.bytes};
+    const unsigned v = static_cast<unsigned>(at);
+    if (state == 1) got.bytes += static_cast<char>((bits | v >> 4) & 255);
+    if (state == 2) got.bytes += static_cast<char>((bits | v >> 2) & 255);
+    if (state == 3) got.bytes += static_cast<char>((bits | v) & 255);
+    const unsigned rest[] = {v << 2 & 255, (v & 15) << 4, (v & 3) << 6, 0};
+    bits = rest[state];
+    state = (state + 1) % 4;
+  }
+  if (i == in.size() || state == 3) return got;
+  if (state < 2) return {-2, got.bytes};
+  const size_t next = in.find_first_not_of(" \n", i + 1);
+  return {next != std::string::npos && in[next] == '=' ? 0 : -3, got.bytes};
+}
+
+// What the classification was asked with.
+int lowest_argument = 0;
+int highest_argument = 0;
+bool no_break_space_counts = false;
+
 }  // namespace
+
+#pragma GCC visibility push(default)  // seen by the library under test
+extern "C" int isspace(int c) noexcept {
+  lowest_argument = std::min(lowest_argument, c);
+  highest_argument = std::max(highest_argument, c);
+  return (c == 0xA0 && no_break_space_counts) || REAL(isspace)(c);
+}
+#pragma GCC visibility pop
 
 TEST(B64Encode, AppendsNothingForNothing) {
   std::string out = "kept";
@@ -123,6 +167,21 @@ TEST(B64Decode, TakesWhiteSpaceAnywhere) {
       {" Q\tU\nJ\vD\f\r", 0, "ABC"},
       {" \t\n\v\f\r",     0, ""   }
   });
+}
+
+TEST(B64Decode, AsksTheCLibraryWhatIsWhiteSpace) {
+  no_break_space_counts = true;  // as in some locales
+  EXPECT_EQ("ABC", decoded("QU\xA0JD").bytes);
+  no_break_space_counts = false;
+  EXPECT_EQ("A", decoded("QU\xA0JD").bytes);
+}
+
+TEST(B64Decode, ClassifiesNoNegativeBytes) {
+  lowest_argument = highest_argument = 0;
+  EXPECT_EQ(-1, decoded("\xFF").result);
+  EXPECT_EQ(-3, decoded("QQ=\xFF").result);
+  EXPECT_EQ(0, lowest_argument);
+  EXPECT_EQ(255, highest_argument);
 }
 
 TEST(B64Decode, DropsAnUnfinishedGroup) {
@@ -240,5 +299,19 @@ TEST(Base64, ComesBackEqualAtEveryLengthAndWidth) {
       EXPECT_EQ(0, got.result);
       EXPECT_EQ(in, got.bytes);
     }
+  }
+}
+
+TEST(B64Decode, FollowsTheRulesForRandomTexts) {
+  std::mt19937 random(20070301);
+  const std::string alphabet =
+      "ABQZaz09+/ABQZaz09+/ABQZaz09+/ABQZaz09+/ \n==*\xFF" + std::string(1, '\0');
+  for (int i = 0; i < 200000; ++i) {
+    std::string in(random() % 14, '\0');
+    for (char& c : in) c = alphabet[random() % alphabet.size()];
+    const Decoded expected = naive_decode(in);
+    const Decoded got = decoded(in);
+    ASSERT_EQ(expected.result, got.result) << testing::PrintToString(in);
+    ASSERT_EQ(expected.bytes, got.bytes) << testing::PrintToString(in);
   }
 }

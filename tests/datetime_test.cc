@@ -49,8 +49,9 @@ TEST(ParseTime, RefusesATextThatDoesNotMatch) {
   }
 }
 
-TEST(ParseTime, StopsAtANul) {
-  EXPECT_EQ(5000U, parse_time(std::string("1970-01-01 00:00:05\0x", 21), kFormat));
+TEST(ParseTime, RefusesANulAndWhatFollowsIt) {
+  EXPECT_EQ(0U, parse_time(std::string("1970-01-01 00:00:05\0x", 21), kFormat));
+  EXPECT_EQ(0U, parse_time(std::string("1970-01-01 00:00:05\0", 20), kFormat));
 }
 
 TEST(ParseTime, GivesTheEpochLikeAFailure) {

@@ -128,6 +128,7 @@ int noted(int argument) {
 }  // namespace
 
 #pragma GCC visibility push(default)  // seen by the library under test
+extern "C" int isdigit(int c) noexcept { return REAL(isdigit)(noted(c)); }
 extern "C" int isspace(int c) noexcept { return REAL(isspace)(noted(c)); }
 extern "C" int toupper(int c) noexcept { return REAL(toupper)(noted(c)); }
 #pragma GCC visibility pop

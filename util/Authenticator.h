@@ -30,7 +30,7 @@ class UTIL_EXPORT Authenticator {
   std::string sign(const byte_string& data);
 
  protected:
-  ~Authenticator() = default;
+  ~Authenticator() = default;  // Kept: not virtual, the dispatch table has two entries only.
 
   byte_string key;  // mixed into every signature
 

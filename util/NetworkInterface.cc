@@ -22,7 +22,7 @@ namespace {
 
 using AddressMap = std::map<std::string, std::vector<byte_string>>;
 
-constexpr size_t kMacSize = 6;
+constexpr size_t kMacSize = 6;  // Kept: the longer addresses of other hardware are cut.
 
 class InterfaceList {
  public:
@@ -83,7 +83,7 @@ AddressMap addresses_by_name() {
   return addresses;
 }
 
-// Numbers of `width` bytes each.
+// Numbers of `width` bytes each. Kept: no run of zeros is shortened to "::".
 std::string join(const byte_string& bytes, size_t width, char separator, int base) {
   char text[sizeof "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"];
   char* end = text;

@@ -85,10 +85,10 @@ class UTIL_EXPORT PropertyList {
   // failed system call throws save_failed, "<file>: <the system's text>", failed writing of the
   // temporary ticpp::Exception; what was done before it stays done.
   //
-  // The temporary stays: file and temporary are two names of one file then, and so are, in the
-  // next save, backup and temporary, which is written in place. From the second save on the backup
-  // therefore holds what the file holds, and while it is being written neither is complete.
-  // saveDurably() has none of this.
+  // The temporary stays, and is from then on a second name of the file. The next save makes it a
+  // name of the backup too and writes it in place. So the backup holds what the file holds from
+  // the second save on, and while that one writes there is no complete file: a full disk or a
+  // killed process costs both. saveDurably() has none of this.
   void save();
 
   // Writes the list so that load() finds all of the old list or all of the new one, whenever the

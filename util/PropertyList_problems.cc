@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstring>
+#include <ctime>
 
 #include <ticpp.h>
 
@@ -64,10 +65,29 @@ const char* problem_of_real(double number) {
   return loaded == number ? nullptr : "digits beyond six are dropped";
 }
 
+// Local time in seconds less the instant's.
+long zone_offset(time_t seconds) {
+  tm broken = {};
+  localtime_r(&seconds, &broken);
+  return broken.tm_gmtoff;
+}
+
+// Where clocks are set back, the C library reads a time of the repeated hour as it read the one
+// before it, as summer or as winter time.
+bool is_repeated(time_t seconds) {
+  const long here = zone_offset(seconds);
+  for (const time_t day : {-86400, 86400}) {
+    const time_t twin = seconds + here - zone_offset(seconds + day);
+    if (twin != seconds && twin + zone_offset(twin) == seconds + here) return true;
+  }
+  return false;
+}
+
 const char* problem_of_date(utime_t instant) {
   const std::string text = unparse_time(instant, "%FT%TZ");
   if (text.empty()) return "an instant without local time cannot be saved";
   const utime_t loaded = parse_time(text, "%Y-%m-%dT%TZ");
+  if (is_repeated(static_cast<time_t>(instant / 1000))) return "the local time comes twice";
   if (loaded == instant) return nullptr;
   if (loaded == instant - instant % 1000) return "milliseconds are dropped";
   return "the local time is not read back as this instant";

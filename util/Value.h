@@ -73,7 +73,8 @@ class UTIL_EXPORT Value {
   ~Value() = default;
 
   // Takes over everything, payloads that the kind does not name included. `from` may be a part of
-  // this value. Where copying throws, this value is as before.
+  // this value; a value is copied, never moved, into a part of itself. Where copying throws, this
+  // value is as before.
   Value& operator=(const Value& from);
   Value& operator=(Value&& from) noexcept;
 
@@ -103,6 +104,10 @@ class UTIL_EXPORT Value {
     if (type != expected) report_mismatch(expected);
   }
   [[noreturn]] void report_mismatch(Type expected) const;
+
+  // Moves out of an rvalue, copies from anything else.
+  template <class From>
+  void take_payload(From&& from);
 
   template <class T>
   T& checked(Type expected, T& payload) const {

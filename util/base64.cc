@@ -104,15 +104,15 @@ const char* decode_groups(const char* at, const char* end, unsigned char*& to) {
     const uint32_t group = placed(0, at) | placed(1, at) | placed(2, at) | placed(3, at);
     if ((group & kBad) != 0) break;
     const uint32_t bytes = htobe32(group);
-    std::memcpy(out, &bytes,
-                sizeof(bytes));  // Three bytes, and one that the next group overwrites.
+    // Three bytes, and one that the next group overwrites.
+    std::memcpy(out, &bytes, sizeof(bytes));
   }
   to = out;
   return at;
 }
 
-// `at` is behind the first '='. What follows the padding is not looked at.
-int check_padding(int state, const char* at, const char* end) {
+// `at` is behind the first '='.
+int check_padding(int state, const char* at, const char* end) {  // Kept: looks at nothing more.
   if (state < 2) return -2;
   if (state == 3) return 0;
   while (at != end && is_space(*at)) ++at;
@@ -142,6 +142,7 @@ int decode(const char* at, const char* end, unsigned char*& to) {
 int b64_encode(const byte_string& in, std::string& out, int tw) {
   const size_t width = tw > 0 ? static_cast<size_t>(tw) : 0;
   const size_t digits = (in.size() + 2) / 3 * 4;
+  // Kept: padding counts, and a text of whole lines ends with a feed.
   const size_t feeds = width > 0 ? digits / width : 0;
   const size_t start = out.size();
   const size_t room = out.max_size() - start;

@@ -9,9 +9,10 @@
 
 namespace util {
 
-// The instant that the whole of `str` names in the format of strptime(), 0 where it does not match
-// or anything is left over, a trailing blank included. Fields that the format does not set are 0.
-// An instant that the C library cannot represent gives -1000 as an unsigned number.
+// The instant that the whole of `str` names in the format of strptime(). 0, like the epoch itself,
+// where it does not match or anything is left over, a trailing blank or NUL included. Fields that
+// the format does not set are 0. An instant that the C library cannot represent gives -1000 as an
+// unsigned number.
 UTIL_EXPORT utime_t parse_time(const std::string& str, const char* format);
 
 // `t`, its milliseconds dropped, in the format of strftime(). Empty where the text would be longer

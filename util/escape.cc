@@ -103,7 +103,7 @@ char* put_decoded(char* to, char c1, char c2, bool last) {
 }  // namespace
 
 std::string escape_string(const std::string& s) {
-  constexpr size_t kBlock = 128;  // characters at a time, so that the result is allocated once
+  constexpr size_t kBlock = 128;  // characters at a time: appending each one would take longer
   std::string escaped;
   for (size_t i = 0; i < s.size();) {
     char block[kBlock * sizeof(Piece::text)];

@@ -50,7 +50,7 @@ int compare_numbers(const nat_char* start, const nat_char* a, const nat_char* b)
 }  // namespace
 
 static int strnatcmp0(const nat_char* a, const nat_char* b, int fold_case) {
-  if (a == nullptr || b == nullptr) {
+  if (a == nullptr || b == nullptr) {  // What assert() does, with one text from every compiler.
     __assert_fail("a && b", __FILE__, __LINE__,
                   "int strnatcmp0(const nat_char*, const nat_char*, int)");
   }
@@ -59,7 +59,7 @@ static int strnatcmp0(const nat_char* a, const nat_char* b, int fold_case) {
     for (; *a == *b && *a != '\0'; ++a) ++b;  // Equal bytes decide nothing, white space included.
     const int numbers = compare_numbers(start, a, b);
     if (numbers != 0) return numbers;
-    if (nat_isspace(*a)) {
+    if (nat_isspace(*a)) {  // Kept: skipped at every place, and a difference in it breaks no tie.
       ++a;
     } else if (nat_isspace(*b)) {
       ++b;

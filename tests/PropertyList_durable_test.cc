@@ -1,0 +1,413 @@
+// SPDX-License-Identifier: MIT
+// saveDurably(): the old list or the new one, whatever happens.
+#include "tests/support/faults.h"
+#include "tests/support/files.h"
+#include "util/PropertyList.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <sys/ptrace.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace util;
+using support::Fault;
+using support::Recorder;
+using support::TempDir;
+using testing::ElementsAre;
+
+namespace {
+
+PropertyList list_of(const std::string& file, int number) {
+  PropertyList list(file);
+  list["n"] = number;
+  list["text"] = std::string(20000, static_cast<char>('a' + number));  // some writes' worth
+  return list;
+}
+
+// The number of the list that a fresh load finds whole, -1 where there is none.
+int loaded(const std::string& file) {
+  PropertyList list(file);
+  list.load();
+  if (list.getProperties().empty()) return -1;
+  const int number = list.intForKey("n");
+  EXPECT_EQ(std::string(20000, static_cast<char>('a' + number)), list.stringForKey("text"));
+  EXPECT_EQ(2U, list.getProperties().size());
+  return number;
+}
+
+std::string failure(PropertyList& list) {
+  try {
+    list.saveDurably();
+  } catch (const save_failed& e) {
+    return e.what();
+  }
+  return "none";
+}
+
+struct stat status_of(const std::string& file) {
+  struct stat status = {};
+  EXPECT_EQ(0, lstat(file.c_str(), &status)) << file;
+  return status;
+}
+
+// Runs `action` in a child and kills it when it has entered or left its `nth` system call. False
+// where it came to its end before.
+bool killed_at(int nth, const std::function<void()>& action) {
+  const pid_t child = fork();
+  if (child == 0) {
+    ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+    raise(SIGSTOP);
+    action();
+    _exit(0);
+  }
+  int status = 0;
+  EXPECT_EQ(child, waitpid(child, &status, 0));
+  EXPECT_TRUE(WIFSTOPPED(status)) << "this test needs ptrace()";
+  for (int stop = 0; WIFSTOPPED(status) && stop < nth; ++stop) {
+    EXPECT_EQ(0, ptrace(PTRACE_SYSCALL, child, nullptr, nullptr));
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+  }
+  if (!WIFSTOPPED(status)) {
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    return false;
+  }
+  kill(child, SIGKILL);
+  waitpid(child, &status, 0);
+  return true;
+}
+
+// What may be on disk before: each history leaves list 1 to be loaded.
+struct History {
+  const char* name;
+  void (*make)(const std::string& file);
+  int found;
+};
+
+void nothing(const std::string& /*file*/) {}
+
+void saved_once(const std::string& file) { list_of(file, 1).save(); }
+
+// File, temporary and backup are one file.
+void saved_twice(const std::string& file) {
+  list_of(file, 1).save();
+  list_of(file, 1).save();
+}
+
+void saved_durably(const std::string& file) {
+  list_of(file, 3).saveDurably();
+  list_of(file, 1).saveDurably();
+}
+
+// As a save leaves it that stopped before its last step.
+void only_backup(const std::string& file) {
+  list_of(file, 1).save();
+  rename(file.c_str(), (file + "~").c_str());
+}
+
+// As a durable save leaves it that was killed before its last step.
+void backup_of_the_same(const std::string& file) {
+  list_of(file, 1).saveDurably();
+  EXPECT_EQ(0, link(file.c_str(), (file + "~").c_str()));
+}
+
+const History kHistories[] = {
+    {"nothing",            nothing,            -1},
+    {"saved once",         saved_once,         1 },
+    {"saved twice",        saved_twice,        1 },
+    {"saved durably",      saved_durably,      1 },
+    {"only a backup",      only_backup,        1 },
+    {"backup of the same", backup_of_the_same, 1 },
+};
+
+// Files of this process may not grow past `bytes`, until destruction.
+class SizeLimit {
+ public:
+  explicit SizeLimit(rlim_t bytes) : old_signal_(signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &old_);
+    const rlimit limit = {bytes, old_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~SizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &old_);
+    signal(SIGXFSZ, old_signal_);
+  }
+  SizeLimit(const SizeLimit&) = delete;
+  SizeLimit& operator=(const SizeLimit&) = delete;
+
+ private:
+  sighandler_t old_signal_;
+  rlimit old_ = {};
+};
+
+}  // namespace
+
+TEST(SaveDurably, OnAFreshPathCreatesTheFileAlone) {
+  const TempDir dir;
+  list_of(dir.file("x"), 1).saveDurably();
+  EXPECT_THAT(dir.list(), ElementsAre("x"));
+  EXPECT_EQ(1, loaded(dir.file("x")));
+}
+
+TEST(SaveDurably, WritesWhatSaveWrites) {
+  const TempDir dir;
+  list_of(dir.file("x"), 1).saveDurably();
+  list_of(dir.file("y"), 1).save();
+  EXPECT_EQ(dir.read("y"), dir.read("x"));
+}
+
+TEST(SaveDurably, MakesThePreviousVersionTheBackup) {
+  const TempDir dir;
+  list_of(dir.file("x"), 1).saveDurably();
+  list_of(dir.file("x"), 2).saveDurably();
+  list_of(dir.file("x"), 3).saveDurably();
+  EXPECT_THAT(dir.list(), ElementsAre("x", "x~"));
+  EXPECT_EQ(3, loaded(dir.file("x")));
+  ASSERT_EQ(0, unlink(dir.file("x").c_str()));
+  EXPECT_EQ(2, loaded(dir.file("x")));
+}
+
+TEST(SaveDurably, MakesTheBackupAFileOfItsOwn) {
+  const TempDir dir;
+  saved_twice(dir.file("x"));
+  list_of(dir.file("x"), 2).saveDurably();
+  EXPECT_THAT(dir.list(), ElementsAre("x", "x~"));
+  EXPECT_EQ(1U, status_of(dir.file("x")).st_nlink);
+  EXPECT_EQ(1U, status_of(dir.file("x~")).st_nlink);
+  EXPECT_NE(status_of(dir.file("x")).st_ino, status_of(dir.file("x~")).st_ino);
+}
+
+TEST(SaveDurably, AndSaveTakeTurns) {
+  const TempDir dir;
+  list_of(dir.file("x"), 1).save();
+  list_of(dir.file("x"), 2).saveDurably();
+  list_of(dir.file("x"), 3).save();
+  EXPECT_EQ(3, loaded(dir.file("x")));
+  ASSERT_EQ(0, unlink(dir.file("x").c_str()));
+  EXPECT_EQ(2, loaded(dir.file("x")));
+}
+
+TEST(SaveDurably, KeepsABackupThatIsAllThereIs) {
+  const TempDir dir;
+  only_backup(dir.file("x"));
+  list_of(dir.file("x"), 2).saveDurably();
+  EXPECT_EQ(2, loaded(dir.file("x")));
+  ASSERT_EQ(0, unlink(dir.file("x").c_str()));
+  EXPECT_EQ(1, loaded(dir.file("x")));
+}
+
+TEST(SaveDurably, KeepsModeAndOwner) {
+  const TempDir dir;
+  const std::string x = dir.file("x");
+  const bool root = geteuid() == 0;
+  const uid_t owner = root ? 1234 : geteuid();
+  const gid_t group = root ? 4321 : getegid();
+  list_of(x, 1).save();
+  ASSERT_EQ(0, chown(x.c_str(), owner, group));
+  for (const mode_t mode : {0600U, 0644U, 0440U}) {
+    ASSERT_EQ(0, chmod(x.c_str(), mode));
+    list_of(x, 2).saveDurably();
+    EXPECT_EQ(mode, status_of(x).st_mode & 07777);
+    EXPECT_EQ(owner, status_of(x).st_uid);
+    EXPECT_EQ(group, status_of(x).st_gid);
+  }
+}
+
+TEST(SaveDurably, GivesANewFileTheModeOfAnyNewFile) {
+  const TempDir dir;
+  const mode_t old = umask(027);
+  list_of(dir.file("x"), 1).saveDurably();
+  umask(old);
+  EXPECT_EQ(0640U, status_of(dir.file("x")).st_mode & 07777);
+}
+
+TEST(SaveDurably, LetsNobodyReadTheNewFileEarly) {
+  const TempDir dir;
+  list_of(dir.file("x"), 1).saveDurably();
+  ASSERT_EQ(0, chmod(dir.file("x").c_str(), 0600));
+  Recorder recorder({"fchown"});
+  int seen = 0;
+  recorder.before = [&](const std::string&) {
+    for (const std::string& name : dir.list()) {
+      EXPECT_EQ(0600U, status_of(dir.file(name)).st_mode & 07777) << name;
+      ++seen;
+    }
+  };
+  list_of(dir.file("x"), 2).saveDurably();
+  EXPECT_EQ(2, seen);
+}
+
+TEST(SaveDurably, SyncsTheFileBeforeItIsSeenAndTheFolderAfter) {
+  const TempDir dir;
+  const std::string x = dir.file("x");
+  list_of(x, 1).saveDurably();
+  const Recorder recorder({"open", "fopen", "fchown", "fchmod", "fsync", "link", "rename"});
+  list_of(x, 2).saveDurably();
+  const std::string own = x + "." + std::to_string(getpid());
+  EXPECT_THAT(
+      recorder.calls(),
+      ElementsAre("open " + dir.path(), "open " + own + ".0", "fopen " + own + ".0 w", "fchown",
+                  "fchmod", "fsync", "link " + x + " " + own + ".0", "link " + x + " " + own + ".1",
+                  "rename " + own + ".1 " + x + "~", "rename " + own + ".0 " + x, "fsync"));
+}
+
+TEST(SaveDurably, LeavesFilesAloneThatHaveItsNames) {
+  const TempDir dir;
+  const std::string own = "x." + std::to_string(getpid());
+  dir.write(own + ".0", "not ours");
+  ASSERT_EQ(0, symlink("/nonexistent/target", dir.file(own + ".1").c_str()));
+  list_of(dir.file("x"), 1).saveDurably();
+  list_of(dir.file("x"), 2).saveDurably();
+  EXPECT_THAT(dir.list(), ElementsAre("x", own + ".0", own + ".1", "x~"));
+  EXPECT_EQ("not ours", dir.read(own + ".0"));
+  EXPECT_EQ(2, loaded(dir.file("x")));
+}
+
+TEST(SaveDurably, GivesUpWhereEveryNameIsTaken) {
+  const TempDir dir;
+  const Fault fault("open", EEXIST, 2);
+  PropertyList list = list_of(dir.file("x"), 1);
+  EXPECT_EQ("none", failure(list));  // the next name is free
+  const Fault always("link", EEXIST, Fault::kEvery);
+  EXPECT_EQ(dir.file("x") + ": File exists", failure(list));
+}
+
+TEST(SaveDurably, WorksInTheCurrentFolder) {
+  const TempDir dir;
+  const auto old = std::filesystem::current_path();
+  std::filesystem::current_path(dir.path());
+  list_of("x", 1).saveDurably();
+  list_of("x", 2).saveDurably();
+  std::filesystem::current_path(old);
+  EXPECT_THAT(dir.list(), ElementsAre("x", "x~"));
+  EXPECT_EQ(2, loaded(dir.file("x")));
+}
+
+TEST(SaveDurably, MakesASymbolicLinkTheBackup) {
+  const TempDir dir;
+  list_of(dir.file("real"), 1).saveDurably();
+  ASSERT_EQ(0, symlink("real", dir.file("x").c_str()));
+  list_of(dir.file("x"), 2).saveDurably();
+  EXPECT_TRUE(S_ISREG(status_of(dir.file("x")).st_mode));
+  EXPECT_TRUE(S_ISLNK(status_of(dir.file("x~")).st_mode));
+  EXPECT_EQ(1, loaded(dir.file("real")));
+  EXPECT_EQ(2, loaded(dir.file("x")));
+}
+
+TEST(SaveDurably, TouchesNoFileForWhatCannotBeEncoded) {
+  const TempDir dir;
+  list_of(dir.file("x"), 1).saveDurably();
+  PropertyList list = list_of(dir.file("x"), 2);
+  list["z"];
+  const Recorder recorder;
+  EXPECT_THROW(list.saveDurably(), malformed_property_list);
+  EXPECT_TRUE(recorder.calls().empty());
+  EXPECT_EQ(1, loaded(dir.file("x")));
+}
+
+TEST(SaveDurably, FailsOverAFolderAndInAMissingOne) {
+  const TempDir dir;
+  ASSERT_EQ(0, mkdir(dir.file("x").c_str(), 0700));
+  PropertyList over = list_of(dir.file("x"), 1);
+  EXPECT_EQ(dir.file("x") + ": Operation not permitted", failure(over));
+  PropertyList missing = list_of(dir.file("no/x"), 1);
+  EXPECT_EQ(dir.file("no/x") + ": No such file or directory", failure(missing));
+  EXPECT_THAT(dir.list(), ElementsAre("x"));
+}
+
+TEST(SaveDurably, PastTheSizeLimitLeavesTheOldList) {
+  const TempDir dir;
+  list_of(dir.file("x"), 1).save();
+  PropertyList list = list_of(dir.file("x"), 2);
+  {
+    const SizeLimit limit(1000);
+    EXPECT_EQ(dir.file("x") + ": File too large", failure(list));
+  }
+  EXPECT_THAT(dir.list(), ElementsAre("x", "x.tmp"));
+  EXPECT_EQ(1, loaded(dir.file("x")));
+}
+
+// Saves list 2 after that history while the `nth` use of `call` fails. False where there was none.
+bool saved_with_fault(const History& history, const char* call, int error, int nth) {
+  SCOPED_TRACE(std::string(history.name) + ", " + call + " " + std::to_string(nth) + ": " +
+               strerror(error));
+  const TempDir dir;
+  const std::string x = dir.file("x");
+  history.make(x);
+  PropertyList list = list_of(x, 2);
+  const int descriptors = support::open_descriptors();
+  bool fired = false;
+  std::string what;
+  {
+    const Fault fault(call, error, nth);
+    what = failure(list);
+    fired = fault.fired();
+  }
+  EXPECT_EQ(descriptors, support::open_descriptors());
+  const int found = loaded(x);
+  if (what == "none") {
+    EXPECT_EQ(2, found);
+  } else {
+    EXPECT_EQ(x + ": " + strerror(error), what);
+    EXPECT_TRUE(found == history.found || found == 2) << found;
+  }
+  for (const std::string& name : dir.list()) {
+    if (std::string(call) == "unlink") break;  // what cannot be removed stays
+    EXPECT_TRUE(name == "x" || name == "x~" || name == "x.tmp") << name;
+  }
+  return fired;
+}
+
+// Each use of each call fails in turn.
+TEST(SaveDurably, WithAnyCallFailingLeavesTheOldListOrTheNew) {
+  for (const History& history : kHistories) {
+    for (const char* call : {"stat", "open", "fopen", "fflush", "fclose", "fchown", "fchmod",
+                             "fsync", "close", "unlink", "link", "rename"}) {
+      int nth = 1;
+      while (saved_with_fault(history, call, EIO, nth)) ++nth;
+    }
+  }
+}
+
+TEST(SaveDurably, NamesTheFileAndTheReasonOfEachFailure) {
+  for (const char* call : {"stat", "open", "fopen", "fflush", "fclose", "fchown", "fchmod", "fsync",
+                           "close", "unlink", "link", "rename"}) {
+    for (const int error : {ENOSPC, EIO, EDQUOT, EACCES}) {
+      EXPECT_TRUE(saved_with_fault({"saved once", saved_once, 1}, call, error, 1));
+    }
+  }
+}
+
+// Killed before and after each system call, after each history.
+TEST(SaveDurably, KilledAnywhereLeavesTheOldListOrTheNew) {
+  for (const History& history : kHistories) {
+    bool killed = true;
+    int old_ones = 0;
+    for (int nth = 1; killed; ++nth) {
+      SCOPED_TRACE(std::string(history.name) + ", stop " + std::to_string(nth));
+      const TempDir dir;
+      const std::string x = dir.file("x");
+      history.make(x);
+      PropertyList list = list_of(x, 2);
+      killed = killed_at(nth, [&list] { list.saveDurably(); });
+      const int found = loaded(x);
+      EXPECT_TRUE(found == history.found || found == 2) << found;
+      EXPECT_TRUE(killed || found == 2);
+      if (found == history.found) ++old_ones;
+      if (nth % 8 != 0) continue;
+      list_of(x, 4).saveDurably();  // what a killed process leaves is in nobody's way
+      EXPECT_EQ(4, loaded(x));
+    }
+    EXPECT_GT(old_ones, 20);
+  }
+}
