@@ -26,6 +26,11 @@ holds libnasutil-dev '/share/nasutil/nas_conf_db\.rng$'
 holds libnasutil-dev '/pkgconfig/nasutil\.pc$'
 holds libnasutil-dev '/cmake/nasutil/nasutilConfig\.cmake$'
 [[ $(field libnasutil-dev Depends) == *"libnasutil1 (= $version)"* ]] || fail "libnasutil-dev Depends"
+for tool in nas-log nas-plist nas-conf; do
+  holds nasutil-tools "/bin/$tool\$"
+  holds nasutil-tools "/man1/$tool\.1\$"
+done
+[[ $(field nasutil-tools Depends) == *"libnasutil1"* ]] || fail "nasutil-tools Depends"
 soname=$(objdump -p "$build/libnasutil.so" | awk '/SONAME/ {print $2}')
 [ "$soname" = libnasutil.so.1 ] || fail "SONAME is $soname"
 echo "the packages are as they should be"

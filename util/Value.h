@@ -34,7 +34,7 @@ enum Type : int {
 // A value was read or written as what it is not.
 class UTIL_EXPORT type_exception : public std::exception {
  public:
-  explicit type_exception(std::string text);
+  type_exception(std::string text);
   ~type_exception() override = default;
 
   const char* what() const noexcept override;

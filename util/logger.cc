@@ -104,7 +104,6 @@ const char* duplicate_category::what() const noexcept { return "duplicate catego
 
 logger::logger(const std::string& own_name, logger* above)
     : categories(above != nullptr ? above->categories : 0),
-      pub(nullptr, nullptr),
       name(own_name),
       parent(above),
       _useParentPublisher(above != nullptr),
@@ -134,7 +133,7 @@ logger* logger::getLogger(const char* child) { return rootLogger()->childLogger(
 void logger::setPublisher(publisher* p) {
   if (auto* const stream = dynamic_cast<file_publisher*>(p)) return setPublisher(stream);
   // The memory of an unknown class can be released, its destructor cannot be found.
-  set_publisher(p, [](publisher* unknown) { ::operator delete(dynamic_cast<void*>(unknown)); });
+  set_publisher(p, {[](void* whole) { ::operator delete(whole); }, dynamic_cast<void*>(p)});
 }
 
 void logger::set_publisher(publisher* p, Destroy destroy) {
