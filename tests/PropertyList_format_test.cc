@@ -444,10 +444,8 @@ TEST(OtherReaders, ReadWhatIsWritten) {
   list["off"] = false;
   list["data"] = byte_string{0, 1, 254, 255};
   list["date"] = utime_t{1209650639000};
-  list["list"] = value_array{
-      Value(1), Value(value_struct{{"k", Value("v")}}
-       ), Value(value_array())
-  };
+  list.vectorForKey("list", true) = {Value(1), Value(value_struct()), Value(value_array())};
+  static_cast<value_struct&>(list.vectorForKey("list", true)[1])["k"] = "v";
   list.save();
   EXPECT_EQ("(exit 0)", output_of("xmllint --noout " + dir.file("x.plist")));
 

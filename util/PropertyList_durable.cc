@@ -111,13 +111,14 @@ void PropertyList::saveDurably() try {
   Descriptor folder(open(folder_of(file).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   struct stat old = {};
   const bool existed = find(file, old);
-  const mode_t mode = existed ? 0600 : 0666;  // nobody else reads it before it has its owner
+  const bool has_owner = existed || find(backup(), old);
+  const mode_t mode = has_owner ? 0600 : 0666;  // nobody else reads it before it has its owner
   const OwnName fresh(file, [mode](const char* name) {
     return open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
   });
   Descriptor written(fresh.made());
   write(document, fresh.get());
-  if (existed) take_over(old, written.get());
+  if (has_owner) take_over(old, written.get());
   check(fsync(written.get()));
   written.close();
 
