@@ -4,7 +4,8 @@
 // A category of this program's own, beside WARNING, INFO, DEBUG, MEMORY and TIMING.
 static util::category NET("NET");
 
-static void serve(util::logger* log, int clients) {
+static void serve(int clients) {
+  util::logger* log = util::logger::getLogger("net");  // the same object every time
   UTIL_LOG(log, util::INFO, "%d clients", clients);
   UTIL_LOG(log, NET, "first packet of the %s", "third");
   UTIL_LOG(log, util::DEBUG, "not enabled: neither written nor formatted");
@@ -23,7 +24,7 @@ int main() {
   // From a command line or a settings file a category is switched on by name.
   if (const util::category* wanted = util::category::forName("NET")) log->enable(*wanted);
 
-  serve(log, 3);
+  serve(3);
   UTIL_LOG(root, util::WARNING, "stopping");
   log->flush();
 }
