@@ -7,6 +7,8 @@
 
 #include <locale>
 #include <sstream>
+#include <string>
+#include <vector>
 
 namespace {
 

@@ -7,7 +7,9 @@
 #include "tests/support/files.h"
 
 #include <iostream>
+#include <list>
 #include <sstream>
+#include <string>
 #include <vector>
 
 #include <ticpp.h>
