@@ -419,6 +419,16 @@ TEST(Depth, TheDeepestListIsSavedAndLoaded) {
   list.load();
 }
 
+TEST(Depth, CountsLevelsAndNotValues) {
+  const TempDir dir;
+  PropertyList list(dir.file("x"));
+  list["v"] = value_array(3000, Value(value_array(2, Value(1))));
+  list.save();
+  list.load();
+  EXPECT_EQ(3000U, list.vectorForKey("v", false).size());
+  EXPECT_TRUE(list.problems().empty());
+}
+
 TEST(Depth, OneMoreIsRefusedBeforeAFileIsTouched) {
   const TempDir dir;
   PropertyList list(dir.file("x"));
@@ -444,10 +454,8 @@ TEST(OtherReaders, ReadWhatIsWritten) {
   list["off"] = false;
   list["data"] = byte_string{0, 1, 254, 255};
   list["date"] = utime_t{1209650639000};
-  list["list"] = value_array{
-      Value(1), Value(value_struct{{"k", Value("v")}}
-       ), Value(value_array())
-  };
+  list.vectorForKey("list", true) = {Value(1), Value(value_struct()), Value(value_array())};
+  static_cast<value_struct&>(list.vectorForKey("list", true)[1])["k"] = "v";
   list.save();
   EXPECT_EQ("(exit 0)", output_of("xmllint --noout " + dir.file("x.plist")));
 

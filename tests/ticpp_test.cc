@@ -68,7 +68,8 @@ class Loaded {
 };
 
 std::string load_error(const std::string& text) {
-  static const TempDir dir;  // one for all: some tests load thousands of texts
+  static const TempDir dir;           // one for all: some tests load thousands of texts
+  unlink(dir.file("x.xml").c_str());  // disks are slow to empty a file and fill it again
   dir.write("x.xml", text);
   ticpp::Document document;
   std::string what = thrown([&] { document.LoadFile(dir.file("x.xml")); });
@@ -626,6 +627,9 @@ TEST(LoadFile, AcceptsTheDeepestAllowedAndRefusesOneMore) {
   EXPECT_EQ("nothing", load_error(nested(1024)));
   EXPECT_EQ("Couldn't load: elements nested deeper than 1024 (row 1, column 3073)",
             load_error(nested(1025)));
+  EXPECT_EQ("nothing", load_error(nested(1023, "<b/>")));
+  EXPECT_EQ("Couldn't load: elements nested deeper than 1024 (row 1, column 3073)",
+            load_error(nested(1024, "<b/>")));
 }
 
 TEST(LoadFile, DoesNotCountWhatNeedsNoStack) {
@@ -698,7 +702,7 @@ std::string pieces(std::mt19937& random, unsigned most) {
 
 TEST(LoadFile, RefusesOfOddBytesWhatTheParserRefuses) {
   std::mt19937 random(11);
-  for (int round = 0; round < 3000; ++round) {
+  for (int round = 0; round < 2000; ++round) {
     const std::string text =
         (round % 2 == 0 ? "<?xml version='1.0'?><a>" : "") + pieces(random, 12);
     SCOPED_TRACE(text);

@@ -206,12 +206,13 @@ class Scan {
   }
 
   const char* tag(const char* start) {
+    if (depth_ == kMaxDepth) return fail(kTooDeep, start);
     const char* at = name(start + 1);
     for (int attributes = 0; at != nullptr; ++attributes) {
       at = skip_blanks(at);
       if (*at == '/') return at[1] == '>' ? at + 2 : nullptr;
       if (*at == '>') {
-        if (++depth_ > kMaxDepth) return fail(kTooDeep, start);
+        ++depth_;
         return at + 1;
       }
       if (attributes == kMaxAttributes) return fail(kTooManyAttributes, start);

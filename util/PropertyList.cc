@@ -87,8 +87,8 @@ class Encoder {
   }
 
   void append(ticpp::Element& parent, const Value& v) {
-    if (++depth_ >
-        PropertyList::kMaxDepth) {  // before a file is touched, and before the stack ends
+    // Told before a file is touched, and before the stack ends.
+    if (++depth_ > PropertyList::kMaxDepth) {
       throw ticpp::Exception("Couldn't save " + file_ + ": values nested deeper than 1023");
     }
     ticpp::Element element(name(v));
@@ -259,11 +259,11 @@ malformed_property_list::malformed_property_list(const std::string& file, const 
 const char* malformed_property_list::what() const noexcept { return msg.c_str(); }
 
 void PropertyList::load() {
-  const std::string source = exists() ? file : backup();
-  if (source != file && !backup_exists()) return;
+  const bool file_exists = exists();
+  if (!file_exists && !backup_exists()) return;
   try {
     ticpp::Document document;
-    document.LoadFile(source);
+    document.LoadFile(file_exists ? file : backup());
     Value list = decode_value(document.FirstChildElement(_PLIST)->FirstChildElement(_DICT));
     properties.swap(list);
   } catch (const ticpp::Exception&) {

@@ -67,8 +67,8 @@ class UTIL_EXPORT PropertyList {
   using value_array = std::vector<Value>;
 
   // How many values a list may hold in one another, itself counted: the XML library reads 1,024
-  // elements, one of them "plist".
-  static constexpr int kMaxDepth = 1023;
+  // elements, one of them "plist". Before C++17 a constexpr member would need a definition.
+  enum { kMaxDepth = 1023 };
 
   // An empty list; nothing is loaded.
   PropertyList(const std::string& path) : file(path) {}
@@ -80,10 +80,10 @@ class UTIL_EXPORT PropertyList {
   void load();
 
   // Makes the file the backup and writes a new file. Encoding comes first: what has no form in a
-  // property list throws malformed_property_list, and ticpp::Exception where values are
-  // nested deeper than kMaxDepth, and no file is touched. Afterwards a
-  // failed system call throws save_failed, "<file>: <the system's text>", failed writing of the
-  // temporary ticpp::Exception; what was done before it stays done.
+  // property list throws malformed_property_list, values nested deeper than kMaxDepth throw
+  // ticpp::Exception, and no file is touched. Afterwards a failed system call throws save_failed,
+  // "<file>: <the system's text>", failed writing of the temporary ticpp::Exception, and so does a
+  // text that ends inside a UTF-8 character; what was done before it stays done.
   //
   // The temporary stays, and is from then on a second name of the file. The next save makes it a
   // name of the backup too and writes it in place. So the backup holds what the file holds from
@@ -93,13 +93,13 @@ class UTIL_EXPORT PropertyList {
 
   // Writes the list so that load() finds all of the old list or all of the new one, whenever the
   // process is killed, the power fails or a system call does. The new file is written and synced
-  // under a name of its own, "<file>.<process id>.<number>", gets mode and owner of the old one,
-  // and is renamed over it; before that the old file becomes the backup. save()'s temporary goes:
-  // it may be another name of the old file, and writing to it would change the backup. A symbolic
-  // link in the file's place is treated as save() treats it: the link becomes the backup, and what
-  // it points to stays as it is.
+  // under a name of its own, "<file>.<process id>.<number>", gets mode and owner of the old one (of
+  // the backup where there is no file), and is renamed over it; before that the old file becomes
+  // the backup. save()'s temporary goes: it may be another name of the old file, and writing to it
+  // would change the backup. A symbolic link in the file's place is treated as save() treats it:
+  // the link becomes the backup, and what it points to stays as it is.
   //
-  // Encoding errors are those of save(). Every other failure is a save_failed, "<file>: <the
+  // What cannot be written throws as in save(). Every other failure is a save_failed, "<file>: <the
   // system's text>", and leaves no file of its own behind; only a killed process does.
   void saveDurably();
 

@@ -108,16 +108,17 @@ void PropertyList::saveDurably() try {
   ticpp::Document document;
   encode(document);
 
-  Descriptor folder(open(folder_of(file).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor folder(open(folder_of(file).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   struct stat old = {};
   const bool existed = find(file, old);
-  const mode_t mode = existed ? 0600 : 0666;  // nobody else reads it before it has its owner
+  const bool has_owner = existed || find(backup(), old);
+  const mode_t mode = has_owner ? 0600 : 0666;  // nobody else reads it before it has its owner
   const OwnName fresh(file, [mode](const char* name) {
     return open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
   });
   Descriptor written(fresh.made());
   write(document, fresh.get());
-  if (existed) take_over(old, written.get());
+  if (has_owner) take_over(old, written.get());
   check(fsync(written.get()));
   written.close();
 
@@ -125,7 +126,6 @@ void PropertyList::saveDurably() try {
   if (existed) make_backup(file, backup());
   check(rename(fresh.get(), file.c_str()));
   check(fsync(folder.get()));
-  folder.close();
 } catch (const system_exception& e) {
   throw save_failed(file, e.what());
 }

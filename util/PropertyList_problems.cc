@@ -39,12 +39,10 @@ const char* problem_of_text(const std::string& text) {
   if (std::all_of(text.begin(), text.end(), is_blank)) return "a text of blanks cannot be loaded";
   if (starts_with_mark(text)) return "a byte order mark at the start is dropped";
   bool after_blank = true;
-  for (size_t i = 0; i < text.size(); ++i) {
-    const size_t size = character_size(text[i]);
+  for (size_t i = 0, size = 0; i < text.size(); i += size) {
+    size = character_size(text[i]);
     if (size > text.size() - i) return "a text that ends inside a character cannot be saved";
-    const auto rest = text.begin() + static_cast<std::ptrdiff_t>(i) + 1;
-    i += size - 1;
-    if (std::any_of(rest, text.begin() + static_cast<std::ptrdiff_t>(i) + 1, is_escaped)) {
+    if (std::any_of(&text[i] + 1, &text[i] + size, is_escaped)) {
       return "markup inside a character is not read back";
     }
     const bool blank = size == 1 && is_blank(text[i]) && !is_escaped(text[i]);

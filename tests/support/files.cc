@@ -95,4 +95,15 @@ std::string Captured::text() {
   return all;
 }
 
+SizeLimit::SizeLimit(rlim_t bytes) : old_signal_(signal(SIGXFSZ, SIG_IGN)) {
+  getrlimit(RLIMIT_FSIZE, &old_);
+  const rlimit limit = {bytes, old_.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+SizeLimit::~SizeLimit() {
+  setrlimit(RLIMIT_FSIZE, &old_);
+  signal(SIGXFSZ, old_signal_);
+}
+
 }  // namespace support

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Temporary folders and captured streams.
+// Temporary folders, captured streams and limits.
 #pragma once
+
+#include <signal.h>
+#include <sys/resource.h>
 
 #include <cstdio>
 #include <string>
@@ -41,6 +44,19 @@ class Captured {
   FILE* stream_;
   int saved_;
   int file_;
+};
+
+// Files of this process may not grow past `bytes`, until destruction.
+class SizeLimit {
+ public:
+  explicit SizeLimit(rlim_t bytes);
+  ~SizeLimit();
+  SizeLimit(const SizeLimit&) = delete;
+  SizeLimit& operator=(const SizeLimit&) = delete;
+
+ private:
+  sighandler_t old_signal_;
+  rlimit old_ = {};
 };
 
 std::string read_file(const std::string& path);  // "<missing>" where it cannot be read
