@@ -26,6 +26,7 @@ using support::Recorder;
 using support::SizeLimit;
 using support::TempDir;
 using testing::ElementsAre;
+using testing::EndsWith;
 
 namespace {
 
@@ -201,7 +202,7 @@ TEST(SaveDurably, KeepsModeAndOwner) {
   const gid_t group = root ? 4321 : getegid();
   list_of(x, 1).save();
   ASSERT_EQ(0, chown(x.c_str(), owner, group));
-  for (const mode_t mode : {0600U, 0644U, 0440U}) {
+  for (const mode_t mode : {0600U, 0644U, 0440U, 06750U}) {
     ASSERT_EQ(0, chmod(x.c_str(), mode));
     list_of(x, 2).saveDurably();
     EXPECT_EQ(mode, status_of(x).st_mode & 07777);
@@ -291,6 +292,14 @@ TEST(SaveDurably, WorksInTheCurrentFolder) {
   EXPECT_EQ(2, loaded(dir.file("x")));
 }
 
+TEST(SaveDurably, KnowsTheTopmostFolder) {
+  const Recorder recorder({"open"});
+  const Fault fault("open", EROFS);
+  PropertyList list("/x");
+  EXPECT_EQ("/x: Read-only file system", failure(list));
+  EXPECT_THAT(recorder.calls(), ElementsAre("open /"));
+}
+
 TEST(SaveDurably, MakesASymbolicLinkTheBackup) {
   const TempDir dir;
   list_of(dir.file("real"), 1).saveDurably();
@@ -345,8 +354,9 @@ TEST(SaveDurably, PastTheSizeLimitLeavesTheOldList) {
   EXPECT_EQ(1, loaded(dir.file("x")));
 }
 
-// Saves list 2 after that history while the `nth` use of `call` fails. False where there was none.
-bool saved_with_fault(const History& history, const char* call, int error, int nth) {
+// Saves list 2 after that history while the `nth` use of `call` fails. What is thrown, or "none",
+// or an empty text where there is no such use.
+std::string saved_with_fault(const History& history, const char* call, int error, int nth) {
   SCOPED_TRACE(std::string(history.name) + ", " + call + " " + std::to_string(nth) + ": " +
                strerror(error));
   const TempDir dir;
@@ -373,7 +383,7 @@ bool saved_with_fault(const History& history, const char* call, int error, int n
     if (std::string(call) == "unlink") break;  // what cannot be removed stays
     EXPECT_TRUE(name == "x" || name == "x~" || name == "x.tmp") << name;
   }
-  return fired;
+  return fired ? what : "";
 }
 
 // Each use of each call fails in turn.
@@ -382,7 +392,7 @@ TEST(SaveDurably, WithAnyCallFailingLeavesTheOldListOrTheNew) {
     for (const char* call : {"stat", "open", "fopen", "fflush", "fclose", "fchown", "fchmod",
                              "fsync", "close", "unlink", "link", "rename"}) {
       int nth = 1;
-      while (saved_with_fault(history, call, EIO, nth)) ++nth;
+      while (!saved_with_fault(history, call, EIO, nth).empty()) ++nth;
     }
   }
 }
@@ -391,7 +401,8 @@ TEST(SaveDurably, NamesTheFileAndTheReasonOfEachFailure) {
   for (const char* call : {"stat", "open", "fopen", "fflush", "fclose", "fchown", "fchmod", "fsync",
                            "close", "unlink", "link", "rename"}) {
     for (const int error : {ENOSPC, EIO, EDQUOT, EACCES}) {
-      EXPECT_TRUE(saved_with_fault({"saved once", saved_once, 1}, call, error, 1));
+      EXPECT_THAT(saved_with_fault({"saved once", saved_once, 1}, call, error, 1),
+                  EndsWith(std::string(": ") + strerror(error)));
     }
   }
 }

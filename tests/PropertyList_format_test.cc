@@ -419,6 +419,16 @@ TEST(Depth, TheDeepestListIsSavedAndLoaded) {
   list.load();
 }
 
+TEST(Depth, CountsLevelsAndNotValues) {
+  const TempDir dir;
+  PropertyList list(dir.file("x"));
+  list["v"] = value_array(3000, Value(value_array(2, Value(1))));
+  list.save();
+  list.load();
+  EXPECT_EQ(3000U, list.vectorForKey("v", false).size());
+  EXPECT_TRUE(list.problems().empty());
+}
+
 TEST(Depth, OneMoreIsRefusedBeforeAFileIsTouched) {
   const TempDir dir;
   PropertyList list(dir.file("x"));

@@ -2,23 +2,17 @@
 // The example appliance's daemon, run as the program it is.
 #include "tests/support/child.h"
 #include "tests/support/files.h"
+#include "tests/support/program.h"
 #include "util/PropertyList.h"
 #include "util/Timer.h"
 
-#include <fcntl.h>
-#include <sched.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -50,61 +44,38 @@ std::string share(const std::string& name) {
          "</sharename><sharelocation>internal_share</sharelocation></share>";
 }
 
-// A running nasd; what it prints goes to the files "out" and "err" of its folder. Unless told
-// otherwise it finds a configuration in "config", logs to "log" and keeps its state in "state".
+// A running nasd. Unless told otherwise it finds a configuration in "config" of its folder, logs to
+// "log" and keeps its state in "state".
 class Nasd {
  public:
-  Nasd(const TempDir& dir, std::vector<std::string> arguments) : dir_(dir) {
-    if (!dir.exists("config")) dir.write("config", configuration(""));
-    arguments.insert(arguments.begin(),
-                     {NASD, "--log", dir.file("log"), "--config", dir.file("config"), "--state",
-                      dir.file("state"), "--acknowledged", dir.file("acknowledged")});
-    std::vector<char*> argv;
-    for (std::string& argument : arguments) argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    const std::string out = dir.file("out");
-    const std::string err = dir.file("err");
-    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT, 0600);
-    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT, 0600);
-    if (posix_spawn(&pid_, NASD, &actions, nullptr, argv.data(), environ) != 0) {
-      throw std::runtime_error("cannot run " NASD);
-    }
-    posix_spawn_file_actions_destroy(&actions);
-  }
+  Nasd(const TempDir& dir, const std::vector<std::string>& arguments)
+      : dir_(dir), child_(command(dir, arguments)) {}
 
-  ~Nasd() {
-    if (pid_ == 0) return;
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
-
-  Nasd(const Nasd&) = delete;
-  Nasd& operator=(const Nasd&) = delete;
-
-  void send(int signal) const { kill(pid_, signal); }
+  void send(int signal) const { child_.signal(signal); }
 
   // Waits until `text` is in the log on disk.
   void wait_for(const std::string& text) const {
     while (dir_.read("log").find(text) == std::string::npos) util::Timer::sleep(10);
   }
 
-  // Waits for its end: the exit status, or 1000 and the number of the signal that killed it.
-  int status() {
-    int status = 0;
-    waitpid(pid_, &status, 0);
-    pid_ = 0;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-  }
+  // Waits for its end: the exit status, or 128 and the number of the signal that killed it.
+  int status() { return child_.wait().status; }
 
-  std::string out() const { return dir_.read("out"); }
-  std::string err() const { return dir_.read("err"); }
+  std::string out() const { return child_.out(); }
+  std::string err() const { return child_.err(); }
   std::string log() const { return dir_.read("log"); }
 
  private:
+  static std::vector<std::string> command(const TempDir& dir, std::vector<std::string> arguments) {
+    if (!dir.exists("config")) dir.write("config", configuration(""));
+    arguments.insert(arguments.begin(),
+                     {NASD, "--log", dir.file("log"), "--config", dir.file("config"), "--state",
+                      dir.file("state"), "--acknowledged", dir.file("acknowledged")});
+    return arguments;
+  }
+
   const TempDir& dir_;
-  pid_t pid_ = 0;
+  support::Child child_;
 };
 
 // The state that a nasd has left or is keeping.
@@ -432,22 +403,10 @@ TEST(Nasd, StateWithAShareWithoutANameCanBeLoadedAgain) {
 TEST(Nasd, LeavesNothingBesideItsFiles) {
   const TempDir dir;
   Nasd(dir, {"--cycles", "3", "--cycle", "20"}).status();
-  EXPECT_THAT(dir.list(), ElementsAre("config", "err", "log", "out", "state", "state~"));
+  EXPECT_THAT(dir.list(), ElementsAre("config", "log", "state", "state~"));
 }
 
 namespace {
-
-bool enter_namespace() {
-  return unshare(geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER) == 0;
-}
-
-// Whether this machine lets a test have a mount namespace.
-bool namespaces_work() {
-  const pid_t child = fork();
-  if (child == 0) _exit(enter_namespace() ? 0 : 1);
-  int status = -1;
-  return waitpid(child, &status, 0) == child && status == 0;
-}
 
 // Listens where programs send what is for the system log. Only for a child process: its /dev is
 // replaced.
@@ -455,9 +414,7 @@ class SystemLog {
  public:
   explicit SystemLog(const TempDir& dir) : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0)) {
     EXPECT_EQ(0, mkdir(dir.file("dev").c_str(), 0755));
-    EXPECT_TRUE(enter_namespace());
-    EXPECT_EQ(0, mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr));
-    EXPECT_EQ(0, mount(dir.file("dev").c_str(), "/dev", nullptr, MS_BIND, nullptr));
+    support::replace_dev(dir.file("dev"));
     const sockaddr_un address = {AF_UNIX, "/dev/log"};
     EXPECT_EQ(0, bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address));
   }
@@ -483,7 +440,7 @@ class SystemLog {
 }  // namespace
 
 TEST(Nasd, SendsWarningsToTheSystemLogAndToItsOwn) {
-  if (!namespaces_work()) GTEST_SKIP() << "no mount namespaces here: nothing can listen";
+  if (!support::namespaces_work()) GTEST_SKIP() << "no mount namespaces here: nothing can listen";
   support::in_child([] {
     const TempDir dir;
     const SystemLog system_log(dir);

@@ -108,7 +108,7 @@ void PropertyList::saveDurably() try {
   ticpp::Document document;
   encode(document);
 
-  Descriptor folder(open(folder_of(file).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor folder(open(folder_of(file).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   struct stat old = {};
   const bool existed = find(file, old);
   const bool has_owner = existed || find(backup(), old);
@@ -126,7 +126,6 @@ void PropertyList::saveDurably() try {
   if (existed) make_backup(file, backup());
   check(rename(fresh.get(), file.c_str()));
   check(fsync(folder.get()));
-  folder.close();
 } catch (const system_exception& e) {
   throw save_failed(file, e.what());
 }

@@ -33,6 +33,7 @@ class Child {
   void pause() const;                                   // returns when the child has stopped
   void resume() const;                                  // lets it go on
   std::string out() const { return dir_.read("out"); }  // so far
+  std::string err() const { return dir_.read("err"); }
   // Waits until standard output ends with `text`; false after 20 seconds.
   bool out_ends_with(const std::string& text) const;
   Outcome wait();
