@@ -32,6 +32,10 @@ install(FILES "${CMAKE_BINARY_DIR}/generated/nasutilConfig.cmake"
 
 # Relative to the file itself, so that an install tree can be moved.
 file(RELATIVE_PATH nasutil_pc_prefix "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
+if(NASUTIL_SYSTEM_TICPP)
+  set(nasutil_pc_ticpp_libs " ${NASUTIL_TICPP_LIBRARY}")
+  set(nasutil_pc_ticpp_cflags " -I${NASUTIL_TICPP_INCLUDE_DIR}")
+endif()
 configure_file(cmake/nasutil.pc.in generated/nasutil.pc @ONLY)
 install(FILES "${CMAKE_BINARY_DIR}/generated/nasutil.pc"
         DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT dev)

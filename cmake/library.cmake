@@ -31,28 +31,23 @@ configure_file(util/settings.h.in generated/settings.h @ONLY)
 
 add_library(nasutil_objects OBJECT)
 foreach(module IN LISTS NASUTIL_MODULES)
-  foreach(file util/${module}.cc)
-    if(EXISTS "${CMAKE_SOURCE_DIR}/${file}")
-      target_sources(nasutil_objects PRIVATE ${file})
-    endif()
-  endforeach()
+  target_sources(nasutil_objects PRIVATE util/${module}.cc)
 endforeach()
 set_target_properties(nasutil_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
 target_include_directories(nasutil_objects PRIVATE "${CMAKE_SOURCE_DIR}"
                                                    "${CMAKE_BINARY_DIR}/generated")
 target_link_libraries(nasutil_objects PRIVATE nasutil_flags OpenSSL::Crypto TinyXML::TinyXML)
 
-if(NASUTIL_SYSTEM_TICPP)
+if(NASUTIL_SYSTEM_TICPP)  # Its users link to it and compile against it as well.
   find_library(NASUTIL_TICPP_LIBRARY ticpp REQUIRED)
   find_path(NASUTIL_TICPP_INCLUDE_DIR ticpp.h REQUIRED)
   set(nasutil_ticpp "${NASUTIL_TICPP_LIBRARY}")
+  set(nasutil_ticpp_include "${NASUTIL_TICPP_INCLUDE_DIR}")
 else()
-  set(NASUTIL_TICPP_INCLUDE_DIR "${CMAKE_SOURCE_DIR}/ticpp")
-  if(EXISTS "${CMAKE_SOURCE_DIR}/ticpp/ticpp.cc")
   target_sources(nasutil_objects PRIVATE ticpp/ticpp.cc)
-  endif()
+  set(nasutil_ticpp_include "$<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/ticpp>")
 endif()
-target_include_directories(nasutil_objects PRIVATE "${NASUTIL_TICPP_INCLUDE_DIR}")
+target_include_directories(nasutil_objects PRIVATE "${nasutil_ticpp_include}")
 
 foreach(kind shared static)
   string(REPLACE shared nasutil target "${kind}")
@@ -65,10 +60,9 @@ foreach(kind shared static)
   target_compile_features(${target} INTERFACE cxx_std_14)
   target_include_directories(
     ${target}
-    INTERFACE "$<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}>"
-              "$<BUILD_INTERFACE:${NASUTIL_TICPP_INCLUDE_DIR}>"
+    INTERFACE "$<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}>" "${nasutil_ticpp_include}"
               "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/nasutil>")
-  target_link_libraries(${target} PRIVATE ${nasutil_ticpp} TinyXML::TinyXML OpenSSL::Crypto)
+  target_link_libraries(${target} PUBLIC ${nasutil_ticpp} PRIVATE TinyXML::TinyXML OpenSSL::Crypto)
 endforeach()
 
 set(symbols "${CMAKE_SOURCE_DIR}/cmake/nasutil.map")

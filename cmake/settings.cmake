@@ -8,8 +8,8 @@ set(NASUTIL_EXTERNAL_SHARE_ROOT "/shares/external" CACHE STRING
 set(NASUTIL_MD5_KEY "development-key" CACHE STRING "Secret that MD5Authenticator mixes in")
 set(NASUTIL_MD5_ID "MD5" CACHE STRING "Scheme name of MD5Authenticator")
 
-if(NASUTIL_MD5_KEY STREQUAL "development-key")
-  message(WARNING "NASUTIL_MD5_KEY is the development key: everybody can forge signatures. "
+if(NASUTIL_MD5_KEY MATCHES "^(development-key)?$")
+  message(WARNING "NASUTIL_MD5_KEY is empty or the development key: everybody can forge signatures. "
                   "Configure with -DNASUTIL_MD5_KEY=<secret> before anything is delivered.")
 endif()
 

@@ -86,7 +86,9 @@ std::string in_own_network(const std::string& script, const std::function<std::s
   const pid_t child = fork();
   if (child == 0) {
     std::string result = "unavailable";
-    if (enter_own_network() && system(("set -e\n" + add + script).c_str()) == 0) result = body();
+    if (enter_own_network()) {
+      result = system(("set -e\n" + add + script).c_str()) == 0 ? body() : "the script failed";
+    }
     support::write_file(file, result);
     _exit(0);
   }
@@ -96,7 +98,7 @@ std::string in_own_network(const std::string& script, const std::function<std::s
 }
 
 #define SKIP_IF_UNAVAILABLE(result) \
-  if ((result) == "unavailable") GTEST_SKIP() << "no network namespace, or iproute2 is missing"
+  if ((result) == "unavailable") GTEST_SKIP() << "no network namespaces here"
 
 }  // namespace
 

@@ -822,6 +822,36 @@ TEST_F(SuperLoopTest, RemovesEveryOccurrenceDuringAPass) {
   EXPECT_EQ(2U, twice.slices.size());
 }
 
+TEST_F(SuperLoopTest, RunsALoopAgainThatIsAddedAfterItsRemovalDuringAPass) {
+  Work leaving(clock);
+  Work staying(clock);
+  leaving.also = [&] {
+    loop.removeEvent(&leaving);
+    leaving.also = nullptr;
+  };
+  loop.addEvent(&leaving);
+  loop.addEvent(&staying);
+  loop.runLoop(100);
+  loop.addEvent(&leaving);
+  for (int i = 0; i < 3; ++i) loop.runLoop(100);
+  EXPECT_EQ(4U, leaving.slices.size());
+}
+
+TEST_F(SuperLoopTest, DefersChangesFromItsFirstReadingOfTheClockOn) {
+  Work work(clock);
+  Work added(clock);
+  loop.addEvent(&work);
+  bool first = true;
+  clock.before_reading = [&] {
+    if (first) loop.addEvent(&added);
+    first = false;
+  };
+  loop.runLoop(100);
+  EXPECT_THAT(added.slices, ElementsAre());
+  loop.runLoop(100);
+  EXPECT_THAT(added.slices, ElementsAre(100));
+}
+
 TEST_F(SuperLoopTest, RunsALoopAddedDuringAPassFromTheNextOneOn) {
   Work adder(clock);
   Work added(clock);

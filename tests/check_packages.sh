@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Makes the Debian packages and looks at what they say and hold.
+# Makes the Debian packages, looks at what they say and hold, and builds a client with what is in
+# them.
 #
-#   check_packages.sh <build folder> <version>
+#   check_packages.sh <build folder> <version> <compiler>
 set -euo pipefail
 build=$1
 version=$2
+compiler=$3
+here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 (cd "$build" && cpack -G DEB -B "$work" >"$work/log" 2>&1) || { cat "$work/log"; exit 1; }
@@ -26,6 +29,22 @@ holds libnasutil-dev '/share/nasutil/nas_conf_db\.rng$'
 holds libnasutil-dev '/pkgconfig/nasutil\.pc$'
 holds libnasutil-dev '/cmake/nasutil/nasutilConfig\.cmake$'
 [[ $(field libnasutil-dev Depends) == *"libnasutil1 (= $version)"* ]] || fail "libnasutil-dev Depends"
+for tool in nas-log nas-plist nas-conf; do
+  holds nasutil-tools "/bin/$tool\$"
+  holds nasutil-tools "/man1/$tool\.1\$"
+done
+[[ $(field nasutil-tools Depends) == *"libnasutil1"* ]] || fail "nasutil-tools Depends"
 soname=$(objdump -p "$build/libnasutil.so" | awk '/SONAME/ {print $2}')
 [ "$soname" = libnasutil.so.1 ] || fail "SONAME is $soname"
+
+for package in "$work"/*.deb; do dpkg-deb -x "$package" "$work/root"; done
+LD_LIBRARY_PATH=$(dirname "$(find "$work/root" -name libnasutil.a)")
+PKG_CONFIG_PATH=$LD_LIBRARY_PATH/pkgconfig
+export LD_LIBRARY_PATH PKG_CONFIG_PATH
+# shellcheck disable=SC2046
+"$compiler" "$here/consumer/main.cc" -o "$work/client" $(pkg-config --cflags --libs nasutil)
+"$work/client" 2>/dev/null | grep "consumer works"
+for tool in nas-log nas-plist nas-conf; do
+  [[ $("$work/root/usr/bin/$tool" --version) == *" $version" ]] || fail "$tool does not run"
+done
 echo "the packages are as they should be"

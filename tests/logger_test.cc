@@ -392,6 +392,28 @@ TEST_F(Logger, KeepsTheOldCheckpointWhileHalted) {
   EXPECT_EQ("b.cc:4", log.get_checkpoint());
 }
 
+TEST_F(Logger, SetsTheCheckpointAfterPublishingAndFlushing) {
+  class Looking : public publisher {
+   public:
+    Looking(logger& log, Lines& seen) : log_(log), seen_(seen) {}
+    int publish(category&, const char*, const char*, va_list) override { return look(); }
+    void flush() override { look(); }
+
+   private:
+    int look() { return seen_.push_back(log_.get_checkpoint()), 0; }
+
+    logger& log_;
+    Lines& seen_;
+  };
+  log.enable(WARNING);
+  log.auto_flush(true);
+  log.set_checkpoint("before.cc", 1);
+  log.setPublisher(new Looking(log, lines));
+  log.logp(WARNING, "f()", "after.cc", 2, "x");
+  EXPECT_EQ((Lines{"before.cc:1", "before.cc:1"}), lines);
+  EXPECT_EQ("after.cc:2", log.get_checkpoint());
+}
+
 TEST_F(Logger, SetCheckpointWorksWhileHalted) {
   log.halt_checkpointing();
   log.set_checkpoint("SuperLoop.cc", 43);
@@ -468,6 +490,16 @@ class SecondBase : public Before, public Mortal {
   using Mortal::Mortal;
 };
 
+// No cast leads from its publisher to the object.
+class VirtualBase : public virtual publisher {
+ public:
+  explicit VirtualBase(Lines& lines) : mortal_(lines) {}
+  int publish(category&, const char*, const char*, va_list) override { return 0; }
+
+ private:
+  Mortal mortal_;
+};
+
 // Numbers only: nothing to destroy, memory to release.
 class Trivial : public publisher {
  public:
@@ -495,6 +527,12 @@ TEST_F(Logger, DestroysAPublisherThroughABaseWithAVirtualDestructor) {
 
 TEST_F(Logger, DestroysAPublisherThatIsASecondBase) {
   log.setPublisher(new SecondBase(lines));
+  log.setPublisher(nullptr);
+  EXPECT_EQ(Lines{"destroyed 100"}, lines);
+}
+
+TEST_F(Logger, DestroysAPublisherThatIsAVirtualBase) {
+  log.setPublisher(new VirtualBase(lines));
   log.setPublisher(nullptr);
   EXPECT_EQ(Lines{"destroyed 100"}, lines);
 }

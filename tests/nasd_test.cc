@@ -1,17 +1,18 @@
 // SPDX-License-Identifier: MIT
 // The example appliance's daemon, run as the program it is.
+#include "tests/support/child.h"
 #include "tests/support/files.h"
+#include "tests/support/program.h"
+#include "util/PropertyList.h"
 #include "util/Timer.h"
 
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -20,64 +21,87 @@
 
 using support::TempDir;
 using testing::AllOf;
+using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
+using util::value_array;
+using util::value_struct;
 
 namespace {
 
-// A running nasd; what it prints goes to the files "out" and "err" of its folder, and unless told
-// otherwise its log to "log".
+// A configuration that nothing is wrong with, and what else its <shares> may hold.
+std::string configuration(const std::string& shares) {
+  return "<nas_conf_db><version>3</version><system><hostname>nas</hostname><domain>local</domain>"
+         "<webgui><adminpasswd>secret</adminpasswd></webgui></system><shares>" +
+         shares + "</shares></nas_conf_db>";
+}
+
+std::string share(const std::string& name) {
+  return "<share><sharename>" + name +
+         "</sharename><sharelocation>internal_share</sharelocation></share>";
+}
+
+// A running nasd. Unless told otherwise it finds a configuration in "config" of its folder, logs to
+// "log" and keeps its state in "state".
 class Nasd {
  public:
-  Nasd(const TempDir& dir, std::vector<std::string> arguments) : dir_(dir) {
-    arguments.insert(arguments.begin(), {NASD, "--log", dir.file("log")});
-    std::vector<char*> argv;
-    for (std::string& argument : arguments) argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    const std::string out = dir.file("out");
-    const std::string err = dir.file("err");
-    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT, 0600);
-    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT, 0600);
-    if (posix_spawn(&pid_, NASD, &actions, nullptr, argv.data(), environ) != 0) {
-      throw std::runtime_error("cannot run " NASD);
-    }
-    posix_spawn_file_actions_destroy(&actions);
-  }
+  Nasd(const TempDir& dir, const std::vector<std::string>& arguments)
+      : dir_(dir), child_(command(dir, arguments)) {}
 
-  ~Nasd() {
-    if (pid_ == 0) return;
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
-
-  Nasd(const Nasd&) = delete;
-  Nasd& operator=(const Nasd&) = delete;
-
-  void send(int signal) const { kill(pid_, signal); }
+  void send(int signal) const { child_.signal(signal); }
 
   // Waits until `text` is in the log on disk.
   void wait_for(const std::string& text) const {
     while (dir_.read("log").find(text) == std::string::npos) util::Timer::sleep(10);
   }
 
-  // Waits for its end: the exit status, or 1000 and the number of the signal that killed it.
-  int status() {
-    int status = 0;
-    waitpid(pid_, &status, 0);
-    pid_ = 0;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-  }
+  // Waits for its end: the exit status, or 128 and the number of the signal that killed it.
+  int status() { return child_.wait().status; }
 
-  std::string out() const { return dir_.read("out"); }
-  std::string err() const { return dir_.read("err"); }
+  std::string out() const { return child_.out(); }
+  std::string err() const { return child_.err(); }
   std::string log() const { return dir_.read("log"); }
 
  private:
+  static std::vector<std::string> command(const TempDir& dir, std::vector<std::string> arguments) {
+    if (!dir.exists("config")) dir.write("config", configuration(""));
+    arguments.insert(arguments.begin(),
+                     {NASD, "--log", dir.file("log"), "--config", dir.file("config"), "--state",
+                      dir.file("state"), "--acknowledged", dir.file("acknowledged")});
+    return arguments;
+  }
+
   const TempDir& dir_;
-  pid_t pid_ = 0;
+  support::Child child_;
+};
+
+// The state that a nasd has left or is keeping.
+class State {
+ public:
+  explicit State(const TempDir& dir) : list_(dir.file("state")) { list_.load(); }
+
+  std::vector<std::string> shares() { return texts(list_.vectorForKey("shares", true), "name"); }
+  std::vector<std::string> warnings() {
+    return texts(list_.vectorForKey("warnings", true), "text");
+  }
+  value_struct& warning(size_t index) { return list_.vectorForKey("warnings", false).at(index); }
+  value_array& history(const char* of) { return list_.mapForKey("history", false)[of]; }
+  std::string text(const char* key) { return list_.stringForKey(key); }
+
+ private:
+  static std::vector<std::string> texts(const value_array& values, const char* key) {
+    std::vector<std::string> found;
+    for (const value_struct& value : values) {
+      const auto entry = value.find(key);
+      found.push_back(entry == value.end() ? "" : entry->second);
+    }
+    return found;
+  }
+
+  util::PropertyList list_;
 };
 
 int count(const std::string& text, const std::string& part) {
@@ -110,12 +134,12 @@ TEST(Nasd, EndsByItselfAfterItsCycles) {
 
 TEST(Nasd, SamplesTheMachineOnceACycle) {
   const TempDir dir;
-  Nasd nasd(dir, {"--cycles", "3", "--cycle", "20"});
+  Nasd nasd(dir, {"--cycles", "3", "--cycle", "20", "--enable", "SAMPLE"});
   nasd.status();
-  for (const char* kind : {"load", "memory", "traffic", "space"}) {
+  for (const char* kind : {"load", "memory", "traffic", "space", "board"}) {
     EXPECT_EQ(3, count(nasd.log(), std::string("SAMPLE: ") + kind)) << nasd.log();
   }
-  EXPECT_THAT(nasd.log(), Not(HasSubstr("WARNING")));
+  EXPECT_THAT(nasd.log(), Not(HasSubstr("no sample")));
 }
 
 TEST(Nasd, SummarizesAtItsEnd) {
@@ -138,7 +162,8 @@ TEST(Nasd, EndsWithinACycleAfterASignalWithAllEntriesOnDisk) {
   for (const int signal : {SIGTERM, SIGINT}) {
     SCOPED_TRACE(signal);
     const TempDir dir;
-    Nasd nasd(dir, {"--verbose", "--cycle", "50", "--summary", "100"});
+    Nasd nasd(dir, {"--enable", "SAMPLE", "--enable", "DEBUG", "--enable", "EVENT LOOP", "--cycle",
+                    "50", "--summary", "100"});
     nasd.wait_for("SUMMARY: space");
     nasd.send(signal);
     const util::utime_t sent = util::Timer::now();
@@ -156,16 +181,18 @@ TEST(Nasd, EndsWithinACycleAfterASignalWithAllEntriesOnDisk) {
 
 TEST(Nasd, LogsASampleThatCannotBeTaken) {
   const TempDir dir;
-  Nasd nasd(dir, {"--cycles", "1", "--cycle", "20", "--disk", "/nonexistent"});
+  Nasd nasd(dir,
+            {"--cycles", "1", "--cycle", "20", "--disk", "/nonexistent", "--enable", "SAMPLE"});
   EXPECT_EQ(0, nasd.status());
   EXPECT_THAT(nasd.log(), AllOf(HasSubstr("WARNING: no sample of space: No such file or directory"),
                                 HasSubstr("SAMPLE: load"), Not(HasSubstr("SUMMARY: space"))));
 }
 
-TEST(Nasd, LogsTheLoopWhenVerbose) {
+TEST(Nasd, LogsCategoriesThatAreEnabledByName) {
   const TempDir dir;
-  Nasd nasd(dir, {"--cycles", "1", "--cycle", "20", "--verbose"});
+  Nasd nasd(dir, {"--cycles", "1", "--cycle", "20", "--enable", "EVENT LOOP", "--enable", "DEBUG"});
   nasd.status();
+  EXPECT_THAT(nasd.log(), Not(HasSubstr("SAMPLE")));
   EXPECT_THAT(nasd.log(), HasSubstr("EVENT LOOP|DEBUG: SuperLoop event memory gets timeslice"));
 }
 
@@ -182,8 +209,8 @@ TEST(Nasd, PrintsItsUsage) {
   Nasd nasd(dir, {"--help"});
   EXPECT_EQ(0, nasd.status());
   EXPECT_EQ("", nasd.err());
-  for (const char* option :
-       {"--log", "--cycle", "--cycles", "--summary", "--disk", "--verbose", "--help"}) {
+  for (const char* option : {"--config", "--state", "--acknowledged", "--log", "--enable",
+                             "--cycle", "--cycles", "--summary", "--disk", "--help"}) {
     EXPECT_THAT(nasd.out(), HasSubstr(std::string("  ") + option + " "));
   }
   EXPECT_FALSE(dir.exists("log"));
@@ -203,6 +230,9 @@ TEST(Nasd, RefusesAWrongCommandLine) {
       {{"--cycles", "-1"},                    "--cycles takes a number from 1 to 1000000000, not '-1'"   },
       {{"--cycles", "3x"},                    "--cycles takes a number from 1 to 1000000000, not '3x'"   },
       {{"--cycle", "86400001"},               "--cycle takes a number from 1 to 86400000, not '86400001'"},
+      {{"--enable", "NONSENSE"},
+       "no category 'NONSENSE' among DEBUG, EVENT LOOP, INFO, MEMORY, SAMPLE, SUMMARY, TIMING, "
+       "WARNING"                                                                                         },
       {{"--summary", "99999999999999999999"},
        "--summary takes a number from 1 to 86400000, not '99999999999999999999'"                         },
   };
@@ -221,4 +251,205 @@ TEST(Nasd, RefusesALogThatItCannotWrite) {
   Nasd nasd(dir, {"--log", "/nonexistent/log"});
   EXPECT_EQ(1, nasd.status());
   EXPECT_EQ("nasd: cannot write /nonexistent/log: No such file or directory\n", nasd.err());
+}
+
+TEST(Nasd, RefusesAConfigurationThatItCannotRead) {
+  const TempDir dir;
+  dir.write("config", "<nas_conf_db>");
+  Nasd nasd(dir, {});
+  EXPECT_EQ(1, nasd.status());
+  EXPECT_THAT(nasd.err(), StartsWith("nasd: "));
+  EXPECT_THAT(nasd.err(), HasSubstr(dir.file("config")));
+}
+
+TEST(Nasd, LogsASummaryOfItsConfiguration) {
+  const TempDir dir;
+  dir.write("config", configuration(share("a") + share("b")));
+  Nasd nasd(dir, {"--cycles", "1", "--cycle", "20"});
+  nasd.status();
+  EXPECT_THAT(nasd.log(),
+              HasSubstr(dir.file("config") +
+                        ": nas.local, 0 disks, 0 interfaces, 0 mounts, 2 shares, 0 users\n"));
+  EXPECT_THAT(nasd.log(), Not(HasSubstr("secret")));
+}
+
+TEST(Nasd, ReadsItsConfigurationAgainAfterSighup) {
+  const TempDir dir;
+  Nasd nasd(dir, {"--cycle", "20"});
+  nasd.wait_for("0 shares");
+  dir.write("config", configuration(share("file 10") + share("file 2")));
+  nasd.send(SIGHUP);
+  nasd.wait_for("2 shares");
+  nasd.send(SIGTERM);
+  EXPECT_EQ(0, nasd.status());
+  EXPECT_THAT(State(dir).shares(), ElementsAre("file 2", "file 10"));
+}
+
+TEST(Nasd, KeepsTheOldConfigurationWhereTheNewOneIsBad) {
+  const TempDir dir;
+  dir.write("config", configuration(share("music")));
+  Nasd nasd(dir, {"--cycle", "20"});
+  nasd.wait_for("1 shares");
+  dir.write("config", "<nas_conf_db><version>3</version></nas_conf_db>");
+  nasd.send(SIGHUP);
+  nasd.wait_for("WARNING: The new configuration is not in use: ");
+  EXPECT_THAT(nasd.log(), HasSubstr("WARNING: " + dir.file("config") + ": not in use: "));
+  nasd.send(SIGTERM);
+  EXPECT_EQ(0, nasd.status());
+  State state(dir);
+  EXPECT_THAT(state.shares(), ElementsAre("music"));
+  EXPECT_THAT(state.warnings(), ElementsAre(StartsWith("The new configuration is not in use: ")));
+}
+
+TEST(Nasd, WarnsNoLongerOnceTheConfigurationIsGood) {
+  const TempDir dir;
+  Nasd nasd(dir, {"--cycle", "20"});
+  nasd.wait_for("0 shares");
+  dir.write("config", "");
+  nasd.send(SIGHUP);
+  nasd.wait_for("The new configuration is not in use: ");
+  dir.write("config", configuration(share("music")));
+  nasd.send(SIGHUP);
+  nasd.wait_for("INFO: no longer: The new configuration is not in use: ");
+  nasd.send(SIGTERM);
+  EXPECT_EQ(0, nasd.status());
+  EXPECT_THAT(State(dir).warnings(), IsEmpty());
+}
+
+TEST(Nasd, WarnsOfWhatIsWrongWithTheConfiguration) {
+  const TempDir dir;
+  dir.write("config",
+            "<nas_conf_db><version>3</version><system><hdparams><disk><device>../sda</device>"
+            "<inactivityperiod>0</inactivityperiod><lastselftest>0</lastselftest></disk></hdparams>"
+            "</system><mounts><mount><device>/dev/sdx1</device>"
+            "<mountpoint>/nonexistent</mountpoint></mount></mounts><shares><share>"
+            "<sharename>100%s</sharename></share></shares></nas_conf_db>");
+  Nasd nasd(dir, {"--cycles", "2", "--cycle", "20"});
+  nasd.status();
+  EXPECT_THAT(State(dir).warnings(), ElementsAre("The web interface has no administration password",
+                                                 "Disk ../sda is not in this machine",
+                                                 "There is no folder /nonexistent for /dev/sdx1",
+                                                 "Share 100%s has no location"));
+  EXPECT_EQ(1, count(nasd.log(), "WARNING: Share 100%s has no location\n")) << nasd.log();
+}
+
+TEST(Nasd, TakesUpItsHistoryAndWarningsAfterARestart) {
+  const TempDir dir;
+  dir.write("config", configuration("<share><sharename>lost</sharename></share>"));
+  Nasd(dir, {"--cycles", "3", "--cycle", "20"}).status();
+  const std::string id = State(dir).warning(0)["id"];
+  EXPECT_EQ(3U, State(dir).history("load").size());
+
+  Nasd nasd(dir, {"--cycles", "2", "--cycle", "20"});
+  nasd.status();
+  State state(dir);
+  for (const char* of : {"time", "load", "received", "sent"}) {
+    EXPECT_EQ(5U, state.history(of).size()) << of;
+  }
+  EXPECT_EQ(id, std::string(state.warning(0)["id"]));
+  EXPECT_EQ(1, count(nasd.log(), "WARNING: Share lost has no location"));
+}
+
+TEST(Nasd, KeepsTheNewestPointsOfItsHistory) {
+  const TempDir dir;
+  Nasd(dir, {"--cycles", "160", "--cycle", "1"}).status();
+  EXPECT_EQ(150U, State(dir).history("load").size());
+}
+
+TEST(Nasd, StartsWithoutAHistoryWhereItsStateIsDamaged) {
+  for (const char* damaged :
+       {"<plist><dict><key>a", "<plist><dict><key>a</key><true/></dict></plist>"}) {
+    SCOPED_TRACE(damaged);
+    const TempDir dir;
+    dir.write("state", damaged);
+    Nasd nasd(dir, {"--cycles", "2", "--cycle", "20"});
+    EXPECT_EQ(0, nasd.status());
+    EXPECT_THAT(nasd.log(), HasSubstr("WARNING: starting without a history: "));
+    EXPECT_EQ(2U, State(dir).history("load").size());
+  }
+}
+
+TEST(Nasd, TakesNoteOfAnAcknowledgementOnce) {
+  const TempDir dir;
+  dir.write("config", configuration("<share><sharename>lost</sharename></share>"));
+  Nasd(dir, {"--cycles", "1", "--cycle", "20"}).status();
+  util::PropertyList list(dir.file("acknowledged"));
+  list["acknowledged"] = value_array{State(dir).warning(0)["id"], "1-1"};
+  list.save();
+
+  Nasd nasd(dir, {"--cycles", "3", "--cycle", "20"});
+  nasd.status();
+  EXPECT_TRUE(State(dir).warning(0)["acknowledged"]);
+  EXPECT_EQ(1, count(nasd.log(), "INFO: acknowledged: Share lost has no location\n"));
+}
+
+TEST(Nasd, LogsAFailureOnceUntilItIsOver) {
+  const TempDir dir;
+  Nasd nasd(dir, {"--cycles", "3", "--cycle", "20", "--state", "/nonexistent/state"});
+  EXPECT_EQ(0, nasd.status());
+  EXPECT_EQ(1, count(nasd.log(),
+                     "WARNING: state not saved: /nonexistent/state: No such file or "
+                     "directory\n"))
+      << nasd.log();
+}
+
+TEST(Nasd, StateWithAShareWithoutANameCanBeLoadedAgain) {
+  const TempDir dir;
+  dir.write("config", configuration("<share/>"));
+  Nasd(dir, {"--cycles", "1", "--cycle", "20"}).status();
+  EXPECT_THAT(State(dir).shares(), ElementsAre(""));
+}
+
+TEST(Nasd, LeavesNothingBesideItsFiles) {
+  const TempDir dir;
+  Nasd(dir, {"--cycles", "3", "--cycle", "20"}).status();
+  EXPECT_THAT(dir.list(), ElementsAre("config", "log", "state", "state~"));
+}
+
+namespace {
+
+// Listens where programs send what is for the system log. Only for a child process: its /dev is
+// replaced.
+class SystemLog {
+ public:
+  explicit SystemLog(const TempDir& dir) : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0)) {
+    EXPECT_EQ(0, mkdir(dir.file("dev").c_str(), 0755));
+    support::replace_dev(dir.file("dev"));
+    const sockaddr_un address = {AF_UNIX, "/dev/log"};
+    EXPECT_EQ(0, bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+  }
+  ~SystemLog() { close(socket_); }
+  SystemLog(const SystemLog&) = delete;
+  SystemLog& operator=(const SystemLog&) = delete;
+
+  // All that has come, one record a line.
+  std::string records() const {
+    std::string all;
+    char record[2048];
+    ssize_t size = 0;
+    while ((size = read(socket_, record, sizeof record)) > 0) {
+      all.append(record, static_cast<size_t>(size)) += "\n";
+    }
+    return all;
+  }
+
+ private:
+  int socket_;
+};
+
+}  // namespace
+
+TEST(Nasd, SendsWarningsToTheSystemLogAndToItsOwn) {
+  if (!support::namespaces_work()) GTEST_SKIP() << "no mount namespaces here: nothing can listen";
+  support::in_child([] {
+    const TempDir dir;
+    const SystemLog system_log(dir);
+    dir.write("config", configuration("<share><sharename>lost</sharename></share>"));
+    Nasd nasd(dir, {"--cycles", "2", "--cycle", "20"});
+    nasd.status();
+    const std::string records = system_log.records();
+    EXPECT_EQ(1, count(records, "]: Share lost has no location\n")) << records;
+    EXPECT_EQ(0, count(records, "INFO")) << records;
+    EXPECT_EQ(1, count(nasd.log(), "WARNING: Share lost has no location\n"));
+  });
 }

@@ -5,10 +5,8 @@
 #include "tests/support/files.h"
 #include "util/logger.h"
 
-#include <sched.h>
 #include <signal.h>
 #include <stdarg.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <syslog.h>
@@ -22,18 +20,6 @@
 using namespace util;
 
 namespace {
-
-bool enter_namespace() {
-  return unshare(geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER) == 0;
-}
-
-// Whether this machine lets a test have a mount namespace.
-bool namespaces_work() {
-  const pid_t child = fork();
-  if (child == 0) _exit(enter_namespace() ? 0 : 1);
-  int status = -1;
-  return waitpid(child, &status, 0) == child && status == 0;
-}
 
 // Waits until `done`, ten seconds at most.
 bool eventually(const std::function<bool()>& done) {
@@ -50,9 +36,7 @@ class Daemon {
  public:
   explicit Daemon(const support::TempDir& dir) {
     EXPECT_EQ(0, mkdir(dir.file("dev").c_str(), 0755));
-    EXPECT_TRUE(enter_namespace());
-    EXPECT_EQ(0, mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr));
-    EXPECT_EQ(0, mount(dir.file("dev").c_str(), "/dev", nullptr, MS_BIND, nullptr));
+    support::replace_dev(dir.file("dev"));
     const std::string file = dir.file("messages");
     pid_ = fork();
     if (pid_ == 0) {
@@ -83,7 +67,8 @@ __attribute__((format(printf, 3, 4))) void publish(category& c, const char* wher
 }  // namespace
 
 TEST(SystemLog, ReceivesEntriesFromThePublisher) {
-  if (!namespaces_work()) GTEST_SKIP() << "no mount namespaces here: the daemon cannot be started";
+  if (!support::namespaces_work())
+    GTEST_SKIP() << "no mount namespaces here: the daemon cannot be started";
   support::in_child([] {
     const support::TempDir dir;
     const Daemon daemon(dir);

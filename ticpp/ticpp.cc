@@ -34,6 +34,9 @@ class Tree {
   // The text that the tree was read from, as the parser had it; empty once the tree was changed.
   std::string text;
 
+  // The same tree with its rows counted, from when they are first asked for.
+  std::unique_ptr<TiXmlDocument> counted;
+
  private:
   struct Kept : Element {
     Kept(TiXmlElement* node, Tree* tree) : Element(node, tree) {}
@@ -78,19 +81,26 @@ const TiXmlNode* same_place(const TiXmlNode* node, const TiXmlDocument& tree) {
   return found;
 }
 
-// " (/plist/dict, row 3, column 5)"; elements that were not read from a file have no row. Rows
-// are not counted while reading, which would take a fifth of its time, but here once more.
-std::string place(const TiXmlNode& node, const Tree* tree) {
+// What knows the row of `node`; null for what was not read from a file. Rows are not counted while
+// reading, which would take a fifth of its time, but here once more.
+const TiXmlNode* counted(const TiXmlNode& node, Tree* tree) {
+  if (tree == nullptr || tree->text.empty()) return nullptr;
+  if (tree->counted == nullptr) {
+    tree->counted = std::make_unique<TiXmlDocument>();
+    tree->counted->Parse(tree->text.c_str());
+  }
+  return same_place(&node, *tree->counted);
+}
+
+// " (/plist/dict, row 3, column 5)".
+std::string place(const TiXmlNode& node, Tree* tree) {
   std::string path;
   for (const TiXmlNode* up = &node; up != nullptr && up->ToElement() != nullptr;
        up = up->Parent()) {
     path.insert(0, "/" + up->ValueStr());
   }
   if (path.empty()) return path;
-  if (!tree->text.empty()) {
-    TiXmlDocument again;
-    again.Parse(tree->text.c_str());
-    const TiXmlNode* const same = same_place(&node, again);
+  if (const TiXmlNode* const same = counted(node, tree)) {
     path += ", " + row_and_column(same->Row(), same->Column());
   }
   return " (" + path + ")";
@@ -535,6 +545,16 @@ Node::~Node() {
 std::string Node::Value() const { return node_->ValueStr(); }
 
 bool Node::NoChildren() const { return node_->NoChildren(); }
+
+int Node::Row() const {
+  const TiXmlNode* const same = counted(*node_, tree_);
+  return same == nullptr ? 0 : same->Row();
+}
+
+int Node::Column() const {
+  const TiXmlNode* const same = counted(*node_, tree_);
+  return same == nullptr ? 0 : same->Column();
+}
 
 Element* Node::FirstChildElement(bool throwIfNoChildren) const {
   TiXmlElement* const found = node_->FirstChildElement();

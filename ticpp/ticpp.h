@@ -52,6 +52,11 @@ class UTIL_EXPORT Node {
   std::string Value() const;
   bool NoChildren() const;
 
+  // Where it begins in the file that its document was read from, counted from 1; 0 where it was not
+  // read from a file or its document was changed.
+  int Row() const;
+  int Column() const;
+
   // The first child element, or the next element with the same parent, of any name or of `name`.
   // Where there is none: an exception, or with the flag false a null pointer. No look-up allocates
   // memory for an element that was looked up before.

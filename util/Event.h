@@ -8,8 +8,8 @@
 
 namespace util {
 
-// An action done once, some time after it was added to a SuperLoop. Made with plain `new`; the loop
-// releases its memory after the run.
+// An action done once, some time after it was added to a SuperLoop. Made with plain `new`, of a
+// type without an alignment of its own; the loop releases its memory after the run.
 //
 // Kept: no destructor of a derived class is called then. An event frees in run() what it holds.
 class UTIL_EXPORT Event {

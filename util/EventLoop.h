@@ -8,7 +8,7 @@ namespace util {
 
 // Work that is done in rounds, one a pass of the SuperLoop it was added to.
 //
-// Loops are never destroyed through this class: its destructor is not virtual.
+// Kept: its destructor is not virtual, loops are never destroyed through this class.
 class UTIL_EXPORT EventLoop {
  public:
   // Does one round of work within about `timeslice` milliseconds. Handles its own errors: an

@@ -63,7 +63,7 @@ std::ostream& trace(int line = __builtin_LINE()) {
 }
 
 const ticpp::Element* traced(const char* label, int line, const ticpp::Element* element) {
-  if (traces(2)) {
+  if (traces(2)) {  // Kept: nothing separates a message from its value, here and below.
     trace(line) << "read " << label << " element" << static_cast<const void*>(element) << std::endl;
   }
   return element;

@@ -105,7 +105,7 @@ class UTIL_EXPORT NASConfDB {
   // Reads the document at `path`. Throws ticpp::Exception where it cannot be read or parsed, where
   // a required element is missing, an element has no text, or a number is none; what() says where
   // in the document. Words that are not known are no error: they give the enumerator 0, or false.
-  explicit NASConfDB(const std::string& path);
+  NASConfDB(const std::string& path);
 
   int get_version() const { return version; }  // of the document's format
   const NASSystem& get_system() const { return system; }

@@ -21,8 +21,8 @@ namespace util {
 // A list has no entry of that name; the text is the name.
 class UTIL_EXPORT unknown_key : public std::exception {
  public:
-  explicit unknown_key(const std::string& key);
-  explicit unknown_key(const char* key);
+  unknown_key(const std::string& key);
+  unknown_key(const char* key);
 
   const char* what() const noexcept override;
 
@@ -71,8 +71,8 @@ class UTIL_EXPORT PropertyList {
   enum { kMaxDepth = 1023 };
 
   // An empty list; nothing is loaded.
-  explicit PropertyList(const std::string& path) : file(path) {}
-  explicit PropertyList(const char* path) : file(path) {}
+  PropertyList(const std::string& path) : file(path) {}
+  PropertyList(const char* path) : file(path) {}
 
   // Replaces the list by the content of the file, or of the backup where there is no file. Where
   // there is neither, nothing changes. Throws malformed_property_list, "<file>: load failed" for

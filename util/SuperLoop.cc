@@ -139,8 +139,8 @@ void SuperLoop::run_events(Budget& budget) {
     at = at->second.expired() ? run_event(at, budget) : std::next(at);
     const utime_t elapsed = Timer::now() - t0;
     ++budget.idx;
-    budget.remaining -=
-        elapsed;  // Kept: no floor at 0; an overrun wraps and later slices are huge.
+    // Kept: no floor at 0, unlike a sub-loop; an overrun wraps and later slices are huge.
+    budget.remaining -= elapsed;
     const int left = shown(budget.remaining);
     LOG(kRunLoop, "SuperLoop event trigger done in %d; timeout remaining %d", shown(elapsed), left);
   }

@@ -34,7 +34,7 @@ enum Type : int {
 // A value was read or written as what it is not.
 class UTIL_EXPORT type_exception : public std::exception {
  public:
-  explicit type_exception(std::string text);
+  type_exception(std::string text);
   ~type_exception() override = default;
 
   const char* what() const noexcept override;
@@ -54,6 +54,7 @@ class UTIL_EXPORT type_exception : public std::exception {
 // Copying, destroying and printing recurse: 10,000 levels are safe on a stack of 8 MiB.
 class UTIL_EXPORT Value {
  public:
+  // Holds its argument, and nothing without one.
   Value() : type(VOID) {}
   Value(int number) : type(INTEGER) { value._int = number; }
   Value(bool flag) : type(BOOLEAN) { value._bool = flag; }
@@ -80,6 +81,7 @@ class UTIL_EXPORT Value {
   Type get_type() const { return type; }
   void set_type(Type t) { type = t; }  // leaves every payload as it is
 
+  // What the value holds, to read and to change; a type_exception where that is of another kind.
   operator int&() { return checked(INTEGER, value._int); }
   operator const int&() const { return checked(INTEGER, value._int); }
   operator bool&() { return checked(BOOLEAN, value._bool); }

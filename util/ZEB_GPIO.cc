@@ -21,7 +21,7 @@ struct Close {
 };
 using File = std::unique_ptr<FILE, Close>;
 
-// The kernel sees the request when the file is closed.
+// The kernel sees the request when the file is closed. Kept: two blanks in the request.
 bool request(unsigned int address) {
   const File dump(fopen(kRegisterDump, "w"));
   if (dump != nullptr) fprintf(dump.get(), "register  r %08x", address);

@@ -34,7 +34,7 @@ class UTIL_EXPORT ZEB_GPIO {
   // True for a line that is high; false for what is no pin.
   bool getPin(Pin pin) const;
 
-  // How many drives the board has room for, 1 or 2.
+  // How many drives are fitted, 1 or 2.
   int getDriveCount() const { return getPin(DriveCount) ? 2 : 1; }
 
   HardwareRevision getHardwareRevision() const { return straps_low() ? Revision2 : Revision3; }

@@ -71,7 +71,7 @@ void encode(const byte_string& in, char* to) {
     uint64_t groups = 0;
     std::memcpy(&groups, from, 8);
     groups = be64toh(groups);
-    std::memcpy(to, &kPairs[groups >> 52], 2);
+    std::memcpy(to, &kPairs[static_cast<size_t>(groups >> 52)], 2);
     std::memcpy(to + 2, &kPairs[groups >> 40 & 4095], 2);
     std::memcpy(to + 4, &kPairs[groups >> 28 & 4095], 2);
     std::memcpy(to + 6, &kPairs[groups >> 16 & 4095], 2);

@@ -104,7 +104,6 @@ const char* duplicate_category::what() const noexcept { return "duplicate catego
 
 logger::logger(const std::string& own_name, logger* above)
     : categories(above != nullptr ? above->categories : 0),
-      pub(nullptr, nullptr),
       name(own_name),
       parent(above),
       _useParentPublisher(above != nullptr),
@@ -134,7 +133,7 @@ logger* logger::getLogger(const char* child) { return rootLogger()->childLogger(
 void logger::setPublisher(publisher* p) {
   if (auto* const stream = dynamic_cast<file_publisher*>(p)) return setPublisher(stream);
   // The memory of an unknown class can be released, its destructor cannot be found.
-  set_publisher(p, [](publisher* unknown) { ::operator delete(dynamic_cast<void*>(unknown)); });
+  set_publisher(p, {[](void* whole) { ::operator delete(whole); }, dynamic_cast<void*>(p)});
 }
 
 void logger::set_publisher(publisher* p, Destroy destroy) {
@@ -304,11 +303,12 @@ void rolling_file_publisher::rotate_logs() {
 
 // Moves each old file to the next number, from the oldest down, and the log itself to number 0.
 void rolling_file_publisher::shift_logs() const {
-  std::string from(logname.size() + 13, '\0');  // room for ".", a number and the end
-  std::string to = from;
-  const auto numbered = [this](std::string& text, int number) {
-    snprintf(text.data(), text.size(), "%s.%d", logname.c_str(), number);
-    return text.c_str();
+  // On the stack: a rotation within a pass of the loop cannot be told that memory ran out.
+  char from[PATH_MAX + 12];  // the name of a file that was open, ".", a number and the end
+  char to[sizeof from];
+  const auto numbered = [this](char(&text)[sizeof from], int number) {
+    snprintf(text, sizeof text, "%s.%d", logname.c_str(), number);
+    return text;
   };
   const int oldest = static_cast<int>(std::min<size_t>(logcount - 1, INT_MAX));
   unlink(numbered(to, oldest));

@@ -94,8 +94,8 @@ static category TIMING("TIMING");
 //   2007-03-01T14:05:09 void net::Server::start()
 //   INFO: 3 interfaces
 //
-// The time is local. Loggers destroy their publishers completely although this destructor is not
-// virtual, see logger::setPublisher().
+// The time is local. Kept: the destructor is not virtual; loggers destroy their publishers
+// completely all the same, see logger::setPublisher().
 class UTIL_EXPORT publisher {
  public:
   // Writes one entry and returns the number of characters it came to. `where` ends the first line,
@@ -229,7 +229,13 @@ class UTIL_EXPORT logger {
   void drop(const char* file, int line) { checkpointing_on ? set_checkpoint(file, line) : void(); }
 
  private:
-  using Destroy = void (*)(publisher*);
+  // Destroys the object that a publisher is part of, wherever in it the publisher lies.
+  struct Destroy {
+    void operator()(publisher*) const { how(whole); }
+
+    void (*how)(void*);
+    void* whole;
+  };
 
   logger(const std::string& own_name, logger* above);
   ~logger() = default;
@@ -256,7 +262,7 @@ class UTIL_EXPORT logger {
 #pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
 template <class P>
 void logger::setPublisher(P* p) {
-  set_publisher(p, [](publisher* whole) { delete static_cast<P*>(whole); });
+  set_publisher(p, {[](void* whole) { delete static_cast<P*>(whole); }, p});
 }
 #pragma GCC diagnostic pop
 

@@ -3,7 +3,7 @@
 
 #include "log.h"
 
-namespace nasd {
+namespace appliance {
 namespace {
 
 // Comes again after each run: an event is run once, its copy is another one.
@@ -27,31 +27,36 @@ class Summary : public util::Event {
 
 Daemon::Daemon(const Options& options)
     : options_(options),
-      space_(options.disk),
-      samplers_{&load_, &memory_, &traffic_, &space_},
+      configuration_(options.config),
+      machine_(options.disk),
+      keeper_(options_, configuration_, machine_),
       loop_(log()) {
-  for (Sampler* const sampler : samplers_) loop_.addEvent(sampler);
+  for (Sampler* const sampler : machine_.samplers()) loop_.addEvent(sampler);
+  loop_.addEvent(&keeper_);
   loop_.addEvent(new Summary(*this, loop_, options_.summary), options_.summary);
 }
 
-void Daemon::run(const volatile std::sig_atomic_t& signal) {
+void Daemon::run(const volatile std::sig_atomic_t& ending, volatile std::sig_atomic_t& reloading) {
   UTIL_LOG(log(), util::INFO, "started with cycles of %d ms", static_cast<int>(options_.cycle));
   unsigned long done = 0;
-  while (signal == 0 && (options_.cycles == 0 || done < options_.cycles)) {
+  while (ending == 0 && (options_.cycles == 0 || done < options_.cycles)) {
+    if (reloading != 0) {
+      reloading = 0;
+      configuration_.reload();
+    }
     loop_.runLoop(options_.cycle);
     ++done;
   }
   summarize();
-  if (signal != 0) {
-    UTIL_LOG(log(), util::INFO, "ended by signal %d after %lu cycles", signal, done);
+  if (ending != 0) {
+    UTIL_LOG(log(), util::INFO, "ended by signal %d after %lu cycles", ending, done);
   } else {
     UTIL_LOG(log(), util::INFO, "ended after %lu cycles", done);
   }
 }
 
 void Daemon::summarize() {
-  for (Sampler* const sampler : samplers_) sampler->summarize();
-  log()->flush();
+  for (Sampler* const sampler : machine_.samplers()) sampler->summarize();
 }
 
-}  // namespace nasd
+}  // namespace appliance

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "configuration.h"
+#include "keeper.h"
 #include "options.h"
 #include "samplers.h"
 
@@ -8,27 +10,27 @@
 
 #include <csignal>
 
-namespace nasd {
+namespace appliance {
 
-// Samples and summarizes until it is told to stop.
+// Samples, keeps the state and summarizes until it is told to stop.
 class Daemon {
  public:
+  // Throws what reading the configuration throws.
   explicit Daemon(const Options& options);
 
-  // Returns once `signal` is set or the cycles are done, with a last summary logged.
-  void run(const volatile std::sig_atomic_t& signal);
+  // Returns once `ending` is the number of a signal or the cycles are done, with a last summary
+  // logged. Reads the configuration again where it finds `reloading` set, and clears it.
+  void run(const volatile std::sig_atomic_t& ending, volatile std::sig_atomic_t& reloading);
 
-  // Logs the summary of all samplers and has it on disk; repeats itself.
+  // Logs the summary of all samplers; repeats itself.
   void summarize();
 
  private:
   const Options options_;
-  LoadSampler load_;
-  MemorySampler memory_;
-  TrafficSampler traffic_;
-  SpaceSampler space_;
-  Sampler* const samplers_[4];
+  Configuration configuration_;
+  Machine machine_;
+  Keeper keeper_;
   util::SuperLoop loop_;
 };
 
-}  // namespace nasd
+}  // namespace appliance

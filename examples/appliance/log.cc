@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "log.h"
 
-#include <util/SuperLoop.h>
+#include <syslog.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -9,10 +10,10 @@
 #include <memory>
 #include <stdexcept>
 
-namespace nasd {
+namespace appliance {
 namespace {
 
-constexpr off_t kLogSize = 256 * 1024;
+constexpr off_t kLogSize = 262144;
 constexpr size_t kLogCount = 4;
 
 struct Close {
@@ -30,19 +31,20 @@ void require_writable(const std::string& file) {
 // Not the root logger: that one's publisher is the owner of standard error.
 util::logger* log() { return util::logger::getLogger("nasd"); }
 
+util::logger* alerts() { return log()->childLogger("alerts"); }
+
 void open_log(const Options& options) {
   require_writable(options.log);
   log()->setUseParentPublisher(false);
   log()->setPublisher(new util::rolling_file_publisher(options.log.c_str(), kLogSize, kLogCount));
   log()->enable(util::INFO);
-  log()->enable(SAMPLE);
   log()->enable(SUMMARY);
-  if (options.verbose) {
-    log()->enable(util::DEBUG);
-    log()->enable(util::EVENT_LOOP);
-  }
+  for (const util::category* each : options.enabled) log()->enable(*each);
+
+  openlog("nasd", LOG_PID, LOG_DAEMON);
+  alerts()->setPublisher(new util::syslog_publisher);
 }
 
 void close_log() { log()->setPublisher(nullptr); }
 
-}  // namespace nasd
+}  // namespace appliance

@@ -5,19 +5,22 @@
 
 #include <util/logger.h>
 
-namespace nasd {
+namespace appliance {
 
 static util::category SAMPLE("SAMPLE");
 static util::category SUMMARY("SUMMARY");
 
-// Where everything is logged.
+// Where everything is logged: a set of rolling files.
 util::logger* log();
 
-// Makes it write to the files that the options name. Throws std::runtime_error where that cannot
+// Below log(): what it is told goes to the system log as well.
+util::logger* alerts();
+
+// Makes them write to the files that the options name. Throws std::runtime_error where that cannot
 // be.
 void open_log(const Options& options);
 
 // Has every entry on disk.
 void close_log();
 
-}  // namespace nasd
+}  // namespace appliance

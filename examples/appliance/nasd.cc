@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The appliance's daemon: watches load, memory, network and free space and logs them.
+// The appliance's daemon: watches the machine and its configuration, keeps their state for the
+// status page and logs what happens.
 #include "daemon.h"
 #include "log.h"
 #include "options.h"
@@ -10,25 +11,28 @@
 
 namespace {
 
-volatile std::sig_atomic_t caught = 0;
+volatile std::sig_atomic_t ending = 0;     // the number of the signal that asked for it
+volatile std::sig_atomic_t reloading = 0;  // whether the configuration is to be read again
 
 void watch_signals() {
   struct sigaction action = {};
-  action.sa_handler = [](int signal) { caught = signal; };
+  action.sa_handler = [](int signal) { ending = signal; };
   sigaction(SIGTERM, &action, nullptr);
   sigaction(SIGINT, &action, nullptr);
+  action.sa_handler = [](int) { reloading = 1; };
+  sigaction(SIGHUP, &action, nullptr);
 }
 
 int run(int argc, char** argv) {
-  const nasd::Options options = nasd::parse_options(argc, argv);
+  const appliance::Options options = appliance::parse_options(argc, argv);
   if (options.help) {
-    fputs(nasd::kUsage, stdout);
+    fputs(appliance::kUsage, stdout);
     return 0;
   }
   watch_signals();
-  nasd::open_log(options);
-  nasd::Daemon(options).run(caught);
-  nasd::close_log();
+  appliance::open_log(options);
+  appliance::Daemon(options).run(ending, reloading);
+  appliance::close_log();
   return 0;
 }
 
@@ -37,7 +41,7 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   try {
     return run(argc, argv);
-  } catch (const nasd::bad_option& wrong) {
+  } catch (const appliance::bad_option& wrong) {
     fprintf(stderr, "nasd: %s; --help lists the options\n", wrong.what());
     return 2;
   } catch (const std::exception& error) {

@@ -6,39 +6,47 @@
 #include <charconv>
 #include <cstring>
 
-namespace nasd {
+namespace appliance {
 
 const char kUsage[] =
     "usage: nasd [option...]\n"
     "\n"
-    "Samples the machine once a cycle and logs what it finds, with a summary now and\n"
-    "then, into a set of rolling files. SIGTERM and SIGINT end it within one cycle.\n"
+    "Samples the machine once a cycle, keeps its state for the status page and logs what\n"
+    "happens, with a summary now and then, into a set of rolling files. SIGTERM and SIGINT\n"
+    "end it within one cycle; SIGHUP makes it read its configuration again.\n"
     "\n"
-    "  --log FILE      log into FILE, FILE.0, ...; default nasd.log\n"
-    "  --cycle MS      length of a cycle in milliseconds; default 1000\n"
-    "  --cycles N      end after N cycles; default: run until a signal\n"
-    "  --summary MS    time between summaries in milliseconds; default 5000\n"
-    "  --disk PATH     watch the free space of the file system of PATH; default /\n"
-    "  --verbose       log what the event loop does, too\n"
-    "  --help          print this and end\n"
+    "  --config FILE        the configuration document; default nas_conf_db.xml\n"
+    "  --state FILE         keep the state in the property list FILE; default state.plist\n"
+    "  --acknowledged FILE  property list of the warnings that the owner has acknowledged,\n"
+    "                       written by the web back end; default acknowledged.plist\n"
+    "  --log FILE           log into FILE, FILE.0, ...; default nasd.log\n"
+    "  --enable CATEGORY    log that category, too; may be given several times\n"
+    "  --cycle MS           length of a cycle in milliseconds; default 1000\n"
+    "  --cycles N           end after N cycles; default: run until a signal\n"
+    "  --summary MS         time between summaries in milliseconds; default 60000\n"
+    "  --disk PATH          watch the free space of the file system of PATH; default /\n"
+    "  --help               print this and end\n"
     "\n"
-    "Exit status: 0 after a signal or the last cycle, 1 if the log cannot be written,\n"
-    "2 for a wrong command line.\n";
+    "Exit status: 0 after a signal or the last cycle, 1 if the configuration cannot be read\n"
+    "or the log cannot be written, 2 for a wrong command line.\n";
 
 namespace {
 
 constexpr unsigned long kMostCycles = 1000000000;
-constexpr unsigned long kDay = 24 * 60 * 60 * 1000;
+constexpr unsigned long kDay = 24UL * 60 * 60 * 1000;
 
 const option kOptions[] = {
-    {"cycle",   required_argument, nullptr, 'c'},
-    {"cycles",  required_argument, nullptr, 'n'},
-    {"disk",    required_argument, nullptr, 'd'},
-    {"help",    no_argument,       nullptr, 'h'},
-    {"log",     required_argument, nullptr, 'l'},
-    {"summary", required_argument, nullptr, 's'},
-    {"verbose", no_argument,       nullptr, 'v'},
-    {nullptr,   0,                 nullptr, 0  }
+    {"acknowledged", required_argument, nullptr, 'a'},
+    {"config",       required_argument, nullptr, 'f'},
+    {"cycle",        required_argument, nullptr, 'c'},
+    {"cycles",       required_argument, nullptr, 'n'},
+    {"disk",         required_argument, nullptr, 'd'},
+    {"enable",       required_argument, nullptr, 'e'},
+    {"help",         no_argument,       nullptr, 'h'},
+    {"log",          required_argument, nullptr, 'l'},
+    {"state",        required_argument, nullptr, 's'},
+    {"summary",      required_argument, nullptr, 'm'},
+    {nullptr,        0,                 nullptr, 0  }
 };
 
 unsigned long number(const char* name, unsigned long most) {
@@ -52,6 +60,16 @@ unsigned long number(const char* name, unsigned long most) {
   return value;
 }
 
+const util::category* category(const std::string& name) {
+  const util::category* const found = util::category::forName(name);
+  if (found != nullptr) return found;
+  std::string known;
+  for (const util::category* each : util::category::categories()) {
+    known += (known.empty() ? "" : ", ") + each->name();
+  }
+  throw bad_option("no category '" + name + "' among " + known);
+}
+
 }  // namespace
 
 Options parse_options(int argc, char** argv) {
@@ -60,13 +78,16 @@ Options parse_options(int argc, char** argv) {
   for (;;) {
     const int at = optind;
     switch (getopt_long(argc, argv, "+:", kOptions, nullptr)) {
+      case 'a': options.acknowledged = optarg; break;
       case 'c': options.cycle = number("--cycle", kDay); break;
       case 'd': options.disk = optarg; break;
+      case 'e': options.enabled.push_back(category(optarg)); break;
+      case 'f': options.config = optarg; break;
       case 'h': options.help = true; break;
       case 'l': options.log = optarg; break;
+      case 'm': options.summary = number("--summary", kDay); break;
       case 'n': options.cycles = number("--cycles", kMostCycles); break;
-      case 's': options.summary = number("--summary", kDay); break;
-      case 'v': options.verbose = true; break;
+      case 's': options.state = optarg; break;
       case ':': throw bad_option(std::string(argv[at]) + " takes an argument");
       case '?': throw bad_option(std::string("no option ") + argv[at]);
       default:
@@ -76,4 +97,4 @@ Options parse_options(int argc, char** argv) {
   }
 }
 
-}  // namespace nasd
+}  // namespace appliance

@@ -2,21 +2,26 @@
 #pragma once
 
 #include <util/Timer.h>
+#include <util/logger.h>
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
-namespace nasd {
+namespace appliance {
 
 // What the command line says; all times in milliseconds.
 struct Options {
   bool help = false;
-  bool verbose = false;
   unsigned long cycles = 0;  // 0: until a signal
   util::utime_t cycle = 1000;
-  util::utime_t summary = 5000;
+  util::utime_t summary = 60000;
   std::string disk = "/";
+  std::string config = "nas_conf_db.xml";
   std::string log = "nasd.log";
+  std::string state = "state.plist";
+  std::string acknowledged = "acknowledged.plist";
+  std::vector<const util::category*> enabled;
 };
 
 // The text says what is wrong with the command line.
@@ -29,4 +34,4 @@ Options parse_options(int argc, char** argv);  // throws bad_option
 
 extern const char kUsage[];
 
-}  // namespace nasd
+}  // namespace appliance

@@ -4,6 +4,7 @@
 #include "log.h"
 
 #include <sys/statvfs.h>
+#include <util/Timer.h>
 #include <util/system_exception.h>
 
 #include <algorithm>
@@ -13,7 +14,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace nasd {
+namespace appliance {
 namespace {
 
 using ull = unsigned long long;  // as printf knows it
@@ -31,26 +32,35 @@ uint64_t field(const std::string& text, const std::string& key) {
   return std::stoull(text.substr(at + key.size() + 1));
 }
 
-// Two lines of headings, then "<interface>: <bytes received> and seven more <bytes sent> ...".
-Traffic read_traffic() {
+// The counters of all interfaces. Two lines of headings, then "<interface>: <bytes received> and
+// seven more <bytes sent> ...".
+std::map<std::string, Traffic> read_traffic() {
   std::ifstream in = open("/proc/net/dev");
-  Traffic total;
+  std::map<std::string, Traffic> counters;
   std::string line;
   while (std::getline(in, line)) {
     const size_t colon = line.find(':');
-    if (colon == std::string::npos || line.find(" lo:") != std::string::npos) continue;
+    if (colon == std::string::npos) continue;
     std::istringstream numbers(line.substr(colon + 1));
     uint64_t column[9] = {};
     for (uint64_t& number : column) numbers >> number;
     if (!numbers) throw std::runtime_error("not nine numbers: " + line);
-    total.received += column[0];
-    total.sent += column[8];
+    const size_t start = line.find_first_not_of(' ');
+    counters[line.substr(start, colon - start)] = {column[0], column[8]};
   }
-  return total;
+  return counters;
 }
 
-// What a counter has grown by; one that fell was started anew.
+// What counters have grown by; one that fell was started anew.
 uint64_t growth(uint64_t from, uint64_t to) { return to >= from ? to - from : to; }
+Traffic growth(const Traffic& from, const Traffic& to) {
+  return {growth(from.received, to.received), growth(from.sent, to.sent)};
+}
+
+Traffic per_second(const Traffic& bytes, util::utime_t milliseconds) {
+  const uint64_t time = std::max<uint64_t>(milliseconds, 1);
+  return {bytes.received * 1000 / time, bytes.sent * 1000 / time};
+}
 
 }  // namespace
 
@@ -64,12 +74,12 @@ void Sampler::runLoop(util::utime_t) {
 
 void LoadSampler::sample() {
   std::ifstream in = open("/proc/loadavg");
-  double one = 0;
-  double five = 0;
-  double fifteen = 0;
-  if (!(in >> one >> five >> fifteen)) throw std::runtime_error("not three numbers");
-  highest_ = std::max(highest_.value_or(one), one);
-  UTIL_LOG(log(), SAMPLE, "load %.2f %.2f %.2f", one, five, fifteen);
+  std::vector<double> load(3);
+  for (double& each : load) in >> each;
+  if (!in) throw std::runtime_error("not three numbers");
+  load_ = load;
+  highest_ = std::max(highest_.value_or(load[0]), load[0]);
+  UTIL_LOG(log(), SAMPLE, "load %.2f %.2f %.2f", load[0], load[1], load[2]);
 }
 
 void LoadSampler::summarize() {
@@ -80,10 +90,10 @@ void LoadSampler::summarize() {
 void MemorySampler::sample() {
   std::stringstream text;
   text << open("/proc/meminfo").rdbuf();
-  const uint64_t available = field(text.str(), "MemAvailable");
-  const uint64_t total = field(text.str(), "MemTotal");
-  least_available_ = std::min(least_available_.value_or(available), available);
-  UTIL_LOG(log(), SAMPLE, "memory %llu of %llu KiB available", ull{available}, ull{total});
+  available_ = field(text.str(), "MemAvailable");
+  total_ = field(text.str(), "MemTotal");
+  least_available_ = std::min(least_available_.value_or(available_), available_);
+  UTIL_LOG(log(), SAMPLE, "memory %llu of %llu KiB available", ull{available_}, ull{total_});
 }
 
 void MemorySampler::summarize() {
@@ -93,15 +103,36 @@ void MemorySampler::summarize() {
   least_available_.reset();
 }
 
+Traffic& Traffic::operator+=(const Traffic& more) {
+  received += more.received;
+  sent += more.sent;
+  return *this;
+}
+
 void TrafficSampler::sample() {
-  const Traffic now = read_traffic();
-  const Traffic before = std::exchange(last_, now).value_or(now);
-  const uint64_t received = growth(before.received, now.received);
-  const uint64_t sent = growth(before.sent, now.sent);
+  const ByInterface counters = read_traffic();
+  const util::utime_t now = util::Timer::now();
+  rates_.clear();
+  Traffic total;
+  for (const auto& [name, counter] : counters) {
+    const auto before = counters_.find(name);
+    if (before == counters_.end()) continue;
+    const Traffic grown = growth(before->second, counter);
+    rates_[name] = per_second(grown, now - counted_at_);
+    if (name != "lo") total += grown;
+  }
+  rate_ = per_second(total, now - counted_at_);
+  counters_ = counters;
+  counted_at_ = now;
+
   if (!since_summary_) since_summary_.emplace();
-  since_summary_->received += received;
-  since_summary_->sent += sent;
-  UTIL_LOG(log(), SAMPLE, "traffic %llu bytes in, %llu out", ull{received}, ull{sent});
+  *since_summary_ += total;
+  UTIL_LOG(log(), SAMPLE, "traffic %llu bytes in, %llu out", ull{total.received}, ull{total.sent});
+}
+
+Traffic TrafficSampler::rate(const std::string& interface) const {
+  const auto found = rates_.find(interface);
+  return found == rates_.end() ? Traffic() : found->second;
 }
 
 void TrafficSampler::summarize() {
@@ -132,4 +163,9 @@ void SpaceSampler::summarize() {
   least_free_.reset();
 }
 
-}  // namespace nasd
+void BoardSampler::sample() {
+  pins_.refresh();
+  UTIL_LOG(log(), SAMPLE, "board 0x%x", pins_.getValue());
+}
+
+}  // namespace appliance

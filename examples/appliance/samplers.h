@@ -2,14 +2,18 @@
 #pragma once
 
 #include <util/EventLoop.h>
+#include <util/ZEB_GPIO.h>
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
-namespace nasd {
+namespace appliance {
 
-// A sub-loop that takes one sample of the machine a cycle and logs it.
+// A sub-loop that takes one sample of the machine a cycle, logs it and keeps the last one; before
+// the first it is 0.
 class Sampler : public util::EventLoop {
  public:
   // Logs a sample that cannot be taken as WARNING.
@@ -27,9 +31,12 @@ class LoadSampler : public Sampler {
   const char* name() override { return "load"; }
   void summarize() override;
 
+  const std::vector<double>& load() const { return load_; }  // over 1, 5 and 15 minutes
+
  private:
   void sample() override;
 
+  std::vector<double> load_ = {0, 0, 0};
   std::optional<double> highest_;
 };
 
@@ -38,16 +45,23 @@ class MemorySampler : public Sampler {
   const char* name() override { return "memory"; }
   void summarize() override;
 
+  uint64_t total() const { return total_; }  // KiB
+  uint64_t available() const { return available_; }
+
  private:
   void sample() override;
 
-  std::optional<uint64_t> least_available_;  // KiB
+  uint64_t total_ = 0;
+  uint64_t available_ = 0;
+  std::optional<uint64_t> least_available_;
 };
 
-// Bytes of all network interfaces but the loopback.
+// Bytes.
 struct Traffic {
   uint64_t received = 0;
   uint64_t sent = 0;
+
+  Traffic& operator+=(const Traffic& more);
 };
 
 class TrafficSampler : public Sampler {
@@ -55,10 +69,20 @@ class TrafficSampler : public Sampler {
   const char* name() override { return "traffic"; }
   void summarize() override;
 
+  // A second, on the average since the sample before: over all interfaces but the loopback, or
+  // over one of them.
+  Traffic rate() const { return rate_; }
+  Traffic rate(const std::string& interface) const;
+
  private:
+  using ByInterface = std::map<std::string, Traffic>;
+
   void sample() override;
 
-  std::optional<Traffic> last_;
+  ByInterface counters_;
+  util::utime_t counted_at_ = 0;
+  ByInterface rates_;
+  Traffic rate_;
   std::optional<Traffic> since_summary_;
 };
 
@@ -76,4 +100,31 @@ class SpaceSampler : public Sampler {
   std::optional<uint64_t> least_free_;  // MiB
 };
 
-}  // namespace nasd
+// The board's status pins; all low on a machine that is no such board.
+class BoardSampler : public Sampler {
+ public:
+  const char* name() override { return "board"; }
+  void summarize() override {}
+
+  const util::ZEB_GPIO& pins() const { return pins_; }
+
+ private:
+  void sample() override;
+
+  util::ZEB_GPIO pins_;
+};
+
+// All that is sampled.
+struct Machine {
+  explicit Machine(const std::string& disk) : space(disk) {}
+
+  std::vector<Sampler*> samplers() { return {&load, &memory, &traffic, &space, &board}; }
+
+  LoadSampler load;
+  MemorySampler memory;
+  TrafficSampler traffic;
+  SpaceSampler space;
+  BoardSampler board;
+};
+
+}  // namespace appliance

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 // A client of the installed library: something of each family, the XML layer included.
-#include <ticpp.h>
 #include <util/SuperLoop.h>
 #include <util/Value.h>
 #include <util/logger.h>
 #include <util/util.h>
 
 #include <iostream>
+
+#include <ticpp.h>
 
 int main() {
   util::logger::rootLogger()->enable(util::INFO);

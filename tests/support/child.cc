@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "tests/support/child.h"
 
+#include <sched.h>
 #include <stdlib.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <iostream>
 
@@ -21,10 +25,27 @@ namespace {
   exit(result.Failed() ? 1 : 0);
 }
 
+bool enter_namespace() {
+  return unshare(geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER) == 0;
+}
+
 }  // namespace
 
 void in_child(const std::function<void()>& body) {
   EXPECT_EXIT(run_and_exit(body), testing::ExitedWithCode(0), "");
+}
+
+bool namespaces_work() {
+  const pid_t child = fork();
+  if (child == 0) _exit(enter_namespace() ? 0 : 1);
+  int status = -1;
+  return waitpid(child, &status, 0) == child && status == 0;
+}
+
+void replace_dev(const std::string& dev) {
+  EXPECT_TRUE(enter_namespace());
+  EXPECT_EQ(0, mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr));
+  EXPECT_EQ(0, mount(dev.c_str(), "/dev", nullptr, MS_BIND, nullptr));
 }
 
 }  // namespace support

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
 namespace support {
 
@@ -10,5 +11,11 @@ namespace support {
 // expectation that fails there fails the calling test, which shows it unless standard error was
 // closed.
 void in_child(const std::function<void()>& body);
+
+// Whether this machine lets a test have a mount namespace.
+bool namespaces_work();
+
+// Only in a child: moves it into a mount namespace of its own, whose /dev is the folder `dev`.
+void replace_dev(const std::string& dev);
 
 }  // namespace support

@@ -8,7 +8,7 @@
 int main(int argc, char** argv) {
   setenv("TZ", "UTC", 1);
   tzset();
-  testing::InitGoogleTest(&argc, argv);
   testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  testing::InitGoogleTest(&argc, argv);  // the command line may choose otherwise
   return RUN_ALL_TESTS();
 }

@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: MIT
+#include "host.h"
+
+#include "texts.h"
+
+#include <sys/utsname.h>
+#include <unistd.h>
+#include <util/NetworkInterface.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+
+namespace appliance {
+namespace {
+
+using util::value_array;
+using util::value_struct;
+
+constexpr double kKiB = 1024;
+
+double uptime() {  // seconds
+  double seconds = 0;
+  std::ifstream("/proc/uptime") >> seconds;
+  return seconds;
+}
+
+std::string kernel() {
+  struct utsname names = {};
+  return uname(&names) < 0 ? "" : std::string(names.sysname) + " " + names.release;
+}
+
+// "" on a machine that is no such board.
+std::string board_text(const util::ZEB_GPIO& board) {
+  if (board.getValue() == 0) return "";
+  const bool second = board.getHardwareRevision() == util::ZEB_GPIO::Revision2;
+  return std::string("revision ") + (second ? "2" : "3") + ", " +
+         std::to_string(board.getDriveCount()) + " drives";
+}
+
+// "00:1a:2b:3c:4d:5e", or "" for the zeros of an interface without hardware.
+std::string mac_text(const util::byte_string& mac) {
+  if (mac.find_first_not_of('\0') == mac.npos) return "";
+  std::string text;
+  for (const unsigned char byte : mac) {
+    char digits[4];
+    snprintf(digits, sizeof digits, ":%02x", byte);
+    text += digits;
+  }
+  return text.substr(1);
+}
+
+value_struct interface_value(const std::string& name, const value_array& addresses,
+                             const Traffic& rate) {
+  value_struct value;
+  put(value, "name", name);
+  value["addresses"] = addresses;
+  value["received"] = static_cast<double>(rate.received);
+  value["sent"] = static_cast<double>(rate.sent);
+  return value;
+}
+
+value_struct present_interface(const util::NetworkInterface& interface, const Traffic& rate) {
+  value_array addresses;
+  for (const util::byte_string& address : interface.get_addresses()) {
+    addresses.push_back(util::NetworkInterface::addr_to_str(address));
+  }
+  value_struct value = interface_value(interface.get_name(), addresses, rate);
+  value["up"] = true;
+  put(value, "mac", mac_text(interface.get_macAddress()));
+  return value;
+}
+
+value_struct missing_interface(const util::NASLANInterface& configured) {
+  value_array addresses;
+  if (!configured.ipaddr.empty()) addresses.push_back(configured.ipaddr);
+  value_struct value = interface_value(configured.iface, addresses, Traffic());
+  value["up"] = false;
+  return value;
+}
+
+}  // namespace
+
+value_struct system(const util::NASConfDB& db, const Machine& machine) {
+  const util::NASSystem& from = db.get_system();
+  const std::vector<double>& load = machine.load.load();
+  value_struct value;
+  value["load"] = value_array(load.begin(), load.end());
+  value["uptime"] = uptime();
+  value["memory_total"] = kKiB * static_cast<double>(machine.memory.total());
+  value["memory_free"] = kKiB * static_cast<double>(machine.memory.available());
+  value["processors"] = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
+  put(value, "hostname", from.hostname);
+  put(value, "domain", from.domain);
+  put(value, "description", db.get_samba().serverdesc);
+  put(value, "platform", from.platform);
+  put(value, "timezone", from.timezone);
+  put(value, "kernel", kernel());
+  put(value, "board", board_text(machine.board.pins()));
+  return value;
+}
+
+value_array interfaces(const util::NASConfDB& db, const Machine& machine) {
+  value_array values;
+  std::vector<std::string> names;
+  for (const util::NetworkInterface& each : util::NetworkInterface::get_interfaces()) {
+    names.push_back(each.get_name());
+    values.push_back(present_interface(each, machine.traffic.rate(each.get_name())));
+  }
+  for (const util::NASLANInterface& each : db.get_lan_ifs()) {
+    if (std::count(names.begin(), names.end(), each.iface) == 0) {
+      values.push_back(missing_interface(each));
+    }
+  }
+  return values;
+}
+
+void add_host_faults(const util::NASConfDB& db, const Machine& machine,
+                     std::vector<std::string>& to) {
+  if (machine.board.pins().getTemperature() == util::ZEB_GPIO::High) {
+    to.push_back("The board is too hot");
+  }
+  if (db.get_system().webgui_adminpasswd.empty()) {
+    to.push_back("The web interface has no administration password");
+  }
+}
+
+}  // namespace appliance

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+#include "shares.h"
+
+#include "texts.h"
+
+#include <util/escape.h>
+#include <util/strnatcmp.h>
+
+#include <iterator>
+#include <list>
+
+namespace appliance {
+namespace {
+
+using util::value_array;
+using util::value_struct;
+
+// Words by enumerator; what the document does not say is left out.
+constexpr const char* kTypes[] = {"", "public", "private"};
+constexpr const char* kStatuses[] = {"", "active", "suspended"};
+constexpr const char* kLocations[] = {"", "internal", "external"};
+constexpr const char* kAccess[] = {"none", "readonly", "full"};
+static_assert(std::size(kTypes) == util::Private + 1, "one word a type");
+static_assert(std::size(kStatuses) == util::Suspended + 1, "one word a status");
+static_assert(std::size(kLocations) == util::ExternalShare + 1, "one word a location");
+static_assert(std::size(kAccess) == util::Full + 1, "one word a kind of access");
+
+std::string folder(util::NASShare share) {
+  if (share.location == util::NoLocation) return "";
+  share.name = util::escape_string(share.name);
+  return share.root_path();
+}
+
+value_struct share_value(const util::NASShare& share) {
+  value_array users;
+  for (const util::NASAccess& user : share.users) {
+    value_struct value;
+    put(value, "name", user.username);
+    put(value, "access", kAccess[user.accesstype]);
+    users.push_back(value);
+  }
+  value_struct value;
+  put(value, "name", share.name);
+  put(value, "folder", folder(share));
+  put(value, "type", kTypes[share.type]);
+  put(value, "status", kStatuses[share.status]);
+  put(value, "location", kLocations[share.location]);
+  value["users"] = users;
+  return value;
+}
+
+}  // namespace
+
+value_array shares(const util::NASConfDB& db) {
+  std::list<util::NASShare> sorted = db.get_shares();
+  sorted.sort([](const util::NASShare& a, const util::NASShare& b) {
+    return strnatcasecmp(a.name.c_str(), b.name.c_str()) < 0;
+  });
+  value_array values;
+  for (const util::NASShare& share : sorted) values.push_back(share_value(share));
+  return values;
+}
+
+void add_share_faults(const util::NASConfDB& db, std::vector<std::string>& to) {
+  for (const util::NASShare& share : db.get_shares()) {
+    if (share.location == util::NoLocation)
+      to.push_back("Share " + share.name + " has no location");
+  }
+}
+
+}  // namespace appliance

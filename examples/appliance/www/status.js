@@ -1,0 +1,339 @@
+// SPDX-License-Identifier: MIT
+// The status page. Every few seconds it loads the back end's script by a <script> element, calls the
+// function nasStatus() that the script defines, and shows what it returns.
+//
+// All of it is somebody's text (names of shares, log entries): it becomes text nodes, never markup.
+'use strict';
+
+const BACK_END = '/cgi-bin/status.cgi';
+const REFRESH = 2000;     // milliseconds between two answers
+const PATIENCE = 10000;   // milliseconds for an answer to arrive
+const SVG = 'http://www.w3.org/2000/svg';
+
+const byId = (id) => document.getElementById(id);
+
+// ---- elements ----------------------------------------------------------------------------------
+
+const fill = (element, attributes, children) => {
+  for (const [name, value] of Object.entries(attributes)) element.setAttribute(name, value);
+  element.append(...children.filter((child) => child != null));
+  return element;
+};
+const make = (tag, attributes = {}, ...children) =>
+  fill(document.createElement(tag), attributes, children);
+const draw = (tag, attributes = {}, ...children) =>
+  fill(document.createElementNS(SVG, tag), attributes, children);
+
+// Small texts; null where there is none, since the state leaves out what is not known.
+const span = (kind, text) => (text ? make('span', { class: kind }, text) : null);
+const quiet = (text) => span('quiet', text);
+const mono = (text) => span('mono', text);
+const tag = (text, kind = '') => span(`tag ${kind}`, text);
+
+// Puts new children into an element, but only where `data` differs from the last time: what is
+// unchanged keeps its focus, selection and scroll position.
+const shown = new Map();
+const show = (id, data, children) => {
+  const text = JSON.stringify(data) ?? '';
+  if (shown.get(id) === text) return;
+  shown.set(id, text);
+  byId(id).replaceChildren(...children(data));
+};
+
+// ---- numbers and times as a person reads them --------------------------------------------------
+
+const bytes = (count) => {
+  const units = ['B', 'KiB', 'MiB', 'GiB', 'TiB', 'PiB'];
+  let power = 0;
+  while (count >= 1024 && power < units.length - 1) {
+    count /= 1024;
+    ++power;
+  }
+  return `${count.toFixed(power > 0 && count < 100 ? 1 : 0)}\u00a0${units[power]}`;
+};
+const rate = (count) => `${bytes(count)}/s`;
+
+const duration = (seconds) => {
+  const whole = Math.max(0, Math.round(seconds));
+  const steps = [[86400, 'd'], [3600, 'h'], [60, 'min'], [1, 's']];
+  const first = steps.findIndex(([length]) => whole >= length);
+  if (first < 0) return '0\u00a0s';
+  const [length, unit] = steps[first];
+  const rest = steps[first + 1];
+  const large = `${Math.floor(whole / length)}\u00a0${unit}`;
+  const small = rest ? Math.floor((whole % length) / rest[0]) : 0;
+  return small > 0 ? `${large} ${small}\u00a0${rest[1]}` : large;
+};
+
+// The back end's times are texts in UTC, "2026-05-01T14:03:59Z".
+const seconds = (time) => Date.parse(time) / 1000;
+const clock = (time) =>
+  new Date(time).toLocaleString([], { dateStyle: 'medium', timeStyle: 'short' });
+
+// ---- graphs ------------------------------------------------------------------------------------
+
+const WIDTH = 320;
+const HEIGHT = 96;
+
+// A round upper end for an axis: `least`, doubled until it holds `most`.
+const ceiling = (most, least) => (most <= least ? least : ceiling(most, least * 2));
+
+// Stretches of points without a long pause between two: a daemon that stood still leaves a gap.
+const stretches = (times) => {
+  const steps = times.slice(1).map((time, i) => time - times[i]).sort((a, b) => a - b);
+  const longest = Math.max(5, 4 * (steps[steps.length >> 1] ?? 0));
+  const result = [];
+  times.forEach((time, i) => {
+    if (i === 0 || time - times[i - 1] > longest) result.push([]);
+    result[result.length - 1].push(i);
+  });
+  return result;
+};
+
+const line = (times, values, top, name) => {
+  const start = times[0];
+  const span = Math.max(1, times[times.length - 1] - start);
+  const at = (i) => `${((times[i] - start) / span * WIDTH).toFixed(1)} ` +
+                    `${(HEIGHT - Math.min(1, values[i] / top) * HEIGHT).toFixed(1)}`;
+  const x = (i) => at(i).split(' ')[0];
+  return stretches(times).flatMap((run) => {
+    const points = run.map(at).join('L');
+    const last = run[run.length - 1];
+    return [draw('path', { class: `area ${name}`,
+                           d: `M${x(run[0])} ${HEIGHT}L${points}L${x(last)} ${HEIGHT}Z` }),
+            draw('path', { class: `line ${name}`, d: `M${points}` })];
+  });
+};
+
+// A graph with its figures: `lines` are {name, label, values, figure}.
+const graph = ({ times, lines, top, format, title }) => {
+  const span = times[times.length - 1] - times[0];
+  return [
+    make('ul', { class: 'legend' },
+         ...lines.map(({ name, label, figure }) =>
+           make('li', { class: name }, make('strong', { class: 'figure' }, figure), quiet(label)))),
+    make('div', { class: 'graph' },
+         draw('svg', { viewBox: `0 0 ${WIDTH} ${HEIGHT}`, preserveAspectRatio: 'none', role: 'img',
+                       'aria-label': title },
+              ...[0, 0.5, 1].map((part) => draw('path', {
+                class: 'grid', d: `M0 ${part * HEIGHT}H${WIDTH}` })),
+              ...lines.flatMap(({ name, values }) => line(times, values, top, name))),
+         make('span', { class: 'top-label' }, format(top)),
+         make('span', { class: 'start-label' }, `${duration(span)} ago`),
+         make('span', { class: 'end-label' }, 'now')),
+  ];
+};
+
+const NO_HISTORY = () => [quiet('No history yet')];
+const last = (list) => list[list.length - 1];
+
+const showLoad = (history, system) => show('load', [history, system.load], () => {
+  if (!history.time?.length) return NO_HISTORY();
+  const [one, five, fifteen] = system.load.map((load) => load.toFixed(2));
+  return graph({
+    times: history.time.map(seconds),
+    top: ceiling(Math.max(...history.load), 1),
+    format: String,
+    title: `Load: ${one} over a minute, ${five} over five, ${fifteen} over fifteen`,
+    lines: [{ name: 'first', label: `last minute; ${five} over 5, ${fifteen} over 15`,
+              values: history.load, figure: one }],
+  });
+});
+
+const showTraffic = (history) => show('traffic', history, () => {
+  if (!history.time?.length) return NO_HISTORY();
+  const received = rate(last(history.received));
+  const sent = rate(last(history.sent));
+  return graph({
+    times: history.time.map(seconds),
+    top: ceiling(Math.max(...history.received, ...history.sent), 1024),
+    format: rate,
+    title: `Traffic: ${received} received, ${sent} sent`,
+    lines: [
+      { name: 'first', label: 'received', values: history.received, figure: received },
+      { name: 'second', label: 'sent', values: history.sent, figure: sent },
+    ],
+  });
+});
+
+// ---- cards -------------------------------------------------------------------------------------
+
+// How full something is: a bar that says so to a screen reader too.
+const bar = (used, total, label) => {
+  const percent = total > 0 ? Math.min(100, Math.round(used / total * 100)) : 0;
+  const filled = make('span', percent >= 90 ? { class: 'full' } : {});
+  filled.style.inlineSize = `${percent}%`;
+  return make('span', { class: 'bar', role: 'meter', 'aria-label': label, 'aria-valuemin': 0,
+                        'aria-valuemax': 100, 'aria-valuenow': percent }, filled);
+};
+
+const facts = (rows) => rows.filter(([, value]) => value).map(([name, value]) =>
+  make('div', {}, make('dt', {}, name), make('dd', {}, value)));
+
+const showSystem = (system) => show('system', system, () => {
+  const used = system.memory_total - system.memory_free;
+  return [
+    ...facts([
+      ['Up for', duration(system.uptime)],
+      ['Processors', String(system.processors)],
+      ['Kernel', system.kernel],
+      ['Platform', system.platform],
+      ['Time zone', system.timezone],
+      ['Board', system.board],
+    ]),
+    make('div', { class: 'tall' },
+         make('dt', {}, 'Memory'),
+         make('dd', {}, `${bytes(used)} of ${bytes(system.memory_total)}`),
+         make('dd', {}, bar(used, system.memory_total, 'Memory in use'))),
+  ];
+});
+
+const row = (title, details, ...more) =>
+  make('li', {}, make('p', { class: 'title' }, ...title),
+       make('p', { class: 'details' }, ...details), ...more);
+
+const showDisks = (disks) => show('disks', disks, () => disks.map((disk) => row(
+  [make('strong', {}, disk.device),
+   disk.present ? tag('present', 'good') : tag('not found', 'bad')],
+  [quiet([disk.size ? bytes(disk.size) : null,
+          disk.inactivityperiod > 0 ? `sleeps after ${disk.inactivityperiod} min` : 'never sleeps',
+         ].filter(Boolean).join(', '))])));
+
+const showVolumes = (volumes) => show('volumes', volumes, () => volumes.map((volume) => row(
+  [make('strong', {}, volume.folder),
+   quiet(`${bytes(volume.free)} free of ${bytes(volume.total)}`)],
+  [bar(volume.total - volume.free, volume.total, `${volume.folder} in use`)])));
+
+const showInterfaces = (interfaces) => show('interfaces', interfaces, () => interfaces.map((one) =>
+  row([make('strong', {}, one.name), one.up ? tag('up', 'good') : tag('down', 'bad')],
+      [...one.addresses.map(mono), quiet(one.mac)],
+      one.up ? make('p', { class: 'details' },
+                    quiet(`${rate(one.received)} received, ${rate(one.sent)} sent`)) : null)));
+
+const ACCESS = { full: 'may write', readonly: 'may read', none: 'no access' };
+
+const showShares = (shares) => {
+  byId('share-count').textContent = shares.length;
+  show('shares', shares, () => shares.map((share) => row(
+    [make('strong', {}, share.name), tag(share.type),
+     share.status === 'active' ? null : tag(share.status, 'bad'),
+     share.location === 'internal' ? null : tag(share.location)],
+    [mono(share.folder)],
+    make('p', { class: 'details users' },
+         ...(share.users.length === 0 ? [quiet('no users')] : share.users.map((user) =>
+           make('span', { class: 'user' }, user.name, ' ', quiet(ACCESS[user.access]))))))));
+};
+
+const showLog = (entries) => show('log', entries, () => entries.map((entry) =>
+  make('li', { class: entry.category === 'WARNING' ? 'warning' : '' },
+       make('time', {}, entry.time.replace('T', ' ')), tag(entry.category),
+       make('span', { class: 'message' }, entry.text),
+       make('span', { class: 'where mono quiet' }, entry.where))));
+
+// ---- warnings ----------------------------------------------------------------------------------
+
+const tokens = new Map();   // by warning: the back end's leave to acknowledge it
+
+const acknowledge = async (id, button) => {
+  button.disabled = true;
+  const say = (text) => { byId('acknowledgement').textContent = text; };
+  try {
+    const answer = await fetch(BACK_END, {
+      method: 'POST',
+      headers: { 'Content-Type': 'text/plain' },
+      body: tokens.get(id),
+    });
+    if (!answer.ok) throw new Error(await answer.text());
+    say('Acknowledged. The daemon takes note within its next cycle.');
+  } catch (error) {
+    button.disabled = false;
+    say(`Not acknowledged: ${error.message}`);
+  }
+};
+
+const warningRow = ({ id, text, since, acknowledged }) => {
+  const button = make('button', { type: 'button', 'aria-label': `Acknowledge: ${text}` },
+                      'Acknowledge');
+  button.addEventListener('click', () => acknowledge(id, button));
+  return make('li', { class: acknowledged ? 'acknowledged' : '', 'data-id': id },
+              make('div', {}, make('strong', {}, text), quiet(`since ${clock(since)}`)),
+              acknowledged ? tag('acknowledged') : button);
+};
+
+const showWarnings = (warnings) => {
+  tokens.clear();
+  for (const { id, token } of warnings) if (token) tokens.set(id, token);
+  byId('warnings-card').hidden = warnings.length === 0;
+  show('warnings', warnings.map(({ token, ...rest }) => rest), (list) => list.map(warningRow));
+};
+
+// ---- freshness ---------------------------------------------------------------------------------
+
+let answered = null;   // {at: when an answer came, by this page's clock; age: of its state then}
+
+// A state is stale once the daemon has missed several of its cycles.
+const STALE = (cycle) => 5 + 3 * cycle / 1000;
+let staleAfter = STALE(1000);
+
+const WORDS = { waiting: 'Waiting', live: 'Live', stale: 'Stale', silent: 'No answer' };
+
+const showFreshness = (freshness) => {
+  if (document.body.dataset.freshness === freshness) return;
+  document.body.dataset.freshness = freshness;
+  byId('freshness').textContent = WORDS[freshness];
+};
+
+const showAge = () => {
+  if (answered === null) return;
+  const age = answered.age + (performance.now() - answered.at) / 1000;
+  byId('age').textContent = age < 1.5 * staleAfter ? 'Updated just now' : `Last word ${duration(age)} ago`;
+  if (age > staleAfter && document.body.dataset.freshness === 'live') showFreshness('stale');
+};
+
+// ---- the whole ---------------------------------------------------------------------------------
+
+const showState = (state) => {
+  if (!state.written) {
+    showFreshness('waiting');
+    byId('age').textContent = 'The daemon has not written its state yet';
+    return;
+  }
+  const { system, history } = state;
+  const name = [system.hostname, system.domain].filter(Boolean).join('.');
+  document.title = `${name}: status`;
+  byId('host').textContent = name;
+  byId('about').textContent = system.description ?? '';
+  showWarnings(state.warnings);
+  showSystem(system);
+  showLoad(history, system);
+  showTraffic(history);
+  showDisks(state.disks);
+  showVolumes(state.volumes);
+  showInterfaces(state.interfaces);
+  showShares(state.shares);
+  showLog(state.entries);
+  staleAfter = STALE(state.cycle);
+  answered = { at: performance.now(), age: seconds(state.now) - seconds(state.written) };
+  showFreshness(answered.age > staleAfter ? 'stale' : 'live');
+  showAge();
+};
+
+// Loads the script once more. The old element goes: its function stays until it is defined anew.
+const refresh = () => {
+  document.getElementById('state')?.remove();
+  const script = make('script', { id: 'state', src: `${BACK_END}?${Date.now()}` });
+  const next = (then) => {
+    clearTimeout(patience);
+    script.onload = script.onerror = null;
+    setTimeout(refresh, REFRESH);
+    then();
+  };
+  const silent = () => showFreshness('silent');
+  const patience = setTimeout(() => next(silent), PATIENCE);
+  script.onload = () => next(() => showState(nasStatus()));
+  script.onerror = () => next(silent);
+  document.head.append(script);
+};
+
+setInterval(showAge, 1000);
+refresh();

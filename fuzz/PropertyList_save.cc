@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+// An input is how to save, a byte, how many entries there are, a byte, and the entries.
+#include "fuzz/lists.h"
+#include "fuzz/values.h"
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  fuzz::Input input(data, size);
+  const bool durably = input.byte() % 2 == 1;
+  const uint8_t count = input.byte();
+  fuzz::check_saving(fuzz::built_struct(input, count), durably);
+  return 0;
+}

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+// The library's rules written once more, slow and plain: what the targets compare it with.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace fuzz {
+
+// ---- base64 ----
+
+std::string base64_encoded(const std::string& bytes, int width);
+
+// The code that the decoder returns; the bytes are appended.
+int base64_decoded(const std::string& text, std::string& bytes);
+
+// ---- the calendar, in UTC ----
+
+struct Moment {
+  int64_t year;
+  int64_t month;  // 1 to 12
+  int64_t day;    // 1 to 31
+  int64_t hour;
+  int64_t minute;
+  int64_t second;
+};
+
+Moment moment_of(uint64_t seconds);
+
+// Days, hours and so on may be too large and carry over.
+int64_t seconds_of(const Moment& moment);
+
+// "2008-05-01T14:03:59"
+std::string date_text(uint64_t milliseconds);
+
+// Reads "%Y-%m-%dT%TZ" from the start of `text`, leniently as the C library does: white space
+// before the numbers, one digit instead of two. Returns how many characters were read, 0 for a
+// mismatch.
+size_t read_date(const std::string& text, int64_t& seconds);
+
+}  // namespace fuzz

@@ -1,0 +1,435 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
+"""The whole appliance, seen by a real browser: nasd, status.cgi, lighttpd, the page in chromium.
+
+    appliance_test.py <source folder> <folder of nasd and status.cgi> <folder for pictures>
+
+Nothing waits for a fixed time: what is expected is asked for until it is there or a deadline is
+over. All that is started ends with the test, and all it wrote goes.
+"""
+import base64
+import contextlib
+import json
+import math
+import os
+import plistlib
+import random
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+import urllib.error
+import urllib.request
+
+SOURCE = BUILD = PICTURES = None
+DEADLINE = 60  # seconds; far above what anything takes
+
+CHROMIUM = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+            "--disable-background-networking", "--disable-component-update", "--disable-sync",
+            "--disable-dev-shm-usage", "--hide-scrollbars", "--window-size=1280,900"]
+
+
+def until(condition, what):
+    """The first true value of `condition()`; fails where it stays false."""
+    end = time.monotonic() + DEADLINE
+    while True:
+        value = condition()
+        if value:
+            return value
+        if time.monotonic() > end:
+            raise AssertionError(f"never seen: {what}")
+        time.sleep(0.05)
+
+
+def ask(url, method="GET", body=None, headers=None):
+    """(status, text) of a request that goes past every proxy."""
+    request = urllib.request.Request(url, body, headers or {}, method=method)
+    opener = urllib.request.build_opener(urllib.request.ProxyHandler({}))
+    try:
+        with opener.open(request, timeout=DEADLINE) as answer:
+            return answer.status, answer.read().decode()
+    except urllib.error.HTTPError as refusal:
+        return refusal.code, refusal.read().decode()
+
+
+class Programs(contextlib.ExitStack):
+    """Programs that end with the block, in the reverse order of their start."""
+
+    def start(self, command, **options):
+        program = subprocess.Popen(command, stdin=subprocess.DEVNULL, **options)
+        self.callback(self.stop, program)
+        return program
+
+    @staticmethod
+    def stop(program):
+        program.terminate()
+        try:
+            return program.wait(DEADLINE)
+        finally:
+            program.kill()
+            program.wait()
+
+
+class Browser:
+    """Chromium by the WebDriver protocol."""
+
+    def __init__(self, programs, folder):
+        driver = programs.start(["chromedriver", "--port=0"], stdout=subprocess.PIPE, text=True,
+                                stderr=subprocess.DEVNULL)
+        programs.callback(driver.stdout.close)
+        port = None
+        while port is None:
+            line = driver.stdout.readline()
+            if not line:
+                raise AssertionError("chromedriver did not start")
+            port = re.search(r"started successfully on port (\d+)", line)
+        self.base = f"http://127.0.0.1:{port[1]}/session"
+        session = self.call("", {"capabilities": {"alwaysMatch": {
+            "browserName": "chrome",
+            "goog:loggingPrefs": {"browser": "ALL"},
+            "goog:chromeOptions": {"args": [*CHROMIUM, f"--user-data-dir={folder}"]},
+        }}})
+        self.base += f"/{session['sessionId']}"
+        programs.callback(lambda: ask(self.base, "DELETE"))
+
+    def call(self, path, data=None):
+        body = None if data is None else json.dumps(data).encode()
+        status, text = ask(self.base + path, "GET" if data is None else "POST", body)
+        value = json.loads(text)["value"]
+        if status != 200:
+            raise AssertionError(value["message"])
+        return value
+
+    def open(self, url):
+        self.call("/url", {"url": url})
+
+    def run(self, script, *arguments):
+        return self.call("/execute/sync", {"script": f"return {script}", "args": arguments})
+
+    def texts(self, selector):
+        return self.run("[...document.querySelectorAll(arguments[0])].map(e => e.textContent)",
+                        selector)
+
+    def text(self, selector):
+        return "".join(self.texts(selector))
+
+    def console(self):
+        return self.call("/se/log", {"type": "browser"})
+
+    def devtools(self, command, **parameters):
+        return self.call("/goog/cdp/execute", {"cmd": command, "params": parameters})
+
+    def press(self, *keys):
+        self.call("/actions", {"actions": [{"type": "key", "id": "keyboard", "actions": [
+            {"type": way, "value": key} for key in keys for way in ("keyDown", "keyUp")]}]})
+
+    def look(self, width=0, scheme=""):
+        """As a screen of that width (0 is the window's own), in light or dark."""
+        self.devtools("Emulation.setEmulatedMedia",
+                      features=[{"name": "prefers-color-scheme", "value": scheme}])
+        self.devtools("Emulation.setDeviceMetricsOverride", width=width, height=0,
+                      deviceScaleFactor=0, mobile=width > 0)
+
+    def picture(self, name, most=4000):
+        """The page from its top, `most` pixels high, in the folder for pictures."""
+        height = min(self.run("document.documentElement.scrollHeight"), most)
+        width = self.run("document.documentElement.clientWidth")
+        data = self.devtools("Page.captureScreenshot", captureBeyondViewport=True, clip={
+            "x": 0, "y": 0, "width": width, "height": height, "scale": 1})["data"]
+        with open(os.path.join(PICTURES, name), "wb") as file:
+            file.write(base64.b64decode(data))
+
+
+TAB, ENTER = "\ue004", "\ue007"
+
+
+class Appliance(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.programs = Programs()
+        cls.addClassCleanup(cls.programs.close)
+        cls.browser = Browser(cls.programs, cls.folder())
+        os.makedirs(PICTURES, exist_ok=True)
+
+    @classmethod
+    def folder(cls):
+        return cls.programs.enter_context(tempfile.TemporaryDirectory(ignore_cleanup_errors=True))
+
+    def setUp(self):
+        self.mine = Programs()
+        self.addCleanup(self.mine.close)
+        self.data = self.mine.enter_context(tempfile.TemporaryDirectory())
+        self.config = self.path("nas_conf_db.xml")
+        shutil.copy(f"{SOURCE}/examples/appliance/nas_conf_db.xml", self.config)
+        self.start_nasd()
+        self.start_server()
+
+    def path(self, name):
+        return os.path.join(self.data, name)
+
+    def start_nasd(self):
+        self.nasd = self.mine.start([
+            f"{BUILD}/nasd", "--config", self.config, "--state", self.path("state.plist"),
+            "--acknowledged", self.path("acknowledged.plist"), "--log", self.path("nasd.log"),
+            "--cycle", "200"])
+
+    def start_server(self):
+        def serves():
+            with socket.socket() as free:
+                free.bind(("127.0.0.1", 0))
+                port = free.getsockname()[1]
+            server = self.mine.start(
+                ["lighttpd", "-D", "-f", f"{SOURCE}/examples/appliance/lighttpd.conf"],
+                env={**os.environ, "NASD_PORT": str(port), "NASD_CGI": BUILD,
+                     "NASD_WWW": f"{SOURCE}/examples/appliance/www",
+                     "NASD_STATE": self.path("state.plist"),
+                     "NASD_ACKNOWLEDGED": self.path("acknowledged.plist"),
+                     "NASD_WEB_LOG": self.path("lighttpd.log")})
+            self.url = f"http://127.0.0.1:{port}/"
+            while server.poll() is None:  # It ends at once where the port has been taken meanwhile.
+                with contextlib.suppress(OSError):
+                    return ask(self.url)[0] == 200
+                time.sleep(0.05)
+            return False
+        until(serves, "a web server")
+
+    def open_page(self):
+        self.browser.console()  # Forget what earlier tests left.
+        self.browser.open(self.url)
+        self.until_text("#freshness", "Live")
+
+    def until_text(self, selector, text):
+        until(lambda: text in self.browser.text(selector), f"'{text}' in {selector}")
+
+    def assert_console_is_clean(self):
+        self.assertEqual([], self.browser.console())
+
+    def post(self, token):
+        return ask(f"{self.url}cgi-bin/status.cgi", "POST", token.encode(),
+                   {"Content-Type": "text/plain"})[0]
+
+    def script(self):
+        return ask(f"{self.url}cgi-bin/status.cgi")[1]
+
+    def written(self):
+        return re.search(r"'written' : '([^']+)'", self.script())[1]
+
+    # ---- what the page shows ----
+
+    def test_values_appear_and_change_as_the_daemon_writes(self):
+        self.open_page()
+        self.assertEqual("nas.home.arpa", self.browser.text("h1"))
+        self.assertIn(os.uname().release, self.browser.text("#system"))
+        self.assertEqual(["sda", "sdb"], self.browser.texts("#disks strong"))
+        self.assertIn("lo", self.browser.texts("#interfaces strong"))
+        self.until_text("#log", "started with cycles of 200 ms")
+        line = "document.querySelector('#load path.line')?.getAttribute('d')"
+        first = until(lambda: self.browser.run(line), "a line in the load's graph")
+        until(lambda: self.browser.run(line) != first, "another line in the load's graph")
+        self.assert_console_is_clean()
+
+    def test_shares_stand_in_natural_order(self):
+        self.open_page()
+        self.assertEqual(
+            ["100% done.", "<script>alert(1)</script>", "Backups", "Films", "Invoices: 2025?",
+             "it's \"x\"", "music", "old scans", "Photos 1", "Photos 2", "Photos 10", "Überblick"],
+            self.browser.texts("#shares strong"))
+
+    def test_awkward_names_are_shown_as_text(self):
+        self.open_page()
+        names = self.browser.texts("#shares strong")
+        self.assertIn("<script>alert(1)</script>", names)
+        self.assertIn("it's \"x\"", names)
+        self.assertEqual(0, self.browser.run("document.querySelectorAll('body script').length"))
+        self.assertIn("/shares/internal/%3Cscript%3Ealert(1)%3C/script%3E",
+                      self.browser.texts("#shares .mono"))
+        self.assert_console_is_clean()
+
+    def test_new_configuration_is_shown_after_sighup(self):
+        self.open_page()
+        with open(self.config, encoding="utf-8") as file:
+            text = file.read()
+        with open(self.config, "w", encoding="utf-8") as file:
+            file.write(text.replace("<sharename>music<", "<sharename>&lt;b&gt;music&lt;/b&gt;<"))
+        self.nasd.send_signal(signal.SIGHUP)
+        self.until_text("#shares", "<b>music</b>")
+        self.assert_console_is_clean()
+
+    def test_stopped_daemon_shows_as_stale_and_comes_back(self):
+        self.open_page()
+        self.assertEqual(0, Programs.stop(self.nasd))
+        self.until_text("#freshness", "Stale")
+        self.assertIn("nas.home.arpa", self.browser.text("h1"))
+        self.start_nasd()
+        self.until_text("#freshness", "Live")
+        self.assert_console_is_clean()
+
+    def test_page_of_a_daemon_that_never_ran_waits(self):
+        Programs.stop(self.nasd)
+        for name in "state.plist", "state.plist~":
+            with contextlib.suppress(FileNotFoundError):
+                os.remove(self.path(name))
+        self.browser.open(self.url)
+        self.until_text("#age", "not written its state yet")
+        self.assertEqual("Waiting", self.browser.text("#freshness"))
+
+    # ---- acknowledging ----
+
+    def test_warning_is_acknowledged_by_keyboard(self):
+        self.open_page()
+        button = "#warnings li:first-child button"
+        warning = self.browser.text("#warnings li:first-child strong")
+        self.browser.press(TAB, TAB)  # past the skip link
+        self.assertEqual(f"Acknowledge: {warning}",
+                         self.browser.run("document.activeElement.getAttribute('aria-label')"))
+        self.browser.press(ENTER)
+        self.until_text("#acknowledgement", "Acknowledged.")
+        self.until_text("#warnings li:first-child .tag", "acknowledged")
+        self.assertEqual([], self.browser.texts(button))
+        self.assert_console_is_clean()
+
+    def test_acknowledgement_survives_a_restart_of_the_daemon(self):
+        token = until(lambda: re.search(r"'token' : '([^']+)'", self.script()), "a token")[1]
+        self.assertEqual(202, self.post(token))
+        until(lambda: "'acknowledged' : true" in self.script(), "the acknowledgement")
+        Programs.stop(self.nasd)
+        os.remove(self.path("acknowledged.plist"))
+        self.start_nasd()
+        written = self.written()
+        until(lambda: self.written() != written, "a new state")
+        self.assertIn("'acknowledged' : true", self.script())
+
+    def test_acknowledging_is_refused_without_a_valid_token(self):
+        token = until(lambda: re.search(r"'token' : '([^']+)'", self.script()), "a token")[1]
+        self.assertEqual(403, self.post("acknowledge:1-1:1:" + "A" * 22 + "=="))
+        self.assertEqual(403, self.post(token.replace("acknowledge:", "acknowledge:1")))
+        self.assertFalse(os.path.exists(self.path("acknowledged.plist")))
+        self.assertNotIn("'acknowledged' : true", self.script())
+
+    # ---- how it looks ----
+
+    def test_pictures(self):
+        Programs.stop(self.nasd)
+        with open(self.path("nasd.log"), "w", encoding="utf-8") as file:
+            file.write(SAMPLE_LOG)
+        with open(self.path("state.plist"), "wb") as file:
+            plistlib.dump(sample_state(self.path("nasd.log")), file)
+        self.open_page()
+        self.addCleanup(self.browser.look)
+        for name, width, most, scheme in (
+            ("wide", 1280, 4000, "light"), ("dark", 1280, 4000, "dark"),
+            ("phone", 390, 4000, "light"), ("phone-dark", 390, 4000, "dark"),
+            ("status-page", 1080, 800, "light"),  # for docs/
+        ):
+            with self.subTest(name):
+                self.browser.look(width, scheme)
+                self.assertLessEqual(self.browser.run("document.documentElement.scrollWidth"), width)
+                self.assertEqual("Live", self.browser.text("#freshness"))
+                self.browser.picture(f"{name}.png", most)
+        self.assert_console_is_clean()
+
+    def test_everything_can_be_read_by_a_screen_reader(self):
+        self.open_page()
+        self.assertEqual([], self.browser.run(
+            "[...document.querySelectorAll('section')]"
+            ".filter(e => !document.getElementById(e.getAttribute('aria-labelledby')))"
+            ".map(e => e.outerHTML)"))
+        self.assertEqual([], self.browser.run(
+            "[...document.querySelectorAll('svg, [role=meter]')]"
+            ".filter(e => !e.getAttribute('aria-label')).map(e => e.outerHTML)"))
+        self.assertEqual([1, 1], self.browser.run(
+            "[document.querySelectorAll('main').length, document.querySelectorAll('h1').length]"))
+
+    # ---- the server ----
+
+    def test_policy_of_the_page_allows_its_own_files_only(self):
+        with urllib.request.build_opener(urllib.request.ProxyHandler({})).open(self.url) as page:
+            policy = page.headers["Content-Security-Policy"]
+        self.assertIn("default-src 'none'; script-src 'self'", policy)
+        self.assertNotIn("unsafe", policy)
+
+
+# ---- the state in the pictures ----
+
+SAMPLE_LOG = """\
+2026-05-01T13:31:04 void appliance::Daemon::run(const volatile sig_atomic_t&, volatile sig_atomic_t&)
+INFO: started with cycles of 1000 ms
+2026-05-01T13:31:05 void appliance::Keeper::update_warnings(time_t)
+WARNING: The web interface has no administration password
+2026-05-01T13:44:51 void appliance::Keeper::update_warnings(time_t)
+WARNING: /shares/external is nearly full
+2026-05-01T13:46:20 void appliance::Keeper::take_acknowledgements()
+INFO: acknowledged: The web interface has no administration password
+2026-05-01T14:03:04 virtual void appliance::LoadSampler::summarize()
+SUMMARY: load at most 1.31
+2026-05-01T14:03:04 virtual void appliance::TrafficSampler::summarize()
+SUMMARY: traffic 48213094 bytes in, 5120376 out
+"""
+
+
+def sample_state(log):
+    """A household's appliance on an ordinary day. Its daemon paused once."""
+    def utc(seconds):
+        return time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime(seconds))
+
+    now = int(time.time()) + 30  # still fresh when the last picture is made
+    ages = [age for age in range(179, -1, -1) if not 120 < age < 138]
+    escapes = str.maketrans({"<": "%3C", ">": "%3E", '"': "%22"})
+
+    dice = random.Random(4)
+
+    def wave(length):
+        return [0.5 + 0.4 * math.sin(age / length) + 0.2 * dice.random() ** 3 for age in ages]
+
+    def share(name, kind, users, status="active", location="internal"):
+        return {"name": name, "type": kind, "status": status, "location": location,
+                "folder": f"/shares/{location}/" + name.translate(escapes),
+                "users": [{"name": user, "access": access} for user, access in users.items()]}
+
+    return {
+        "written": utc(now), "cycle": 1000, "log": log,
+        "system": {"hostname": "nas", "domain": "home.arpa", "platform": "zeb2",
+                   "description": "Files of the household", "timezone": "Europe/Zurich",
+                   "kernel": "Linux 6.1.0", "board": "revision 3, 2 drives", "processors": 1,
+                   "uptime": 1023450.0, "memory_total": 262144000.0, "memory_free": 91750400.0,
+                   "load": [0.42, 0.38, 0.31]},
+        "history": {"time": [utc(now - age) for age in ages],
+                    "load": [0.8 * each for each in wave(23)],
+                    "received": [7.4e6 * each for each in wave(31)],
+                    "sent": [2.6e6 * each for each in wave(17)]},
+        "interfaces": [
+            {"name": "eth0", "mac": "00:00:5e:00:53:0a", "up": True, "received": 3.1e6,
+             "sent": 1.2e6, "addresses": ["192.168.1.20", "fe80:0:0:0:200:5eff:fe00:530a"]},
+            {"name": "eth1", "up": False, "received": 0.0, "sent": 0.0,
+             "addresses": ["192.168.2.20"]}],
+        "disks": [{"device": "sda", "present": True, "size": 5e11, "inactivityperiod": 20},
+                  {"device": "sdb", "present": True, "size": 1e12, "inactivityperiod": 0}],
+        "volumes": [{"folder": "/shares/internal", "total": 4.9e11, "free": 1.7e11},
+                    {"folder": "/shares/external", "total": 9.8e11, "free": 6.1e10}],
+        "shares": [
+            share("Backups", "private", {"backup": "full"}, location="external"),
+            share("Films", "public", {"guest": "readonly", "ben": "full"}),
+            share("it's \"x\"", "private", {"clara": "full", "anna": "readonly"}),
+            share("music", "public", {"guest": "readonly", "anna": "full"}),
+            share("old scans", "private", {}, status="suspended"),
+            share("Photos 1", "private", {"anna": "full"}),
+            share("Photos 2", "private", {"anna": "full", "ben": "full"}),
+            share("Photos 10", "private", {"anna": "full", "ben": "readonly"}),
+            share("<script>", "private", {"clara": "full"})],
+        "warnings": [
+            {"id": "2-1", "text": "/shares/external is nearly full", "since": utc(now - 1200),
+             "acknowledged": False},
+            {"id": "1-1", "text": "The web interface has no administration password",
+             "since": utc(now - 2000), "acknowledged": True}],
+    }
+
+
+if __name__ == "__main__":
+    os.environ["PATH"] += ":/usr/sbin"  # where lighttpd is
+    SOURCE, BUILD, PICTURES = (os.path.abspath(argument) for argument in sys.argv[1:4])
+    unittest.main(argv=sys.argv[:1] + sys.argv[4:], verbosity=1)

@@ -1,0 +1,897 @@
+// SPDX-License-Identifier: MIT
+// nas-log, run as a child on real files.
+#include "tests/support/files.h"
+#include "tests/support/program.h"
+#include "util/logger.h"
+
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+using support::Child;
+using support::Outcome;
+using support::TempDir;
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+Words command(const Words& arguments) {
+  Words all = {TOOL};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  return all;
+}
+
+Outcome nas_log(const Words& arguments, const std::string& input = "",
+                const std::string& output = "") {
+  return support::run(command(arguments), input, output);
+}
+
+Outcome nas_log_on_terminal(const Words& arguments) {
+  return support::run_on_terminal(command(arguments));
+}
+
+// An entry at the given time of 2007-03-01.
+std::string entry(const std::string& time, const std::string& message) {
+  return "2007-03-01T" + time + " void work()\n" + message + "\n";
+}
+
+const std::string kNotice = "rotating log file\n";
+
+// Renames the log and its old files, as a service does, and begins a new one with `text`.
+void rotate(const TempDir& dir, const std::string& log, int count, const std::string& text) {
+  dir.write(log, dir.read(log) + kNotice);
+  const auto old = [&](int number) { return dir.file(log + "." + std::to_string(number)); };
+  unlink(old(count - 1).c_str());
+  for (int k = count - 1; k > 0; --k) rename(old(k - 1).c_str(), old(k).c_str());
+  rename(dir.file(log).c_str(), old(0).c_str());
+  dir.write(log, text);
+}
+
+void append(const TempDir& dir, const std::string& name, const std::string& text) {
+  FILE* const file = fopen(dir.file(name).c_str(), "a");
+  ASSERT_NE(nullptr, file);
+  EXPECT_EQ(text.size(), fwrite(text.data(), 1, text.size(), file));
+  EXPECT_EQ(0, fclose(file));
+}
+
+// The log that most tests filter.
+const std::string kOne =
+    "2007-02-28T23:59:59 void util::SuperLoop::addEvent(util::EventLoop*)\n"
+    "EVENT LOOP|DEBUG: add event loop 0x10\n";
+const std::string kTwo = "2007-03-01T00:00:00 void sample()\nINFO: load 0.5\n";
+const std::string kThree = "2007-03-01T14:05:09 void sample()\nWARNING: load 9.5\n";
+const std::string kFour = "2007-03-01T14:06:00 void net()\nEVENT LOOP: eth0 (up)\n";
+
+}  // namespace
+
+// ---- reading ----
+
+TEST(NasLog, ShowsEntriesAsTheyStand) {
+  const TempDir dir;
+  dir.write("x", kOne + kTwo);
+  const Outcome got = nas_log({dir.file("x")});
+  EXPECT_EQ(kOne + kTwo, got.out);
+  EXPECT_EQ("", got.err);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLog, ShowsNothingOfAnEmptyFile) {
+  const TempDir dir;
+  dir.write("x", "");
+  const Outcome got = nas_log({dir.file("x")});
+  EXPECT_EQ("", got.out);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLog, ReadsRotatedFilesOldestFirst) {
+  const TempDir dir;
+  dir.write("x", entry("05:00:00", "INFO: newest"));
+  dir.write("x.0", entry("04:00:00", "INFO: d") + kNotice);
+  dir.write("x.1", entry("03:00:00", "INFO: c") + kNotice);
+  dir.write("x.2", entry("02:00:00", "INFO: b") + kNotice);
+  dir.write("x.10", entry("01:00:00", "INFO: oldest") + kNotice);
+  const Outcome got = nas_log({dir.file("x")});
+  EXPECT_EQ(entry("01:00:00", "INFO: oldest") + entry("02:00:00", "INFO: b") +
+                entry("03:00:00", "INFO: c") + entry("04:00:00", "INFO: d") +
+                entry("05:00:00", "INFO: newest"),
+            got.out);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLog, ReadsRotatedFilesInTheCurrentFolder) {
+  const TempDir dir;
+  dir.write("x", kTwo);
+  dir.write("x.0", kOne + kNotice);
+  const Outcome got =
+      support::run({"/bin/sh", "-c", "cd '" + dir.path() + "' && exec '" + TOOL + "' x"});
+  EXPECT_EQ(kOne + kTwo, got.out);
+}
+
+TEST(NasLog, LeavesOutTheClosingLineOnlyAtTheEndOfAFile) {
+  const TempDir dir;
+  dir.write("x.0", entry("01:00:00", "INFO: a\nrotating log file\nb") + kNotice);
+  dir.write("x", kNotice);
+  const Outcome got = nas_log({dir.file("x")});
+  EXPECT_EQ(entry("01:00:00", "INFO: a\nrotating log file\nb"), got.out);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLog, IgnoresNamesThatRotationDoesNotMake) {
+  const TempDir dir;
+  dir.write("x", kOne);
+  for (const char* name : {"x.00", "x.1a", "x.", "x.-1", "x.0.gz", "xx.0", "x.99999999999"}) {
+    dir.write(name, kTwo);
+  }
+  EXPECT_EQ(kOne, nas_log({dir.file("x")}).out);
+}
+
+TEST(NasLog, ReadsTheOldFilesOfAMissingLog) {
+  const TempDir dir;
+  dir.write("x.1", kOne + kNotice);
+  const Outcome got = nas_log({dir.file("x")});
+  EXPECT_EQ(kOne, got.out);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLog, ReadsAnOldFileNamedBesideItsLogOnce) {
+  const TempDir dir;
+  dir.write("x", kTwo);
+  dir.write("x.0", kOne + kNotice);
+  EXPECT_EQ(kOne + kTwo, nas_log({dir.file("x"), dir.file("x.0"), dir.file("x")}).out);
+}
+
+TEST(NasLog, ReadsAnOldFileNamedAlone) {
+  const TempDir dir;
+  dir.write("x", kTwo);
+  dir.write("x.0", kOne + kNotice);
+  EXPECT_EQ(kOne, nas_log({dir.file("x.0")}).out);
+}
+
+TEST(NasLog, KeepsTheLinesOfAMessageTogether) {
+  const TempDir dir;
+  const std::string long_one = entry("01:00:00", "INFO: a\n\nb: c\n  d");
+  dir.write("x", long_one + entry("02:00:00", "INFO: e"));
+  EXPECT_EQ(long_one, nas_log({dir.file("x"), "--grep", "  d"}).out);
+}
+
+TEST(NasLog, KeepsTheLinesOfAPlaceTogether) {
+  const TempDir dir;
+  const std::string odd = "2007-03-01T01:00:00 void\nwork()\nINFO: a\n";
+  dir.write("x", odd + entry("02:00:00", "DEBUG: e"));
+  const Outcome got = nas_log({dir.file("x"), "--category", "INFO"});
+  EXPECT_EQ(odd, got.out);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLog, DoesNotSplitAMessageAtATimeWithinALine) {
+  const TempDir dir;
+  const std::string whole = entry("01:00:00", "INFO: next at 2007-03-01T02:00:00 on sda");
+  dir.write("x", whole + entry("01:00:01", "INFO: b"));
+  const Outcome got = nas_log({dir.file("x"), "--grep", "next"});
+  EXPECT_EQ(whole, got.out);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLog, ReadsStandardInput) {
+  const Outcome got = nas_log({"-"}, kOne + kTwo);
+  EXPECT_EQ(kOne + kTwo, got.out);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLog, NamesStandardInputInMessages) {
+  EXPECT_EQ("nas-log: standard input:1: not a log entry\n", nas_log({"-"}, "odd\n").err);
+}
+
+// ---- order ----
+
+TEST(NasLog, MergesLogsByTime) {
+  const TempDir dir;
+  dir.write("x.0", entry("01:00:00", "INFO: x1") + kNotice);
+  dir.write("x", entry("03:00:00", "INFO: x3") + entry("04:00:00", "INFO: x4"));
+  dir.write("y", entry("02:00:00", "INFO: y2") + entry("05:00:00", "INFO: y5"));
+  EXPECT_EQ(entry("01:00:00", "INFO: x1") + entry("02:00:00", "INFO: y2") +
+                entry("03:00:00", "INFO: x3") + entry("04:00:00", "INFO: x4") +
+                entry("05:00:00", "INFO: y5"),
+            nas_log({dir.file("x"), dir.file("y")}).out);
+}
+
+TEST(NasLog, ShowsTheLogNamedFirstFirstAtTheSameTime) {
+  const TempDir dir;
+  dir.write("x", entry("01:00:00", "INFO: x1") + entry("01:00:00", "INFO: x2"));
+  dir.write("y", entry("01:00:00", "INFO: y1"));
+  EXPECT_EQ(
+      entry("01:00:00", "INFO: y1") + entry("01:00:00", "INFO: x1") + entry("01:00:00", "INFO: x2"),
+      nas_log({dir.file("y"), dir.file("x")}).out);
+}
+
+TEST(NasLog, KeepsTheOrderOfALogWhoseClockWasSetBack) {
+  const TempDir dir;
+  dir.write("x", entry("05:00:00", "INFO: a") + entry("01:00:00", "INFO: b"));
+  EXPECT_EQ(entry("05:00:00", "INFO: a") + entry("01:00:00", "INFO: b"),
+            nas_log({dir.file("x")}).out);
+}
+
+TEST(NasLog, MergesStandardInputWithAFile) {
+  const TempDir dir;
+  dir.write("x", kTwo);
+  EXPECT_EQ(kOne + kTwo + kThree, nas_log({dir.file("x"), "-"}, kOne + kThree).out);
+}
+
+TEST(NasLog, KeepsDamageBehindTheEntryBeforeItWhenMerging) {
+  const TempDir dir;
+  dir.write("x", entry("01:00:00", "INFO: x1") + "2007-03-01T02:00:00 cut");
+  dir.write("y", entry("01:30:00", "INFO: y1") + entry("03:00:00", "INFO: y2"));
+  EXPECT_EQ(entry("01:00:00", "INFO: x1") + entry("01:30:00", "INFO: y1") +
+                "2007-03-01T02:00:00 cut\n" + entry("03:00:00", "INFO: y2"),
+            nas_log({dir.file("x"), dir.file("y")}).out);
+}
+
+// ---- filters ----
+
+TEST(NasLog, FiltersByCategory) {
+  const TempDir dir;
+  dir.write("x", kOne + kTwo + kThree + kFour);
+  const struct {
+    Words names;
+    std::string expected;
+  } rows[] = {
+      {{"INFO"},             kTwo         },
+      {{"EVENT LOOP"},       kOne + kFour },
+      {{"DEBUG"},            kOne         },
+      {{"EVENT LOOP|DEBUG"}, kOne         },
+      {{"WARNING", "INFO"},  kTwo + kThree},
+      {{"LOOP"},             ""           },
+      {{"EVENT"},            ""           },
+      {{"info"},             ""           },
+      {{""},                 ""           },
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.names[0]);
+    Words arguments = {dir.file("x")};
+    for (const std::string& name : row.names)
+      arguments.insert(arguments.end(), {"--category", name});
+    const Outcome got = nas_log(arguments);
+    EXPECT_EQ(row.expected, got.out);
+    EXPECT_EQ(0, got.status);
+  }
+}
+
+TEST(NasLog, FiltersByTime) {
+  const TempDir dir;
+  dir.write("x", kOne + kTwo + kThree + kFour);
+  const struct {
+    Words bounds;
+    std::string expected;
+  } rows[] = {
+      {{"--since", "2007-03-01"},                                   kTwo + kThree + kFour       },
+      {{"--since", "2007-03-01T14:05:09"},                          kThree + kFour              },
+      {{"--since", "2007-03-01T14:05:10"},                          kFour                       },
+      {{"--since", "2007-03-01T14:05"},                             kThree + kFour              },
+      {{"--until", "2007-02-28"},                                   kOne                        },
+      {{"--until", "2007-03-01T00:00:00"},                          kOne + kTwo                 },
+      {{"--until", "2007-03-01T14:05"},                             kOne + kTwo + kThree        },
+      {{"--until", "2007-03-01"},                                   kOne + kTwo + kThree + kFour},
+      {{"--until", "2007-02-27"},                                   ""                          },
+      {{"--since", "2007-03-01", "--until", "2007-03-01T14:05:08"}, kTwo                        },
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.bounds[0] + " " + row.bounds[1]);
+    Words arguments = row.bounds;
+    arguments.push_back(dir.file("x"));
+    EXPECT_EQ(row.expected, nas_log(arguments).out);
+  }
+}
+
+TEST(NasLog, FiltersByText) {
+  const TempDir dir;
+  dir.write("x", kOne + kTwo + kThree + kFour);
+  const struct {
+    Words options;
+    std::string expected;
+  } rows[] = {
+      {{"--grep", "load"},                          kTwo + kThree        },
+      {{"--grep", "SuperLoop::add"},                kOne                 },
+      {{"--grep", "(up)"},                          kFour                },
+      {{"--grep", "load ."},                        ""                   },
+      {{"--grep", "0x10", "--grep", "eth0"},        kOne + kFour         },
+      {{"--regex", "load [0-9]"},                   kTwo + kThree        },
+      {{"--regex", "^WARNING: "},                   kThree               },
+      {{"--regex", "\\(\\)$"},                      kTwo + kThree + kFour},
+      {{"--regex", "^INFO", "--grep", "eth0"},      kTwo + kFour         },
+      {{"--grep", "load", "--category", "WARNING"}, kThree               },
+      {{"--grep", "load", "--since", "2007-03-02"}, ""                   },
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.options[1]);
+    Words arguments = row.options;
+    arguments.push_back(dir.file("x"));
+    EXPECT_EQ(row.expected, nas_log(arguments).out);
+  }
+}
+
+TEST(NasLog, SearchesBehindNulBytes) {
+  const TempDir dir;
+  const std::string odd = entry("01:00:00", std::string("INFO: a\0b", 9));
+  dir.write("x", odd);
+  EXPECT_EQ(odd, nas_log({dir.file("x"), "--grep", "b"}).out);
+  EXPECT_EQ(odd, nas_log({dir.file("x"), "--regex", "b$"}).out);
+}
+
+// ---- damage ----
+
+TEST(NasLog, ShowsAndReportsDamage) {
+  const TempDir dir;
+  const std::string file = dir.file("x");
+  const std::string good = entry("02:00:00", "INFO: good");
+  const struct {
+    std::string text;
+    std::string out;
+    std::string where;
+  } rows[] = {
+      {"garbage\nmore\n" + good,                                 "garbage\nmore\n" + good,                     ":1: not a log entry" },
+      {good + "2007-03-01T03:00:00 vo",                          good + "2007-03-01T03:00:00 vo\n",            ":3: entry is cut off"},
+      {good + "2007-03-01T03:00:00 void f()\n",                  good + "2007-03-01T03:00:00 void f()\n",
+       ":3: entry is cut off"                                                                                                        },
+      {good + "2007-03-01T03:00:00 void f()\nINF",               good + "2007-03-01T03:00:00 void f()\nINF\n",
+       ":3: entry is cut off"                                                                                                        },
+      {good + "2007-03-01T03:00:00 void f()\nINFO: a",
+       good + "2007-03-01T03:00:00 void f()\nINFO: a\n",                                                       ":3: entry is cut off"},
+      {"2007-03-01T01:00:00 void f()\n" + good,                  "2007-03-01T01:00:00 void f()\n" + good,
+       ":1: entry is cut off"                                                                                                        },
+      {"2007-03-01T01:00:00 vo" + good,                          "2007-03-01T01:00:00 vo\n" + good,            ":1: entry is cut off"},
+      {"2007-03-01T01:00:00 void f()\nDEB" + good,               "2007-03-01T01:00:00 void f()\nDEB\n" + good,
+       ":1: entry is cut off"                                                                                                        },
+      {good + "2007-03-01T03:00:00 void f()\nINFO: a\nb" + good,
+       good + "2007-03-01T03:00:00 void f()\nINFO: a\nb\n" + good,                                             ":3: entry is cut off"},
+      {"2007-03-0" + good,                                       "2007-03-0\n" + good,                         ":1: not a log entry" },
+      {"2007-13-01T01:00:00 void f()\nINFO: a\n",                "2007-13-01T01:00:00 void f()\nINFO: a\n",
+       ":1: not a log entry"                                                                                                         },
+      {"\n",                                                     "\n",                                         ":1: not a log entry" },
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text);
+    dir.write("x", row.text);
+    const Outcome got = nas_log({file});
+    EXPECT_EQ(row.out, got.out);
+    EXPECT_EQ("nas-log: " + file + row.where + "\n", got.err);
+    EXPECT_EQ(1, got.status);
+  }
+}
+
+TEST(NasLog, FindsTheEntryBehindABlockOfNulBytes) {
+  const TempDir dir;
+  const std::string nul(5000, '\0');
+  dir.write("x", entry("01:00:00", "INFO: a") + nul + entry("02:00:00", "WARNING: b"));
+  const Outcome got = nas_log({dir.file("x"), "--since", "2007-03-01T02:00"});
+  EXPECT_EQ(entry("02:00:00", "WARNING: b"), got.out);
+  EXPECT_EQ("nas-log: " + dir.file("x") + ":1: entry is cut off\n", got.err);
+  EXPECT_EQ(1, got.status);
+}
+
+TEST(NasLog, NamesTheRotatedFileThatIsDamaged) {
+  const TempDir dir;
+  dir.write("x", kTwo);
+  dir.write("x.0", kOne + "2007-03-01T00:00:00 cut");
+  EXPECT_EQ("nas-log: " + dir.file("x.0") + ":3: entry is cut off\n", nas_log({dir.file("x")}).err);
+}
+
+TEST(NasLog, CountsDamageAsOfEveryCategory) {
+  const TempDir dir;
+  dir.write("x", "garbage\n" + kTwo);
+  const Outcome got = nas_log({dir.file("x"), "--category", "WARNING"});
+  EXPECT_EQ("garbage\n", got.out);
+  EXPECT_EQ(1, got.status);
+}
+
+TEST(NasLog, ReportsDamageThatItDoesNotShow) {
+  const TempDir dir;
+  dir.write("x", kOne + "2007-03-01T00:00:00 cut");
+  const Outcome got = nas_log({dir.file("x"), "--until", "2007-02-28"});
+  EXPECT_EQ(kOne, got.out);
+  EXPECT_EQ(1, got.status);
+}
+
+TEST(NasLog, KeepsEveryByte) {
+  const TempDir dir;
+  std::string message = "INFO: ";
+  for (int byte = 0; byte < 256; ++byte) message += static_cast<char>(byte);
+  dir.write("x", entry("01:00:00", message));
+  const Outcome got = nas_log({dir.file("x")});
+  EXPECT_EQ(entry("01:00:00", message), got.out);
+  EXPECT_EQ(0, got.status);
+}
+
+// Pieces of entries and other bytes in any order; line ends are added where an entry is cut off.
+TEST(NasLog, LosesNothingOfAnyFile) {
+  const Words pieces = {"2007-03-01T14:05:09 void f()\n",
+                        "2007-03-01T14:05:09 ",
+                        "INFO: text\n",
+                        "INFO: ",
+                        "\n",
+                        "rotating log file\n",
+                        "T",
+                        "2007-03-01",
+                        std::string("\0\xFF\r", 3),
+                        "2007-13-01T14:05:09 x\n",
+                        "text "};
+  const auto without_line_ends = [](std::string text) {
+    text.erase(std::remove(text.begin(), text.end(), '\n'), text.end());
+    return text;
+  };
+  const TempDir dir;
+  std::minstd_rand random(1);
+  for (int sample = 0; sample < 300; ++sample) {
+    std::string text;
+    for (auto count = random() % 30; count > 0; --count) text += pieces[random() % pieces.size()];
+    text += "end\n";
+    SCOPED_TRACE(text);
+    dir.write("x", text);
+    const Outcome got = nas_log({dir.file("x")});
+    EXPECT_EQ(without_line_ends(text), without_line_ends(got.out));
+    EXPECT_EQ(got.err.empty() ? 0 : 1, got.status);
+  }
+}
+
+TEST(NasLog, KeepsLongLinesWhole) {
+  const TempDir dir;
+  for (const size_t size : {65535U, 65536U, 65537U, 3000000U}) {
+    SCOPED_TRACE(size);
+    const std::string text = "2007-03-01T01:00:00 " + std::string(size, 'w') +
+                             "\nINFO: " + std::string(size, 'm') + "\n" + kTwo;
+    dir.write("x", text);
+    const Outcome got = nas_log({dir.file("x")});
+    EXPECT_TRUE(text == got.out);
+    EXPECT_EQ(0, got.status);
+  }
+}
+
+TEST(NasLog, ShowsAnEndlessLineInParts) {
+  const TempDir dir;
+  const std::string line(40000000, 'x');
+  dir.write("x", entry("01:00:00", "INFO: a") + line + "\n");
+  const Outcome got = nas_log({dir.file("x")});
+  std::string out = got.out;
+  out.erase(std::remove(out.begin(), out.end(), '\n'), out.end());
+  EXPECT_TRUE("2007-03-01T01:00:00 void work()INFO: a" + line == out);
+  EXPECT_EQ("nas-log: " + dir.file("x") + ":1: entry is cut off\n",
+            got.err.substr(0, got.err.find('\n') + 1));
+  EXPECT_EQ(1, got.status);
+}
+
+TEST(NasLog, NeedsNoMoreMemoryForALargerLog) {
+  const TempDir dir;
+  setenv("ASAN_OPTIONS", "quarantine_size_mb=1", 1);  // else it keeps what was freed
+  std::string part;
+  for (int i = 0; i < 10000; ++i) part += entry("01:00:00", "INFO: an entry of a usual size");
+  dir.write("small", part);
+  dir.write("large", "");
+  for (size_t size = 0; size < (size_t{64} << 20); size += part.size()) append(dir, "large", part);
+  const Outcome small = nas_log({dir.file("small")}, "", "/dev/null");
+  const Outcome large = nas_log({dir.file("large")}, "", "/dev/null");
+  EXPECT_EQ(0, large.status);
+  EXPECT_LT(large.peak, small.peak + (4 << 10));
+}
+
+// ---- what cannot be read or written ----
+
+TEST(NasLog, ReportsAMissingFileAndGoesOn) {
+  const TempDir dir;
+  dir.write("x", kOne);
+  const Outcome got = nas_log({dir.file("none"), dir.file("x")});
+  EXPECT_EQ(kOne, got.out);
+  EXPECT_EQ("nas-log: " + dir.file("none") + ": No such file or directory\n", got.err);
+  EXPECT_EQ(1, got.status);
+}
+
+TEST(NasLog, ReportsAFolder) {
+  const TempDir dir;
+  const Outcome got = nas_log({dir.path()});
+  EXPECT_EQ("nas-log: " + dir.path() + ": Is a directory\n", got.err);
+  EXPECT_EQ(1, got.status);
+}
+
+TEST(NasLog, ReportsAFullDisk) {
+  const TempDir dir;
+  std::string text;
+  for (int i = 0; i < 1000; ++i) text += kOne;
+  for (const std::string& log : {kOne, text}) {
+    dir.write("x", log);
+    const Outcome got = nas_log({dir.file("x")}, "", "/dev/full");
+    EXPECT_EQ("nas-log: standard output: No space left on device\n", got.err);
+    EXPECT_EQ(1, got.status);
+  }
+}
+
+TEST(NasLog, ReportsAFullDiskForItsTextsToo) {
+  for (const char* option : {"--help", "--version"}) {
+    EXPECT_EQ(1, nas_log({option}, "", "/dev/full").status);
+  }
+}
+
+TEST(NasLog, ReportsAnOutputThatIsClosed) {
+  const Outcome got =
+      support::run({"/bin/sh", "-c", std::string("exec '") + TOOL + "' --help >&-"});
+  EXPECT_EQ("nas-log: standard output: Bad file descriptor\n", got.err);
+  EXPECT_EQ(1, got.status);
+}
+
+TEST(NasLog, StopsFollowingWhenTheDiskIsFull) {
+  const TempDir dir;
+  dir.write("x", kOne + kTwo);
+  const Outcome got = nas_log({"--follow", dir.file("x")}, "", "/dev/full");
+  EXPECT_EQ("nas-log: standard output: No space left on device\n", got.err);
+  EXPECT_EQ(1, got.status);
+}
+
+// ---- terminals ----
+
+TEST(NasLog, UsesColoursOnATerminal) {
+  const TempDir dir;
+  dir.write("x", kTwo + kThree);
+  unsetenv("NO_COLOR");
+  setenv("TERM", "xterm", 1);
+  EXPECT_EQ(
+      "\033[2m2007-03-01T00:00:00 void sample()\033[0m\r\n\033[1mINFO\033[0m: load 0.5\r\n"
+      "\033[2m2007-03-01T14:05:09 void sample()\033[0m\r\n\033[1;33mWARNING\033[0m: load 9.5\r\n",
+      nas_log_on_terminal({dir.file("x")}).out);
+}
+
+TEST(NasLog, UsesNoColoursWhereTheyAreRefused) {
+  const TempDir dir;
+  dir.write("x", kTwo);
+  const std::string plain = "2007-03-01T00:00:00 void sample()\r\nINFO: load 0.5\r\n";
+  setenv("NO_COLOR", "1", 1);
+  EXPECT_EQ(plain, nas_log_on_terminal({dir.file("x")}).out);
+  setenv("NO_COLOR", "", 1);
+  setenv("TERM", "dumb", 1);
+  EXPECT_EQ(plain, nas_log_on_terminal({dir.file("x")}).out);
+  unsetenv("NO_COLOR");
+  unsetenv("TERM");
+}
+
+TEST(NasLog, EscapesForATerminalOnly) {
+  const TempDir dir;
+  const struct {
+    std::string message;
+    std::string shown;
+  } rows[] = {
+      {"\033[31mred\a",      "\\x1B[31mred\\x07"           },
+      {std::string("\0\x7F", 2),                             "\\x00\\x7F"},
+      {"a\tb\nc",                    "a\tb\r\nc"                                         },
+      {"a\rb",                    "a\\x0Db"   },
+      {"gr\xC3\xBC\xC3\x9F \xE2\x82\xAC \xF0\x9F\x98\x80",
+       "gr\xC3\xBC\xC3\x9F \xE2\x82\xAC \xF0\x9F\x98\x80"},
+      {"\x9B\xC2\x9B",                    "\\x9B\\xC2\\x9B"                                       },
+      {"\xC0\xAF\xE0\x80\xAF",                    "\\xC0\\xAF\\xE0\\x80\\xAF"},
+      {"\xED\xA0\x80\xFF",                    "\\xED\\xA0\\x80\\xFF"                                           },
+      {"\xE2\x82",                    "\\xE2\\x82"},
+  };
+  setenv("NO_COLOR", "1", 1);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.shown);
+    const std::string text = entry("01:00:00", "INFO: " + row.message);
+    dir.write("x", text);
+    EXPECT_EQ("2007-03-01T01:00:00 void work()\r\nINFO: " + row.shown + "\r\n",
+              nas_log_on_terminal({dir.file("x")}).out);
+    EXPECT_EQ(text, nas_log({dir.file("x")}).out);
+  }
+  unsetenv("NO_COLOR");
+}
+
+// ---- use ----
+
+TEST(NasLog, RefusesWrongUse) {
+  const struct {
+    Words arguments;
+    std::string message;
+  } rows[] = {
+      {{},                                "nas-log: no FILE is named\n"                                 },
+      {{"--since", "yesterday", "x"},     "nas-log: 'yesterday' is no time: YYYY-MM-DD[THH:MM[:SS]]\n"  },
+      {{"--since", "2007-13-01", "x"},
+       "nas-log: '2007-13-01' is no time: YYYY-MM-DD[THH:MM[:SS]]\n"                                    },
+      {{"--until", "2007-03-01T14", "x"},
+       "nas-log: '2007-03-01T14' is no time: YYYY-MM-DD[THH:MM[:SS]]\n"                                 },
+      {{"--until", "", "x"},              "nas-log: '' is no time: YYYY-MM-DD[THH:MM[:SS]]\n"           },
+      {{"--regex", "(", "x"},             "nas-log: '(': Unmatched ( or \\(\n"                          },
+      {{"--follow", "-"},                 "nas-log: standard input cannot be followed\n"                },
+      {{"--color", "x"},                  std::string(TOOL) + ": unrecognized option '--color'\n"       },
+      {{"x", "--grep"},                   std::string(TOOL) + ": option '--grep' requires an argument\n"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.message);
+    const Outcome got = nas_log(row.arguments);
+    EXPECT_EQ("", got.out);
+    EXPECT_EQ(row.message + "Try 'nas-log --help'.\n", got.err);
+    EXPECT_EQ(2, got.status);
+  }
+}
+
+TEST(NasLog, ShowsItsVersion) {
+  const Outcome got = nas_log({"--version"});
+  EXPECT_EQ("nas-log (nasutil) " NASUTIL_VERSION "\n", got.out);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLog, ShowsHelp) {
+  const Outcome got = nas_log({"--help"});
+  EXPECT_EQ("usage: nas-log [OPTION]... FILE...\n", got.out.substr(0, got.out.find('\n') + 1));
+  EXPECT_EQ("", got.err);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLog, HelpAndManualNameEveryOption) {
+  const std::string help = nas_log({"--help"}).out;
+  const std::string manual = support::read_file(MANUAL);
+  for (const char* option :
+       {"category", "since", "until", "grep", "regex", "follow", "help", "version"}) {
+    EXPECT_NE(std::string::npos, help.find("--" + std::string(option))) << option;
+    EXPECT_NE(std::string::npos, manual.find("Fl -" + std::string(option))) << option;
+  }
+}
+
+// ---- following ----
+
+TEST(NasLogFollow, ShowsWhatIsAppended) {
+  const TempDir dir;
+  dir.write("x", kOne);
+  Child child(command({"--follow", dir.file("x")}));
+  ASSERT_TRUE(child.out_ends_with(kOne));
+  append(dir, "x", kTwo + kThree);
+  ASSERT_TRUE(child.out_ends_with(kThree));
+  child.signal(SIGTERM);
+  const Outcome got = child.wait();
+  EXPECT_EQ(kOne + kTwo + kThree, got.out);
+  EXPECT_EQ("", got.err);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLogFollow, EndsOnInterruptToo) {
+  const TempDir dir;
+  dir.write("x", kOne);
+  Child child(command({"-f", dir.file("x")}));
+  ASSERT_TRUE(child.out_ends_with(kOne));
+  child.signal(SIGINT);
+  EXPECT_EQ(0, child.wait().status);
+}
+
+TEST(NasLogFollow, WaitsForTheRestOfAnEntry) {
+  const TempDir dir;
+  dir.write("x", "");
+  Child child(command({"-f", dir.file("x")}));
+  append(dir, "x", kOne + kTwo.substr(0, 22));
+  ASSERT_TRUE(child.out_ends_with(kOne));
+  append(dir, "x", kTwo.substr(22, 15));
+  append(dir, "x", kTwo.substr(37));
+  ASSERT_TRUE(child.out_ends_with(kTwo));
+  child.signal(SIGTERM);
+  const Outcome got = child.wait();
+  EXPECT_EQ(kOne + kTwo, got.out);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLogFollow, ShowsALateRestOfAMessage) {
+  const TempDir dir;
+  dir.write("x", entry("01:00:00", "INFO: a"));
+  Child child(command({"-f", dir.file("x")}));
+  ASSERT_TRUE(child.out_ends_with("INFO: a\n"));
+  append(dir, "x", "b\n" + entry("02:00:00", "INFO: c"));
+  ASSERT_TRUE(child.out_ends_with("INFO: c\n"));
+  child.signal(SIGTERM);
+  const Outcome got = child.wait();
+  EXPECT_EQ(entry("01:00:00", "INFO: a\nb") + entry("02:00:00", "INFO: c"), got.out);
+  EXPECT_EQ("", got.err);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLogFollow, ShowsWhatIsUnfinishedWhenItEnds) {
+  const TempDir dir;
+  dir.write("x", kOne + "2007-03-01T00:00:00 vo");
+  Child child(command({"-f", dir.file("x")}));
+  ASSERT_TRUE(child.out_ends_with(kOne));
+  child.signal(SIGTERM);
+  const Outcome got = child.wait();
+  EXPECT_EQ(kOne + "2007-03-01T00:00:00 vo\n", got.out);
+  EXPECT_EQ("", got.err);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLogFollow, GoesOnInTheNewFile) {
+  const TempDir dir;
+  dir.write("x", kOne);
+  Child child(command({"-f", dir.file("x")}));
+  ASSERT_TRUE(child.out_ends_with(kOne));
+  append(dir, "x", kTwo);
+  rotate(dir, "x", 3, kThree);
+  ASSERT_TRUE(child.out_ends_with(kThree));
+  append(dir, "x", kFour);
+  ASSERT_TRUE(child.out_ends_with(kFour));
+  child.signal(SIGTERM);
+  const Outcome got = child.wait();
+  EXPECT_EQ(kOne + kTwo + kThree + kFour, got.out);
+  EXPECT_EQ("", got.err);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLogFollow, ReadsAllFilesOfSeveralRotations) {
+  const TempDir dir;
+  dir.write("x.0", entry("00:30:00", "INFO: old") + kNotice);
+  dir.write("x", entry("01:00:00", "INFO: 1"));
+  Child child(command({"-f", dir.file("x")}));
+  ASSERT_TRUE(child.out_ends_with("INFO: 1\n"));
+  child.pause();
+  append(dir, "x", entry("02:00:00", "INFO: 2"));
+  rotate(dir, "x", 9, entry("03:00:00", "INFO: 3"));
+  rotate(dir, "x", 9, entry("04:00:00", "INFO: 4"));
+  rotate(dir, "x", 9, entry("05:00:00", "INFO: 5"));
+  child.resume();
+  ASSERT_TRUE(child.out_ends_with("INFO: 5\n"));
+  child.signal(SIGTERM);
+  EXPECT_EQ(entry("00:30:00", "INFO: old") + entry("01:00:00", "INFO: 1") +
+                entry("02:00:00", "INFO: 2") + entry("03:00:00", "INFO: 3") +
+                entry("04:00:00", "INFO: 4") + entry("05:00:00", "INFO: 5"),
+            child.wait().out);
+}
+
+TEST(NasLogFollow, ReadsItsFileToTheEndAfterItWasDeleted) {
+  const TempDir dir;
+  dir.write("x", entry("01:00:00", "INFO: 1"));
+  Child child(command({"-f", dir.file("x")}));
+  ASSERT_TRUE(child.out_ends_with("INFO: 1\n"));
+  child.pause();
+  append(dir, "x", entry("02:00:00", "INFO: 2"));
+  for (int i = 3; i < 7; ++i) {
+    rotate(dir, "x", 2, entry("0" + std::to_string(i) + ":00:00", "INFO: " + std::to_string(i)));
+  }
+  child.resume();
+  ASSERT_TRUE(child.out_ends_with("INFO: 6\n"));
+  child.signal(SIGTERM);
+  EXPECT_EQ(entry("01:00:00", "INFO: 1") + entry("02:00:00", "INFO: 2") +
+                entry("04:00:00", "INFO: 4") + entry("05:00:00", "INFO: 5") +
+                entry("06:00:00", "INFO: 6"),
+            child.wait().out);
+}
+
+TEST(NasLogFollow, DoesNotRepeatOldFilesWhenTheLogIsDeleted) {
+  const TempDir dir;
+  dir.write("x.1", entry("01:00:00", "INFO: 1") + kNotice);
+  dir.write("x.0", entry("02:00:00", "INFO: 2") + kNotice);
+  dir.write("x", entry("03:00:00", "INFO: 3"));
+  Child child(command({"-f", dir.file("x")}));
+  ASSERT_TRUE(child.out_ends_with("INFO: 3\n"));
+  child.pause();
+  unlink(dir.file("x").c_str());
+  dir.write("x", entry("04:00:00", "INFO: 4"));
+  child.resume();
+  ASSERT_TRUE(child.out_ends_with("INFO: 4\n"));
+  child.signal(SIGTERM);
+  EXPECT_EQ(entry("01:00:00", "INFO: 1") + entry("02:00:00", "INFO: 2") +
+                entry("03:00:00", "INFO: 3") + entry("04:00:00", "INFO: 4"),
+            child.wait().out);
+}
+
+TEST(NasLogFollow, GoesOnInAFileThatWasEmptied) {
+  const TempDir dir;
+  dir.write("x", kOne + kTwo);
+  Child child(command({"-f", dir.file("x")}));
+  ASSERT_TRUE(child.out_ends_with(kTwo));
+  dir.write("x", kThree);
+  ASSERT_TRUE(child.out_ends_with(kThree));
+  child.signal(SIGTERM);
+  const Outcome got = child.wait();
+  EXPECT_EQ(kOne + kTwo + kThree, got.out);
+  EXPECT_EQ("", got.err);
+}
+
+TEST(NasLogFollow, NoticesAnEmptiedFileThatHasOutgrownTheOldOne) {
+  const TempDir dir;
+  dir.write("x", kTwo);
+  Child child(command({"-f", dir.file("x")}));
+  ASSERT_TRUE(child.out_ends_with(kTwo));
+  child.pause();
+  dir.write("x", kThree + kFour + kThree + kFour);
+  child.resume();
+  ASSERT_TRUE(child.out_ends_with(kThree + kFour + kThree + kFour));
+  child.signal(SIGTERM);
+  const Outcome got = child.wait();
+  EXPECT_EQ(kTwo + kThree + kFour + kThree + kFour, got.out);
+  EXPECT_EQ("", got.err);
+}
+
+TEST(NasLogFollow, WaitsWhileTheLogIsMissing) {
+  const TempDir dir;
+  dir.write("x", kOne);
+  Child child(command({"-f", dir.file("x")}));
+  ASSERT_TRUE(child.out_ends_with(kOne));
+  rename(dir.file("x").c_str(), dir.file("x.0").c_str());
+  append(dir, "x.0", kTwo);
+  ASSERT_TRUE(child.out_ends_with(kTwo));
+  dir.write("x", kThree);
+  ASSERT_TRUE(child.out_ends_with(kThree));
+  child.signal(SIGTERM);
+  const Outcome got = child.wait();
+  EXPECT_EQ(kOne + kTwo + kThree, got.out);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLogFollow, FollowsSeveralLogs) {
+  const TempDir dir;
+  dir.write("x", kOne);
+  dir.write("y", kTwo);
+  Child child(command({"-f", dir.file("x"), dir.file("y")}));
+  ASSERT_TRUE(child.out_ends_with(kTwo));
+  append(dir, "y", kThree);
+  ASSERT_TRUE(child.out_ends_with(kThree));
+  append(dir, "x", kFour);
+  ASSERT_TRUE(child.out_ends_with(kFour));
+  child.signal(SIGTERM);
+  EXPECT_EQ(kOne + kTwo + kThree + kFour, child.wait().out);
+}
+
+TEST(NasLogFollow, Filters) {
+  const TempDir dir;
+  dir.write("x", kOne + kTwo);
+  Child child(command({"-f", "--category", "DEBUG", "--category", "WARNING", dir.file("x")}));
+  ASSERT_TRUE(child.out_ends_with(kOne));
+  append(dir, "x", kThree + kFour);
+  ASSERT_TRUE(child.out_ends_with(kThree));
+  child.signal(SIGTERM);
+  EXPECT_EQ(kOne + kThree, child.wait().out);
+}
+
+TEST(NasLogFollow, ReportsDamageAsItAppears) {
+  const TempDir dir;
+  dir.write("x", kOne);
+  Child child(command({"-f", dir.file("x")}));
+  ASSERT_TRUE(child.out_ends_with(kOne));
+  append(dir, "x", "2007-03-01T00:00:00 cu" + kThree);
+  ASSERT_TRUE(child.out_ends_with(kThree));
+  child.signal(SIGTERM);
+  const Outcome got = child.wait();
+  EXPECT_EQ(kOne + "2007-03-01T00:00:00 cu\n" + kThree, got.out);
+  EXPECT_EQ("nas-log: " + dir.file("x") + ":3: entry is cut off\n", got.err);
+  EXPECT_EQ(1, got.status);
+}
+
+// What the library writes, faster than the follower looks.
+TEST(NasLogFollow, KeepsUpWithARotatingPublisher) {
+  const TempDir dir;
+  util::category info("INFO");
+  util::logger* const log = util::logger::getLogger("NasLogFollow");
+  log->enable(info);
+  log->setUseParentPublisher(false);
+  log->auto_flush(true);
+  log->setPublisher(new util::rolling_file_publisher(dir.file("x").c_str(), 5000, 100));
+  log->logp(info, "void start()", "", 0, "first");
+  Child child(command({"-f", dir.file("x")}));
+  ASSERT_TRUE(child.out_ends_with("first\n"));
+  for (int i = 1; i < 5000; ++i) log->logp(info, "void work()", "", 0, "entry\n%d", i);
+  ASSERT_TRUE(child.out_ends_with("INFO: entry\n4999\n"));
+  child.signal(SIGTERM);
+  const Outcome got = child.wait();
+  log->setPublisher(nullptr);
+  int expected = 1;
+  for (size_t at = got.out.find("entry\n"); at != got.out.npos;
+       at = got.out.find("entry\n", at + 1)) {
+    ASSERT_EQ(expected++, std::stoi(got.out.substr(at + 6)));
+  }
+  EXPECT_EQ(5000, expected);
+  EXPECT_EQ("", got.err);
+  EXPECT_EQ(0, got.status);
+  EXPECT_TRUE(dir.exists("x.20"));  // it was rotated meanwhile
+}
+
+TEST(NasLogFollow, RefusesAMissingLog) {
+  const TempDir dir;
+  const Outcome got = nas_log({"-f", dir.file("none")});
+  EXPECT_EQ("nas-log: " + dir.file("none") + ": No such file or directory\n", got.err);
+  EXPECT_EQ(1, got.status);
+}

@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: MIT
+#include "tools/command.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+
+namespace tools {
+namespace {
+
+bool fault_seen = false;
+int output_error = 0;  // the first errno of standard output
+
+std::string hexadecimal(std::string_view bytes) {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string text;
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    text += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
+  }
+  return text;
+}
+
+// How UTF-8 writes the characters of one range of first bytes: how long they are, and between what
+// the second byte lies. U+0080 to U+009F are left out, for they are control characters too.
+struct Sequence {
+  unsigned char first, last, size, low, high;
+};
+
+constexpr Sequence kSequences[] = {
+    {0x20, 0x7E, 1, 0,    0   },
+    {'\t', '\n', 1, 0,    0   },
+    {0xC2, 0xC2, 2, 0xA0, 0xBF},
+    {0xC3, 0xDF, 2, 0x80, 0xBF},
+    {0xE0, 0xE0, 3, 0xA0, 0xBF},
+    {0xE1, 0xEC, 3, 0x80, 0xBF},
+    {0xED, 0xED, 3, 0x80, 0x9F},
+    {0xEE, 0xEF, 3, 0x80, 0xBF},
+    {0xF0, 0xF0, 4, 0x90, 0xBF},
+    {0xF1, 0xF3, 4, 0x80, 0xBF},
+    {0xF4, 0xF4, 4, 0x80, 0x8F},
+};
+
+bool continues(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+
+// Bytes of the harmless character that `text` begins with, or 0.
+size_t harmless(std::string_view text) {
+  const auto byte = [&text](size_t at) { return static_cast<unsigned char>(text[at]); };
+  for (const Sequence& s : kSequences) {
+    if (byte(0) < s.first || byte(0) > s.last) continue;
+    if (s.size == 1) return 1;
+    if (text.size() < s.size || byte(1) < s.low || byte(1) > s.high) return 0;
+    const std::string_view rest = text.substr(2, s.size - 2);
+    return std::all_of(rest.begin(), rest.end(), continues) ? s.size : 0;
+  }
+  return 0;
+}
+
+// A file opened later must not become standard output by chance. What was closed still fails when
+// it is used.
+void occupy_standard_streams() {
+  constexpr int kModes[] = {O_WRONLY, O_RDONLY, O_RDONLY};
+  for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+    if (fcntl(descriptor, F_GETFD) < 0) open("/dev/null", kModes[descriptor]);
+  }
+}
+
+}  // namespace
+
+int run_tool(int (*run)(int, char**), int argc, char** argv) {
+  occupy_standard_streams();
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& failure) {
+    fault(failure.what());
+    return finish();
+  }
+}
+
+void fault(const std::string& message) {
+  fault_seen = true;
+  warn(message);
+}
+
+void warn(const std::string& message) {
+  std::cerr << program_invocation_short_name << ": " << message << std::endl;
+}
+
+int wrong_use(const std::string& message) {
+  if (!message.empty()) warn(message);
+  std::cerr << "Try '" << program_invocation_short_name << " --help'." << std::endl;
+  return kWrongUse;
+}
+
+int print(const std::string& text) {
+  std::cout << text;
+  return finish();
+}
+
+int print_version() {
+  return print(std::string(program_invocation_short_name) + " (nasutil) " NASUTIL_VERSION "\n");
+}
+
+bool flush() {
+  errno = 0;
+  std::cout.flush();
+  const bool failed = fflush(stdout) != 0 || ferror(stdout) != 0 || !std::cout;
+  if (failed && output_error == 0) output_error = errno != 0 ? errno : EIO;
+  return !failed;
+}
+
+int finish() {
+  if (!flush()) fault(std::string("standard output: ") + strerror(output_error));
+  return fault_seen ? kFault : kGood;
+}
+
+std::string printable(std::string_view text) {
+  std::string to;
+  while (!text.empty()) {
+    const size_t size = harmless(text);
+    if (size > 0) {
+      to += text.substr(0, size);
+    } else {
+      to += hexadecimal(text.substr(0, 1));
+    }
+    text.remove_prefix(std::max<size_t>(size, 1));
+  }
+  return to;
+}
+
+}  // namespace tools
