@@ -211,6 +211,13 @@ TEST(Place, IsToldByRowAndColumn) {
   EXPECT_EQ(0, ticpp::Declaration("1.0", "", "").Column());
 }
 
+TEST(Place, IsOnlyThePathOfAnElementThatWasNotRead) {
+  const Loaded xml("<r/>");
+  ticpp::Element added("b");
+  xml.root().LinkEndChild(&added);
+  EXPECT_EQ(std::string(kNoText) + " (/r/b)", thrown([&] { added.GetText(); }));
+}
+
 TEST(LookUp, GivesTheSameObjectEachTime) {
   const Loaded xml("<r><a/><b/></r>");
   ticpp::Element* const a = xml.root().FirstChildElement("a");
@@ -634,26 +641,38 @@ TEST(LoadFile, AcceptsTheDeepestAllowedAndRefusesOneMore) {
 
 TEST(LoadFile, DoesNotCountWhatNeedsNoStack) {
   std::string inside;
-  for (int i = 0; i < 3000; ++i) inside += "<b/><c></c><!--<x>--><![CDATA[<y>]]>&lt;z&gt;";
+  for (int i = 0; i < 3000; ++i) inside += "<b/><c></c><!--><x>--><![CDATA[><y>]]>&lt;z&gt;";
   EXPECT_EQ("nothing", load_error(nested(1022, inside + "<d e='<f>' g=\"<h>\"/>")));
   EXPECT_EQ("nothing", load_error("<!DOCTYPE a [ <!ELEMENT a (b)> ]>" + nested(1024)));
 }
 
 TEST(LoadFile, IsNotMisledAboutTheDepth) {
-  const SmallStack stack;
-  for (const std::string& hidden :
-       {std::string("<!-- > </a> -->"), std::string("<![CDATA[ > </a> ]]>"),
-        std::string("<b c='</a>'/>"), std::string("<b c=\"</a>\"/>"), std::string("<?x </a?>"),
-        std::string("<!x </a>"), std::string("&#x</a>x41;"), std::string("&#</a>#65;"),
-        std::string("<b c=</a></b>")}) {
+  for (const std::string hidden :
+       {"<!--></a>-->", "<![CDATA[></a>]]>", "<b c='</a>'/>", "<b c=\"</a>\"/>", "<?x </a?>",
+        "<!x </a>", "&#x</a>x41;", "&#</a>#65;"}) {
     SCOPED_TRACE(hidden);
     std::string text;
-    for (int i = 0; i < 12000; ++i) text += "<a>" + hidden;
-    EXPECT_NE("nothing", load_error(text));  // and does not exhaust the stack
+    for (int i = 0; i < 30000; ++i) text += "<a>" + hidden;
+    EXPECT_THAT(load_error(text), HasSubstr("nested deeper than 1024"));
   }
-  std::string cut = "<?xml version='1.0'?>";
-  for (int i = 0; i < 12000; ++i) cut += "<a>\xC3</a>";
-  EXPECT_NE("nothing", load_error(cut));
+}
+
+TEST(LoadFile, IsNotKeptBusyByReferences) {
+  std::string text = "<a>";
+  for (int i = 0; i < 500000; ++i) text += "&#";
+  EXPECT_THAT(load_error(text), StartsWith("Couldn't load: Error "));
+  EXPECT_THAT(load_error(text + "65;"), StartsWith("Couldn't load: Error "));
+}
+
+// In UTF-8 the parser takes "\xC3<" for a character, and no element ends.
+TEST(LoadFile, CountsTheDepthInTheEncodingThatTheParserTakes) {
+  std::string cut;
+  for (int i = 0; i < 30000; ++i) cut += "<a>\xC3</a>";
+  EXPECT_THAT(load_error("<?xml version='1.0'?>" + cut), HasSubstr("nested deeper than 1024"));
+  EXPECT_THAT(load_error("\xEF\xBB\xBF" + cut), HasSubstr("nested deeper than 1024"));
+  EXPECT_EQ("nothing", load_error(cut));
+  EXPECT_EQ("nothing", load_error("<?xml encoding='ISO-8859-1'?>" + cut));
+  EXPECT_EQ("nothing", load_error("<r><?xml version='1.0'?>" + cut + "</r>"));
 }
 
 TEST(LoadFile, DiesOfNoDepth) {

@@ -303,11 +303,12 @@ void rolling_file_publisher::rotate_logs() {
 
 // Moves each old file to the next number, from the oldest down, and the log itself to number 0.
 void rolling_file_publisher::shift_logs() const {
-  std::string from(logname.size() + 13, '\0');  // room for ".", a number and the end
-  std::string to = from;
-  const auto numbered = [this](std::string& text, int number) {
-    snprintf(text.data(), text.size(), "%s.%d", logname.c_str(), number);
-    return text.c_str();
+  // On the stack: a rotation within a pass of the loop cannot be told that memory ran out.
+  char from[PATH_MAX + 12];  // the name of a file that was open, ".", a number and the end
+  char to[sizeof from];
+  const auto numbered = [this](char(&text)[sizeof from], int number) {
+    snprintf(text, sizeof text, "%s.%d", logname.c_str(), number);
+    return text;
   };
   const int oldest = static_cast<int>(std::min<size_t>(logcount - 1, INT_MAX));
   unlink(numbered(to, oldest));

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: MIT
+// Memory runs out once, at each use of operator new in turn: the caller is told by std::bad_alloc,
+// no file stays open, and what is on disk and in the objects is the old or the new (leaks show
+// under the leak checker).
+#include "tests/support/allocations.h"
+#include "tests/support/clock.h"
+#include "tests/support/faults.h"
+#include "tests/support/files.h"
+#include "util/NASConfDB.h"
+#include "util/PropertyList.h"
+#include "util/SuperLoop.h"
+#include "util/ZEB_GPIO.h"
+#include "util/logger.h"
+
+#include <stdarg.h>
+#include <unistd.h>
+
+#include <functional>
+#include <new>
+#include <sstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+using namespace support;
+using util::PropertyList;
+
+// The parser itself loses the element at hand when memory runs out in it. Nobody else may.
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
+const char* __lsan_default_suppressions() {
+  return "leak:TiXmlNode::Identify\nleak:TiXmlElement::ReadValue\nleak:TiXmlElement::Parse\n";
+}
+
+namespace {
+
+// "done", or "out of memory" where that is how `action` ended.
+std::string outcome_of(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const std::bad_alloc&) {
+    return "out of memory";
+  }
+  return "done";
+}
+
+// Each use of operator new in `action` fails once. `before` sets things up each time, `after` is
+// given the outcome. Returns how many uses there were.
+int fail_each_allocation(const std::function<void()>& before, const std::function<void()>& action,
+                         const std::function<void(const std::string&)>& after) {
+  for (int nth = 1;; ++nth) {
+    SCOPED_TRACE(nth);
+    before();
+    const int descriptors = open_descriptors();
+    std::string outcome;
+    bool fired = false;
+    {
+      const AllocationFault fault(nth);
+      outcome = outcome_of(action);
+      fired = fault.fired();
+    }
+    EXPECT_EQ(descriptors, open_descriptors());
+    EXPECT_EQ(fired ? "out of memory" : "done", outcome);
+    after(outcome);
+    if (!fired) return nth - 1;
+  }
+}
+
+__attribute__((format(printf, 2, 3))) void publish(util::publisher& to, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  to.publish(util::INFO, "here", format, args);
+  va_end(args);
+}
+
+void fill(PropertyList& list, int number) {
+  list["n"] = number;
+  list["text"] = std::string("a text that is too long for a short string");
+  list["deep"] = util::value_struct{
+      {"array", util::Value(util::value_array{util::Value(1.5), util::Value(true)})},
+      {"bytes", util::Value(util::byte_string{1, 2, 3})                            },
+      {"date",  util::Value(util::utime_t{1172757909000})                          },
+  };
+}
+
+// Without the temporary, another name of the file.
+void save_alone(const std::string& file, int number) {
+  PropertyList list(file);
+  fill(list, number);
+  list.save();
+  EXPECT_EQ(0, unlink((file + ".tmp").c_str()));
+}
+
+std::string printed(const util::NASConfDB& database) {
+  std::ostringstream text;
+  text << database;
+  return text.str();
+}
+
+}  // namespace
+
+TEST(OutOfMemory, SaveKeepsTheListAndFindsTheOldOrTheNew) {
+  const TempDir dir;
+  const std::string x = dir.file("x");
+  PropertyList list(x);
+  fill(list, 2);
+  const int uses = fail_each_allocation(
+      [&x] { save_alone(x, 1); }, [&list] { list.save(); },
+      [&](const std::string& outcome) {
+        EXPECT_EQ(3U, list.getProperties().size());
+        PropertyList found(x);
+        found.load();
+        const int number = found.intForKey("n");
+        EXPECT_TRUE(number == 2 || (number == 1 && outcome != "done")) << number;
+      });
+  EXPECT_LT(20, uses);
+}
+
+TEST(OutOfMemory, LoadKeepsTheList) {
+  const TempDir dir;
+  const std::string x = dir.file("x");
+  save_alone(x, 1);
+  PropertyList list(x);
+  const int uses = fail_each_allocation(
+      [&list] {
+        list.getProperties().clear();
+        list["n"] = 7;
+      },
+      [&list] { list.load(); },
+      [&list](const std::string& outcome) {
+        EXPECT_EQ(outcome == "done" ? 1 : 7, list.intForKey("n"));
+        EXPECT_EQ(outcome == "done" ? 3U : 1U, list.getProperties().size());
+      });
+  EXPECT_LT(20, uses);
+}
+
+TEST(OutOfMemory, ReadingAConfigurationFailsAsAWhole) {
+  const std::string conf = NASUTIL_SOURCE_DIR "/examples/appliance/nas_conf_db.xml";
+  const std::string whole = printed(util::NASConfDB(conf));
+  const int uses = fail_each_allocation(
+      [] {}, [&conf] { const util::NASConfDB database(conf); },
+      [&](const std::string&) { EXPECT_EQ(whole.size(), printed(util::NASConfDB(conf)).size()); });
+  EXPECT_LT(50, uses);
+}
+
+TEST(OutOfMemory, RefreshingThePinsNeedsNone) {
+  const Fault fault("fopen", 2, Fault::kEvery);
+  util::ZEB_GPIO board;
+  const long before = allocations();
+  board.refresh();
+  EXPECT_EQ(before, allocations());
+}
+
+// A rotation in the middle of a loop's pass must not end the process.
+TEST(OutOfMemory, LoggingAndRotatingNeedNone) {
+  const TempDir dir;
+  const FrozenClock clock;
+  util::rolling_file_publisher log(dir.file("a log with a long name").c_str(), 10, 3);
+  const long before = allocations();
+  publish(log, "%s", "first");
+  publish(log, "%s", "second");
+  EXPECT_EQ(before, allocations());
+  EXPECT_EQ("2001-09-09T01:46:40 here\nINFO: second\nrotating log file\n",
+            dir.read("a log with a long name.0"));
+}

@@ -1,0 +1,397 @@
+// SPDX-License-Identifier: MIT
+// Every use of every C library call fails once, with each error that it may have: what was stated
+// for that happens, no file stays open (nor memory, as the leak checker sees), and all works again
+// afterwards.
+#include "tests/support/faults.h"
+
+#include "tests/support/clock.h"
+#include "tests/support/files.h"
+#include "tests/support/network.h"
+#include "util/NASConfDB.h"
+#include "util/NetworkInterface.h"
+#include "util/PropertyList.h"
+#include "util/SuperLoop.h"
+#include "util/ZEB_GPIO.h"
+#include "util/logger.h"
+
+#include <errno.h>
+#include <stdarg.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <exception>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+using namespace support;
+using util::PropertyList;
+
+namespace {
+
+using Calls = std::vector<const char*>;
+
+constexpr int kErrors[] = {EIO, ENOSPC, EACCES, EMFILE, ENOMEM, EINTR};
+
+void replace_all(std::string& text, const std::string& from, const std::string& to) {
+  for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+    text.replace(at, from.size(), to);
+  }
+}
+
+// One use of a call that fails while an action runs, in a folder of its own.
+class Disturbance {
+ public:
+  Disturbance(const char* call, int nth, int error) : call_(call), nth_(nth), error_(error) {}
+
+  const TempDir dir;
+
+  // "done", or what `action` throws with "%" for the system's text and without the folder.
+  std::string operator()(const std::function<void()>& action) {
+    const int descriptors = open_descriptors();
+    std::string outcome = "done";
+    {
+      const Fault fault(call_, error_, nth_);
+      try {
+        action();
+      } catch (const std::exception& e) {
+        outcome = e.what();
+      }
+      fired_ = fault.fired();
+    }
+    EXPECT_EQ(descriptors + left_open, open_descriptors());
+    replace_all(outcome, dir.path() + "/", "");
+    replace_all(outcome, strerror(error_), "%");
+    return outcome;
+  }
+
+  bool fired() const { return fired_; }
+
+  int left_open = 0;  // descriptors that the action is expected to leave
+
+ private:
+  const char* call_;
+  int nth_;
+  int error_;
+  bool fired_ = false;
+};
+
+using Round = std::function<std::string(Disturbance&)>;
+using Outcomes = std::map<std::string, std::string>;
+
+// What `round` comes to with each use of `call` failing, by use: "link 2". All under the call alone
+// where each use has the same outcome.
+Outcomes outcomes(const char* call, const Round& round) {
+  Outcomes seen;
+  bool alike = true;
+  for (const int error : kErrors) {
+    for (int nth = 1;; ++nth) {
+      SCOPED_TRACE(std::string(call) + " " + std::to_string(nth) + ": " + strerror(error));
+      Disturbance disturbance(call, nth, error);
+      const std::string outcome = round(disturbance);
+      if (!disturbance.fired()) break;
+      const auto at = seen.emplace(call + (" " + std::to_string(nth)), outcome).first;
+      EXPECT_EQ(at->second, outcome) << "otherwise with another error";
+      alike = alike && outcome == seen.begin()->second;
+    }
+  }
+  if (alike && !seen.empty())
+    return {
+        {call, seen.begin()->second}
+    };
+  return seen;
+}
+
+Outcomes outcomes(const Calls& calls, const Round& round) {
+  Outcomes all;
+  for (const char* const call : calls) all.merge(outcomes(call, round));
+  return all;
+}
+
+// ---- what is disturbed ----
+
+__attribute__((format(printf, 2, 3))) void publish(util::publisher& to, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  to.publish(util::INFO, "here", format, args);
+  va_end(args);
+}
+
+PropertyList list_of(const std::string& file, int number) {
+  PropertyList list(file);
+  list["date"] = util::utime_t{1172757909000};
+  list["n"] = number;
+  return list;
+}
+
+// The second entry crosses the limit. Tells which entries are in none of the files afterwards.
+std::string log_and_rotate(Disturbance& disturbance) {
+  const FrozenClock clock;
+  const TempDir& dir = disturbance.dir;
+  const char* const entries[] = {"first", "second", "third"};
+  dir.write("x.0", "old");
+  std::string outcome;
+  {
+    std::optional<util::rolling_file_publisher> log;
+    disturbance.left_open = 1;
+    outcome = disturbance([&] {
+      log.emplace(dir.file("x").c_str(), 50, 3);
+      for (const char* const entry : entries) {
+        publish(*log, "%s", entry);
+        log->flush();
+      }
+    });
+    publish(*log, "%s", "last");
+  }
+  std::string all;
+  for (const std::string& name : dir.list()) all += dir.read(name);
+  for (const char* const entry : {"old", "first", "second", "third"}) {
+    if (all.find(entry) == std::string::npos) outcome.append(", lost ").append(entry);
+  }
+  EXPECT_NE(std::string::npos, all.find(" here\nINFO: last\n"));
+  return outcome;
+}
+
+// Without the temporary, another name of the file.
+void save_alone(const std::string& file, int number) {
+  list_of(file, number).save();
+  EXPECT_EQ(0, unlink((file + ".tmp").c_str()));
+}
+
+// Saves 2 after that; tells which list is found then.
+template <class Before>
+Round saving(Before before) {
+  return [before](Disturbance& disturbance) {
+    const std::string x = disturbance.dir.file("x");
+    before(x);
+    PropertyList list = list_of(x, 2);
+    std::string outcome = disturbance([&list] { list.save(); });
+    PropertyList found(x);
+    found.load();
+    outcome += found.getProperties().empty() ? ", none"
+                                             : ", found " + std::to_string(found.intForKey("n"));
+    list_of(x, 4).save();
+    found.load();
+    EXPECT_EQ(4, found.intForKey("n"));
+    return outcome;
+  };
+}
+
+class Count : public util::EventLoop {
+ public:
+  explicit Count(int& rounds) : rounds_(rounds) {}
+
+  void runLoop(util::utime_t) override { ++rounds_; }
+
+ private:
+  int& rounds_;
+};
+
+class Happen : public util::Event {
+ public:
+  explicit Happen(int& times) : times_(&times) {}
+
+  void run(util::utime_t) override { ++*times_; }
+
+ private:
+  int* times_;
+};
+
+const Calls kCallsOfSave = {"localtime_r", "strftime", "unlink", "stat",
+                            "link",        "fopen",    "fflush", "fclose"};
+
+}  // namespace
+
+// ---- logging ----
+
+TEST(Faults, OfLoggingCostNoMoreThanWhatTheCallWrites) {
+  EXPECT_EQ((Outcomes{
+                {"fclose",      "done"                         },
+                {"fflush",      "done"                         },
+                {"fopen",       "done"                         },
+                {"fprintf",     "done"                         },
+                {"fputc",       "done"                         },
+                {"localtime_r", "done"                         },
+                {"rename 1",    "done"                         },
+                {"rename 2",    "done, lost old"               },
+                {"rename 3",    "done, lost first, lost second"},
+                {"setvbuf",     "done"                         },
+                {"stat",        "done"                         },
+                {"strftime",    "done"                         },
+                {"time",        "done"                         },
+                {"unlink",      "done"                         },
+                {"vfprintf 1",  "done, lost first"             },
+                {"vfprintf 2",  "done, lost second"            },
+                {"vfprintf 3",  "done, lost third"             },
+  }),
+            outcomes({"fopen", "fclose", "fflush", "setvbuf", "fprintf", "vfprintf", "fputc",
+                      "rename", "unlink", "stat", "time", "localtime_r", "strftime"},
+                     log_and_rotate));
+}
+
+// ---- property lists ----
+
+TEST(Faults, OfAFirstSave) {
+  EXPECT_EQ((Outcomes{
+                {"fclose",      "Couldn't save x.tmp: %, none"    },
+                {"fflush",      "Couldn't save x.tmp: %, none"    },
+                {"fopen",       "Couldn't save x.tmp: %, none"    },
+                {"link",        "x: %, none"                      },
+                {"localtime_r", "x: can't encode value type, none"},
+                {"strftime",    "x: can't encode value type, none"},
+                {"stat",        "done, found 2"                   },
+                {"unlink",      "done, found 2"                   },
+  }),
+            outcomes(kCallsOfSave, saving([](const std::string&) {})));
+}
+
+// File, temporary and backup are one file, written in place: there is no way back from fflush() on.
+TEST(Faults, OfASecondSave) {
+  EXPECT_EQ((Outcomes{
+                {"fclose",      "Couldn't save x.tmp: %, found 2"    },
+                {"fflush",      "Couldn't save x.tmp: %, found 2"    },
+                {"fopen",       "Couldn't save x.tmp: %, found 1"    },
+                {"link 1",      "x: %, found 1"                      },
+                {"link 2",      "x: %, found 2"                      },
+                {"localtime_r", "x: can't encode value type, found 1"},
+                {"strftime",    "x: can't encode value type, found 1"},
+                {"stat",        "x: File exists, found 2"            },
+                {"unlink 1",    "done, found 2"                      },
+                {"unlink 2",    "x: %, found 2"                      },
+  }),
+            outcomes(kCallsOfSave, saving([](const std::string& x) { list_of(x, 1).save(); })));
+}
+
+// The file has no other name, as saveDurably() leaves it: what fails costs nothing.
+TEST(Faults, OfASaveOfAFileByItself) {
+  EXPECT_EQ((Outcomes{
+                {"fclose",      "Couldn't save x.tmp: %, found 1"    },
+                {"fflush",      "Couldn't save x.tmp: %, found 1"    },
+                {"fopen",       "Couldn't save x.tmp: %, found 1"    },
+                {"link",        "x: %, found 1"                      },
+                {"localtime_r", "x: can't encode value type, found 1"},
+                {"strftime",    "x: can't encode value type, found 1"},
+                {"stat",        "x: File exists, found 1"            },
+                {"unlink 1",    "done, found 2"                      },
+                {"unlink 2",    "x: %, found 1"                      },
+  }),
+            outcomes(kCallsOfSave, saving([](const std::string& x) { save_alone(x, 1); })));
+}
+
+// Whatever hides the file from stat() makes the backup the list.
+TEST(Faults, OfALoad) {
+  EXPECT_EQ(
+      (Outcomes{
+          {"fclose",   "done, holds 2"             },
+          {"fopen",    "x: load failed, holds 3"   },
+          {"mktime",   "done, holds 2"             },
+          {"stat",     "done, holds 1"             },
+          {"strptime", "x: malformed date, holds 3"},
+  }),
+      outcomes({"stat", "fopen", "fclose", "strptime", "mktime"}, [](Disturbance& disturbance) {
+        const std::string x = disturbance.dir.file("x");
+        save_alone(x, 2);
+        save_alone(x + "~", 1);
+        PropertyList list(x);
+        list["n"] = 3;
+        const std::string outcome = disturbance([&list] { list.load(); });
+        return outcome + ", holds " + std::to_string(list.intForKey("n"));
+      }));
+}
+
+// ---- the board ----
+
+TEST(Faults, OfReadingAConfiguration) {
+  EXPECT_EQ((Outcomes{
+                {"fclose", "done"                     },
+                {"fopen",  "Couldn't load conf.xml: %"},
+  }),
+            outcomes({"fopen", "fclose", "stat"}, [](Disturbance& disturbance) {
+              const std::string conf = disturbance.dir.file("conf.xml");
+              write_file(conf, read_file(NASUTIL_SOURCE_DIR "/examples/appliance/nas_conf_db.xml"));
+              return disturbance([&conf] { const util::NASConfDB database(conf); });
+            }));
+}
+
+TEST(Faults, OfListingInterfaces) {
+  EXPECT_EQ((Outcomes{
+                {"close",      "done"},
+                {"getifaddrs", "%"   },
+                {"ioctl",      "%"   },
+                {"socket",     "%"   },
+  }),
+            outcomes({"getifaddrs", "socket", "ioctl", "close"}, [](Disturbance& disturbance) {
+              FakeInterfaces fake{
+                  {"eth0", "10.0.0.1" },
+                  {"lo",   "127.0.0.1"},
+              };
+              fake.hardware = {
+                  {"eth0", "\x01\x02\x03\x04\x05\x06"},
+                  {"lo",   "\x01\x02\x03\x04\x05\x06"}
+              };
+              const std::string outcome = disturbance(
+                  [] { EXPECT_EQ(2U, util::NetworkInterface::get_interfaces().size()); });
+              EXPECT_EQ(0, fake.open_lists());
+              return outcome;
+            }));
+}
+
+TEST(Faults, OfRefreshingThePins) {
+  EXPECT_EQ((Outcomes{
+                {"fclose",  "done, high"},
+                {"fopen",   "done, low" },
+                {"fprintf", "done, high"},
+                {"fscanf",  "done, low" },
+  }),
+            outcomes({"fopen", "fprintf", "fscanf", "fclose"}, [](Disturbance& disturbance) {
+              const TempDir& dir = disturbance.dir;
+              const Redirect redirect("/proc/resource_dump", dir.file("dump"));
+              Recorder recorder({"fopen"});
+              recorder.before = [&dir](const std::string& call) {
+                if (call == "fopen /proc/resource_dump r") dir.write("dump", "10");
+              };
+              util::ZEB_GPIO board;
+              std::string outcome = disturbance([&board] { board.refresh(); });
+              outcome += board.getPin(util::ZEB_GPIO::DriveCount) ? ", high" : ", low";
+              board.refresh();
+              EXPECT_TRUE(board.getPin(util::ZEB_GPIO::DriveCount));
+              return outcome;
+            }));
+}
+
+// ---- the loop ----
+
+// A time that cannot be read is 0. Loops run and the pass ends; an event waits for the next one.
+TEST(Faults, OfALoopPass) {
+  EXPECT_EQ((Outcomes{
+                {"gettimeofday 1", "done, rounds 1, events 1"},
+                {"gettimeofday 2", "done, rounds 1, events 1"},
+                {"gettimeofday 3", "done, rounds 1, events 1"},
+                {"gettimeofday 4", "done, rounds 1, events 1"},
+                {"gettimeofday 5", "done, rounds 1, events 0"},
+                {"gettimeofday 6", "done, rounds 1, events 1"},
+                {"gettimeofday 7", "done, rounds 1, events 1"},
+                {"nanosleep",      "done, rounds 1, events 1"},
+  }),
+            outcomes({"gettimeofday", "nanosleep"}, [](Disturbance& disturbance) {
+              FrozenClock clock;
+              int rounds = 0;
+              int events = 0;
+              Count work(rounds);
+              util::SuperLoop loop;
+              loop.addEvent(&work);
+              loop.addEvent(new Happen(events), util::Timer(0));
+              clock.advance(1);
+              std::string outcome = disturbance([&loop] { loop.runLoop(100); });
+              outcome +=
+                  ", rounds " + std::to_string(rounds) + ", events " + std::to_string(events);
+              loop.runLoop(100);
+              EXPECT_EQ(2, rounds);
+              EXPECT_EQ(1, events);
+              return outcome;
+            }));
+}
