@@ -141,8 +141,9 @@ class UTIL_EXPORT syslog_publisher : public publisher {
 // newest old file, <path>.<count - 1> the oldest, which the next rotation replaces.
 //
 // Owns the stream and its buffer of 512 KiB: entries reach the disk on flush(), on rotation, when
-// the buffer is full and on destruction. While the file cannot be opened, entries are dropped
-// (publish() returns 0) and each further entry tries again.
+// the buffer is full and on destruction. Flush before fork(): a child that exits writes its copy of
+// the buffer too. While the file cannot be opened, entries are dropped (publish() returns 0) and
+// each further entry tries again.
 class UTIL_EXPORT rolling_file_publisher : public file_publisher {
  public:
   // `limit` in bytes; 0 or less never rotates. A `count` of 0 or 1 keeps no old file: the file is

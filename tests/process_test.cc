@@ -1,0 +1,268 @@
+// SPDX-License-Identifier: MIT
+// What happens to a process: it forks, it is signalled, its standard streams are closed, it ends.
+#include "tests/support/clock.h"
+#include "tests/support/files.h"
+#include "util/PropertyList.h"
+#include "util/SuperLoop.h"
+#include "util/logger.h"
+
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+using namespace util;
+using support::FrozenClock;
+using support::TempDir;
+
+namespace {
+
+std::string entry(const std::string& message) {
+  return "2007-03-01T14:05:09 here\nINFO: " + message + "\n";
+}
+
+void log_entry(logger* to, const char* message) {
+  to->log(INFO, "here", "process_test.cc", 1, "%s", message);
+}
+
+// Logs into a rolling file of its own, which is closed in the end.
+class Log {
+ public:
+  Log(const std::string& file, off_t limit) {
+    to->setUseParentPublisher(false);
+    to->enable(INFO);
+    to->setPublisher(new rolling_file_publisher(file.c_str(), limit, 3));
+  }
+  ~Log() { to->setPublisher(nullptr); }
+  Log(const Log&) = delete;
+  Log& operator=(const Log&) = delete;
+
+  void operator()(const char* message) const { log_entry(to, message); }
+
+  logger* const to = logger::getLogger("process_test");
+};
+
+// Runs `body` in a fork, which exits in the end; its status, 1 where an expectation failed.
+template <class Body>
+int forked(Body body) {
+  fflush(stdout);  // the test program's own output
+  const pid_t pid = fork();
+  if (pid == 0) {
+    body();
+    exit(testing::Test::HasFailure() ? 1 : 0);
+  }
+  int status = -1;
+  EXPECT_EQ(pid, waitpid(pid, &status, 0));
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+volatile sig_atomic_t signals = 0;
+
+// SIGALRM twice a millisecond, to a handler that restarts no call.
+class Rain {
+ public:
+  Rain() {
+    struct sigaction count = {};
+    count.sa_handler = [](int) { signals = signals + 1; };
+    sigaction(SIGALRM, &count, &before_);
+    signals = 0;
+    set_timer(500);
+  }
+  ~Rain() {
+    set_timer(0);
+    sigaction(SIGALRM, &before_, nullptr);
+  }
+  Rain(const Rain&) = delete;
+  Rain& operator=(const Rain&) = delete;
+
+ private:
+  static void set_timer(suseconds_t microseconds) {
+    itimerval every = {};
+    every.it_interval.tv_usec = every.it_value.tv_usec = microseconds;
+    setitimer(ITIMER_REAL, &every, nullptr);
+  }
+
+  struct sigaction before_ = {};
+};
+
+constexpr int kManySignals = 200;
+
+int loaded(const std::string& file) {
+  PropertyList list(file);
+  list.load();
+  return list.getProperties().empty() ? -1 : list.intForKey("n");
+}
+
+class Process : public testing::Test {
+ protected:
+  const TempDir dir;
+  const FrozenClock clock{"2007-03-01T14:05:09"};
+};
+
+}  // namespace
+
+// ---- fork ----
+
+TEST_F(Process, ForkedAfterAFlushHasEachEntryOnce) {
+  {
+    const Log log(dir.file("x"), 0);
+    log("parent");
+    log.to->flush();
+    EXPECT_EQ(7, forked([&log] {
+                log("child");
+                exit(7);
+              }));
+    log("after");
+  }
+  EXPECT_EQ(entry("parent") + entry("child") + entry("after"), dir.read("x"));
+}
+
+TEST_F(Process, ForkedWithBufferedEntriesLeavesThemToTheParentIfTheChildExecutes) {
+  {
+    const Log log(dir.file("x"), 0);
+    log("parent");
+    EXPECT_EQ(0, forked([&log] {
+                log("child");
+                execl("/bin/true", "true", nullptr);
+              }));
+    log("after");
+  }
+  EXPECT_EQ(entry("parent") + entry("after"), dir.read("x"));
+}
+
+TEST_F(Process, ForkedWithBufferedEntriesLeavesThemToTheParentIfTheChildEndsAtOnce) {
+  {
+    const Log log(dir.file("x"), 0);
+    log("parent");
+    EXPECT_EQ(7, forked([&log] {
+                log("child");
+                _exit(7);
+              }));
+    log("after");
+  }
+  EXPECT_EQ(entry("parent") + entry("after"), dir.read("x"));
+}
+
+// As with every stream of the C library: the child's copy of the buffer is written too.
+TEST_F(Process, ForkedWithBufferedEntriesWritesThemTwiceIfTheChildExits) {
+  {
+    const Log log(dir.file("x"), 0);
+    log("parent");
+    EXPECT_EQ(7, forked([&log] {
+                log("child");
+                exit(7);
+              }));
+    log("after");
+  }
+  EXPECT_EQ(entry("parent") + entry("child") + entry("parent") + entry("after"), dir.read("x"));
+}
+
+// ---- the end ----
+
+TEST_F(Process, WritesBufferedEntriesWhenItExits) {
+  const int status = forked([this] {
+    logger::rootLogger()->enable(INFO);
+    logger::rootLogger()->setPublisher(new rolling_file_publisher(dir.file("x").c_str(), 0, 0));
+    log_entry(logger::rootLogger(), "text");
+    EXPECT_EQ("", dir.read("x"));
+  });
+  EXPECT_EQ(0, status);
+  EXPECT_EQ(entry("text"), dir.read("x"));
+}
+
+// ---- standard streams ----
+
+TEST_F(Process, WithoutStandardStreamsLogsSavesAndLoads) {
+  const int status = forked([this] {
+    for (const int descriptor : {0, 1, 2}) close(descriptor);
+    logger::rootLogger()->enable(INFO);
+    log_entry(logger::rootLogger(), "to standard error");
+    PropertyList list(dir.file("list"));
+    list["n"] = 1;
+    list.save();
+    list["n"] = 2;
+    list.saveDurably();
+    EXPECT_EQ(2, loaded(dir.file("list")));
+    const Log log(dir.file("x"), 60);
+    log("first");
+    log("second");
+    log("third");
+  });
+  EXPECT_EQ(0, status);
+  EXPECT_EQ(2, loaded(dir.file("list")));
+  EXPECT_EQ(entry("first") + entry("second") + "rotating log file\n", dir.read("x.0"));
+  EXPECT_EQ(entry("third"), dir.read("x"));
+}
+
+// The replaced console publisher has closed standard error.
+TEST_F(Process, LogsOnOnceTheConsolePublisherWasReplaced) {
+  const int status = forked([this] {
+    logger* const root = logger::rootLogger();
+    root->enable(INFO);
+    logger* const named = logger::getLogger("named");
+    root->setPublisher(new rolling_file_publisher(dir.file("x").c_str(), 60, 3));
+    log_entry(named, "first");
+    PropertyList list(dir.file("list"));  // gets the free descriptor, and nobody's entries
+    list["n"] = 1;
+    list.save();
+    log_entry(root, "second");
+    log_entry(named, "third");
+  });
+  EXPECT_EQ(0, status);
+  EXPECT_EQ(1, loaded(dir.file("list")));
+  EXPECT_EQ(entry("first") + entry("second") + "rotating log file\n", dir.read("x.0"));
+  EXPECT_EQ(entry("third"), dir.read("x"));
+}
+
+// ---- signals ----
+
+TEST_F(Process, SavesInARainOfSignals) {
+  PropertyList list(dir.file("x"));
+  list["text"] = std::string(100000, 'x');
+  const Rain rain;
+  for (int n = 1; signals < kManySignals; ++n) {
+    list["n"] = n;
+    if (n % 8 == 0) {
+      list.saveDurably();
+    } else {
+      list.save();
+    }
+    ASSERT_EQ(n, loaded(dir.file("x")));
+  }
+}
+
+TEST_F(Process, LogsAndRotatesInARainOfSignals) {
+  {
+    const Rain rain;
+    const Log log(dir.file("x"), 1000);
+    while (signals < kManySignals) {
+      log("text");
+      log.to->flush();
+    }
+  }
+  for (const char* const name : {"x.1", "x.0"}) {
+    std::string old;
+    while (old.size() <= 1000) old += entry("text");
+    EXPECT_EQ(old + "rotating log file\n", dir.read(name));
+  }
+}
+
+TEST(ProcessOnTheRealClock, SleepsOutItsPassInARainOfSignals) {
+  timespec start = {};
+  timespec end = {};
+  SuperLoop loop;
+  {
+    const Rain rain;
+    clock_gettime(CLOCK_MONOTONIC, &start);
+    loop.runLoop(200);
+    clock_gettime(CLOCK_MONOTONIC, &end);
+  }
+  EXPECT_GE(signals, 1);
+  EXPECT_GE((end.tv_sec - start.tv_sec) * 1000 + (end.tv_nsec - start.tv_nsec) / 1000000, 198);
+}
