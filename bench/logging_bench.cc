@@ -1,0 +1,232 @@
+// SPDX-License-Identifier: MIT
+#include "bench/bench.h"
+#include "util/logger.h"
+
+#include <fcntl.h>
+#include <glog/logging.h>
+#include <log4cplus/initializer.h>
+#include <log4cplus/logger.h>
+#include <log4cplus/loggingmacros.h>
+#include <log4cplus/nullappender.h>
+#include <spdlog/sinks/null_sink.h>
+#include <spdlog/sinks/rotating_file_sink.h>
+#include <spdlog/spdlog.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <memory>
+
+namespace {
+
+constexpr off_t kFileSize = 8 << 20;
+constexpr size_t kOldFiles = 2;
+constexpr size_t kBufferSize = 0x80000;
+
+// One entry, some 150 bytes with the time.
+constexpr char kWhere[] = "bool nas::ShareManager::mount_share(const std::string&, unsigned int)";
+constexpr char kShare[] = "photos";
+constexpr char kDevice[] = "/dev/sda2";
+constexpr int kMillis = 137;
+
+// ---- an entry published ----
+
+auto publish_ours(const std::string& path) {
+  util::logger* const log = util::logger::getLogger(path.c_str());
+  log->clear_components();
+  log->enable(util::INFO);
+  log->setUseParentPublisher(false);
+  log->setPublisher(new util::rolling_file_publisher(path.c_str(), kFileSize, kOldFiles));
+  return [log] {
+    log->log(util::INFO, kWhere, "shares.cc", 217, "mounted share '%s' from %s in %d milliseconds",
+             kShare, kDevice, kMillis);
+  };
+}
+
+// As its rotating file is set up for one thread, with the buffer by its event for an opened file.
+auto publish_spdlog(const std::string& path) {
+  const auto buffer = std::make_shared<std::unique_ptr<char[]>>(new char[kBufferSize]);
+  spdlog::file_event_handlers events;
+  events.after_open = [buffer](const spdlog::filename_t&, FILE* file) {
+    setvbuf(file, buffer->get(), _IOFBF, kBufferSize);
+  };
+  const auto sink = std::make_shared<spdlog::sinks::rotating_file_sink_st>(
+      path, kFileSize, kOldFiles, false, events);
+  const auto log = std::make_shared<spdlog::logger>("INFO", sink);
+  log->set_pattern("%Y-%m-%dT%T %!\n%n: %v");
+  return [log, sink, buffer] {
+    log->log(spdlog::source_loc{"shares.cc", 217, kWhere}, spdlog::level::info,
+             "mounted share '{}' from {} in {} milliseconds", kShare, kDevice, kMillis);
+  };
+}
+
+// The file by hand: a buffer, the second's time as text, a count of bytes.
+class HandWritten {
+ public:
+  explicit HandWritten(std::string path) : path_(std::move(path)), buffer_(new char[kBufferSize]) {
+    open();
+  }
+  ~HandWritten() {
+    write_out();
+    close(file_);
+  }
+  HandWritten(const HandWritten&) = delete;
+  HandWritten& operator=(const HandWritten&) = delete;
+
+  __attribute__((format(printf, 3, 4))) void log(const char* where, const char* format, ...) {
+    const time_t now = time(nullptr);
+    if (now != second_) {
+      second_ = now;
+      struct tm local = {};
+      localtime_r(&now, &local);
+      strftime(text_, sizeof text_, "%FT%T", &local);
+    }
+    if (kBufferSize - used_ < kMostText) write_out();
+    char* const start = buffer_.get() + used_;
+    char* to = start;
+    for (const char* piece : {static_cast<const char*>(text_), " ", where, "\nINFO: "}) {
+      const size_t length = strlen(piece);
+      memcpy(to, piece, length);
+      to += length;
+    }
+    va_list args;
+    va_start(args, format);
+    to += vsnprintf(to, kMostText / 2, format, args);
+    va_end(args);
+    *to++ = '\n';
+    used_ += static_cast<size_t>(to - start);
+    size_ += to - start;
+    if (size_ > kFileSize) rotate();
+  }
+
+ private:
+  static constexpr size_t kMostText = 4096;
+
+  void open() {
+    file_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    size_ = 0;
+  }
+
+  void write_out() {
+    bench::require(write(file_, buffer_.get(), used_) == static_cast<ssize_t>(used_), "write");
+    used_ = 0;
+  }
+
+  void rotate() {
+    write_out();
+    close(file_);
+    rename((path_ + ".0").c_str(), (path_ + ".1").c_str());
+    rename(path_.c_str(), (path_ + ".0").c_str());
+    open();
+  }
+
+  std::string path_;
+  std::unique_ptr<char[]> buffer_;
+  size_t used_ = 0;
+  off_t size_ = 0;
+  int file_ = -1;
+  time_t second_ = 0;
+  char text_[32] = "";
+};
+
+auto publish_by_hand(const std::string& path) {
+  const auto log = std::make_shared<HandWritten>(path);
+  return [log] {
+    log->log(kWhere, "mounted share '%s' from %s in %d milliseconds", kShare, kDevice, kMillis);
+  };
+}
+
+template <class Publish>
+std::string published_text(Publish publish, const std::string& name) {
+  const std::string path = bench::scratch_file("check-" + name);
+  publish(path)();
+  util::logger::getLogger(path.c_str())->flush();
+  return bench::read_file(path);
+}
+
+void check_entries() {
+  constexpr size_t kTime = 19;
+  const std::string ours = published_text(publish_ours, "ours").substr(kTime);
+  bench::require(ours.size() + kTime >= 140 && ours.size() + kTime <= 160, "entry of 150 bytes");
+  bench::require(published_text(publish_spdlog, "spdlog").substr(kTime) == ours, "spdlog's entry");
+  bench::require(published_text(publish_by_hand, "floor").substr(kTime) == ours, "entry by hand");
+}
+
+// ---- a message dropped ----
+
+util::logger* quiet_logger(const char* name) {
+  util::logger* const log = util::logger::getLogger(name);
+  log->clear_components();
+  log->enable(util::INFO);
+  return log;
+}
+
+auto drop_unchecked() {
+  util::logger* const log = quiet_logger("unchecked");
+  log->halt_checkpointing();
+  return [log] { UTIL_LOG(log, util::DEBUG, "%d interfaces", kMillis); };
+}
+
+auto drop_checked() {
+  util::logger* const log = quiet_logger("checked");
+  return [log] { UTIL_LOG(log, util::DEBUG, "%d interfaces", kMillis); };
+}
+
+auto drop_spdlog() {
+  const auto log =
+      std::make_shared<spdlog::logger>("net", std::make_shared<spdlog::sinks::null_sink_st>());
+  log->set_level(spdlog::level::info);
+  return [log] { SPDLOG_LOGGER_CALL(log, spdlog::level::debug, "{} interfaces", kMillis); };
+}
+
+auto drop_log4cplus() {
+  log4cplus::Logger log = log4cplus::Logger::getInstance("net");
+  log.setLogLevel(log4cplus::INFO_LOG_LEVEL);
+  return [log] { LOG4CPLUS_DEBUG(log, kMillis << " interfaces"); };
+}
+
+auto drop_glog() {
+  return [] { VLOG(1) << kMillis << " interfaces"; };
+}
+
+// A mask that is tested, and a text that is written where it is asked for.
+struct ByHand {
+  uint64_t enabled = 3;
+  bool checkpointing = false;
+  char checkpoint[64] = "";
+};
+
+template <bool kCheckpointing>
+auto drop_by_hand() {
+  const auto log = std::make_shared<ByHand>();
+  log->checkpointing = kCheckpointing;
+  return [log] {
+    bench::keep(*log);
+    if ((7 & ~log->enabled) == 0) puts("never");
+    if (log->checkpointing) memcpy(log->checkpoint, "logging_bench.cc:217", 21);
+  };
+}
+
+}  // namespace
+
+void bench::add_cases() {
+  static const log4cplus::Initializer log4cplus_lives;
+  google::InitGoogleLogging("logging_bench");
+  check_entries();
+
+  const auto file = [](const char* who) { return scratch_file(std::string("log-") + who); };
+  add("an entry published", "ours", [=] { return publish_ours(file("ours")); });
+  add("an entry published", "spdlog", [=] { return publish_spdlog(file("spdlog")); });
+  add("an entry published", "floor", [=] { return publish_by_hand(file("floor")); });
+
+  add("a message dropped", "ours", drop_unchecked);
+  add("a message dropped", "spdlog", drop_spdlog);
+  add("a message dropped", "log4cplus", drop_log4cplus);
+  add("a message dropped", "glog", drop_glog);
+  add("a message dropped", "floor", drop_by_hand<false>);
+
+  add("a message dropped, with checkpoint", "ours", drop_checked);
+  add("a message dropped, with checkpoint", "floor", drop_by_hand<true>);
+}

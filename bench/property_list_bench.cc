@@ -1,0 +1,223 @@
+// SPDX-License-Identifier: MIT
+#include "bench/bench.h"
+#include "util/PropertyList.h"
+#include "util/base64.h"
+#include "util/datetime.h"
+
+#include <plist/plist.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+
+#include <tinyxml.h>
+
+namespace {
+
+using util::Value;
+using util::value_array;
+using util::value_struct;
+
+constexpr util::utime_t kCreated = 1172757909000;
+
+// A share as a back end keeps it: mostly short texts, some numbers, flags, a date, a few bytes.
+value_struct share(int number) {
+  const std::string name = "share " + std::to_string(number);
+  value_array users;
+  for (const char* user : {"anna", "bernd", "guest & friends"}) {
+    users.push_back(value_struct{
+        {"name",     user },
+        {"readonly", false}
+    });
+  }
+  return {
+      {"name",    name                                                     },
+      {"path",    "/shares/internal/" + name                               },
+      {"comment", "Photos, films <and> music of the family, sorted by year"},
+      {"size",    number * 1000                                            },
+      {"used",    0.25 * (number % 400)                                    },
+      {"public",  number % 2 == 0                                          },
+      {"created", util::utime_t{kCreated}                                  },
+      {"key",     util::byte_string(16,                                      static_cast<unsigned char>(number % 256))},
+      {"users",         users                                                           },
+  };
+}
+
+void fill(util::PropertyList& list, int shares) {
+  value_array all;
+  for (int i = 0; i < shares; ++i) all.push_back(share(i));
+  list.setValueForKey("shares", all);
+}
+
+// ---- ours ----
+
+auto save_ours(int shares) {
+  const auto list = std::make_shared<util::PropertyList>(bench::scratch_file("ours.plist"));
+  fill(*list, shares);
+  return [list] { list->save(); };
+}
+
+auto load_ours(const std::string& file) {
+  const auto list = std::make_shared<util::PropertyList>(file);
+  return [list] { list->load(); };
+}
+
+// ---- libplist ----
+
+using Plist = std::unique_ptr<void, void (*)(plist_t)>;
+
+std::shared_ptr<Plist> read_plist(const std::string& file) {
+  const std::string text = bench::read_file(file);
+  plist_t list = nullptr;
+  plist_from_xml(text.data(), static_cast<uint32_t>(text.size()), &list);
+  return std::make_shared<Plist>(list, plist_free);
+}
+
+auto save_libplist(const std::string& original) {
+  const std::string file = bench::scratch_file("libplist.plist");
+  return [list = read_plist(original), file] {
+    char* text = nullptr;
+    uint32_t size = 0;
+    plist_to_xml(list->get(), &text, &size);
+    std::ofstream(file).write(text, size);
+    plist_to_xml_free(text);
+  };
+}
+
+auto load_libplist(const std::string& file) {
+  return [file] { bench::keep(read_plist(file)); };
+}
+
+// ---- TinyXML alone, which is the floor of what goes through it ----
+
+auto save_tinyxml(const std::string& original) {
+  const auto document = std::make_shared<TiXmlDocument>();
+  bench::require(document->LoadFile(original), "TinyXML's load");
+  const std::string file = bench::scratch_file("tinyxml.plist");
+  return [document, file] { bench::require(document->SaveFile(file), file); };
+}
+
+auto load_tinyxml(const std::string& file) {
+  return [file] {
+    TiXmlDocument document;
+    bench::require(document.LoadFile(file), file);
+  };
+}
+
+// ---- by hand: the text appended piece by piece to a string, and written ----
+
+class Writer {
+ public:
+  explicit Writer(std::string& to) : to_(to) {}
+
+  void value(const Value& v, size_t depth) {
+    to_.append(4 * depth, ' ');
+    switch (v.get_type()) {
+      case util::INTEGER: return leaf("integer", std::to_string(static_cast<const int&>(v)));
+      case util::BOOLEAN: to_ += static_cast<const bool&>(v) ? "<true />\n" : "<false />\n"; return;
+      case util::DOUBLE: {
+        char text[32];
+        snprintf(text, sizeof text, "%g", static_cast<const double&>(v));
+        return leaf("real", text);
+      }
+      case util::STRING: return leaf("string", v);
+      case util::DATE_TIME: return leaf("date", util::unparse_time(v, "%FT%TZ"));
+      case util::BYTE_STRING: {
+        std::string text;
+        util::b64_encode(v, text, 0);
+        return leaf("data", text);
+      }
+      case util::STRUCT: return dict(v, depth);
+      case util::ARRAY: return array(v, depth);
+      case util::VOID: abort();
+    }
+  }
+
+ private:
+  void leaf(const char* name, const std::string& text) {
+    to_.append("<").append(name).append(">");
+    for (const char c : text) {
+      switch (c) {
+        case '&': to_ += "&amp;"; break;
+        case '<': to_ += "&lt;"; break;
+        case '>': to_ += "&gt;"; break;
+        case '"': to_ += "&quot;"; break;
+        case '\'': to_ += "&apos;"; break;
+        default: to_ += c;
+      }
+    }
+    to_.append("</").append(name).append(">\n");
+  }
+
+  void dict(const value_struct& entries, size_t depth) {
+    to_ += "<dict>\n";
+    for (const auto& entry : entries) {
+      to_.append(4 * (depth + 1), ' ');
+      leaf("key", entry.first);
+      value(entry.second, depth + 1);
+    }
+    to_.append(4 * depth, ' ').append("</dict>\n");
+  }
+
+  void array(const value_array& items, size_t depth) {
+    to_ += "<array>\n";
+    for (const Value& item : items) value(item, depth + 1);
+    to_.append(4 * depth, ' ').append("</array>\n");
+  }
+
+  std::string& to_;
+};
+
+auto save_by_hand(int shares) {
+  util::PropertyList list("");
+  fill(list, shares);
+  const auto all = std::make_shared<Value>(list.getProperties());
+  const std::string file = bench::scratch_file("floor.plist");
+  return [all, file] {
+    std::string text =
+        "<?xml version=\"1.0\" encoding=\"UTF8\" standalone=\"yes\" ?>\n<plist version=\"1.0\">\n";
+    Writer(text).value(*all, 1);
+    text += "</plist>\n";
+    bench::write_file(file, text);
+  };
+}
+
+void add_size(const std::string& size, int shares) {
+  using bench::add;
+  save_ours(shares)();
+  const std::string file = bench::scratch_file(std::to_string(shares) + ".plist");
+  bench::write_file(file, bench::read_file(bench::scratch_file("ours.plist")));
+
+  const std::string saving = "saving a list of " + size;
+  add(saving, "ours", [=] { return save_ours(shares); });
+  add(saving, "libplist", [=] { return save_libplist(file); });
+  add(saving, "TinyXML", [=] { return save_tinyxml(file); });
+  add(saving, "floor", [=] { return save_by_hand(shares); });
+
+  const std::string loading = "loading a list of " + size;
+  add(loading, "ours", [=] { return load_ours(file); });
+  add(loading, "libplist", [=] { return load_libplist(file); });
+  add(loading, "TinyXML", [=] { return load_tinyxml(file); });
+}
+
+void check(int shares) {
+  save_ours(shares)();
+  const std::string file = bench::scratch_file("ours.plist");
+  const std::string text = bench::read_file(file);
+  save_tinyxml(file)();
+  bench::require(bench::read_file(bench::scratch_file("tinyxml.plist")) == text, "TinyXML's file");
+  save_by_hand(shares)();
+  bench::require(bench::read_file(bench::scratch_file("floor.plist")) == text, "file by hand");
+  save_libplist(file)();
+  util::PropertyList again(bench::scratch_file("libplist.plist"));
+  again.load();
+  again.vectorForKey("shares", false);
+}
+
+}  // namespace
+
+void bench::add_cases() {
+  check(50);
+  add_size("10 KB", 9);
+  add_size("1 MB", 900);
+}

@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: MIT
+#include "bench/bench.h"
+#include "util/JSEmit.h"
+#include "util/Value.h"
+
+#include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <charconv>
+#include <cstdlib>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <vector>
+
+namespace {
+
+using nlohmann::json;
+
+// One tree for all: shares with short texts, numbers and flags. Built as ours, turned into theirs.
+util::Value tree(int shares) {
+  util::value_array all;
+  for (int i = 0; i < shares; ++i) {
+    all.push_back(util::value_struct{
+        {"name",    "share " + std::to_string(i)               },
+        {"path",    "/shares/internal/" + std::to_string(i)    },
+        {"comment", "Photos, films and music of the family"    },
+        {"size",    i * 1000                                   },
+        {"used",    0.25 * (i % 400)                           },
+        {"public",  i % 2 == 0                                 },
+        {"users",   util::value_array{"anna", "bernd", "guest"}},
+    });
+  }
+  return all;
+}
+
+json to_nlohmann(const util::Value& v) {
+  switch (v.get_type()) {
+    case util::INTEGER: return static_cast<const int&>(v);
+    case util::BOOLEAN: return static_cast<const bool&>(v);
+    case util::DOUBLE: return static_cast<const double&>(v);
+    case util::STRING: return static_cast<const std::string&>(v);
+    case util::STRUCT: {
+      json object = json::object();
+      for (const auto& entry : static_cast<const util::value_struct&>(v)) {
+        object[entry.first] = to_nlohmann(entry.second);
+      }
+      return object;
+    }
+    case util::ARRAY: {
+      json array = json::array();
+      for (const auto& item : static_cast<const util::value_array&>(v)) {
+        array.push_back(to_nlohmann(item));
+      }
+      return array;
+    }
+    default: abort();
+  }
+}
+
+auto emit_ours(int shares) {
+  return [v = tree(shares)] { bench::keep(util::JSEmit().emitValue(v)); };
+}
+
+auto emit_nlohmann(int shares) {
+  return [v = to_nlohmann(tree(shares))] { bench::keep(v.dump()); };
+}
+
+auto emit_rapidjson(int shares) {
+  const auto document = std::make_shared<rapidjson::Document>();
+  document->Parse(to_nlohmann(tree(shares)).dump().c_str());
+  return [document] {
+    rapidjson::StringBuffer text;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(text);
+    document->Accept(writer);
+    bench::keep(text.GetString());
+  };
+}
+
+// By hand: into a place that is known to be large enough, texts that need no escaping.
+class Pen {
+ public:
+  explicit Pen(char* to) : to_(to) {}
+
+  char* value(const util::Value& v) {
+    switch (v.get_type()) {
+      case util::INTEGER: to_ = std::to_chars(to_, to_ + 16, static_cast<const int&>(v)).ptr; break;
+      case util::BOOLEAN: text(static_cast<const bool&>(v) ? "true" : "false"); break;
+      case util::DOUBLE:
+        to_ = std::to_chars(to_, to_ + 32, static_cast<const double&>(v),
+                            std::chars_format::general, 6)
+                  .ptr;
+        break;
+      case util::STRING: quoted(v); break;
+      case util::STRUCT: {
+        const char* separator = "{ ";
+        for (const auto& entry : static_cast<const util::value_struct&>(v)) {
+          text(separator);
+          quoted(entry.first);
+          text(" : ");
+          value(entry.second);
+          separator = ", ";
+        }
+        text(" }");
+        break;
+      }
+      case util::ARRAY: {
+        const char* separator = "[ ";
+        for (const auto& item : static_cast<const util::value_array&>(v)) {
+          text(separator);
+          value(item);
+          separator = ", ";
+        }
+        text(" ]");
+        break;
+      }
+      default: abort();
+    }
+    return to_;
+  }
+
+ private:
+  void text(const char* piece) {
+    while (*piece != '\0') *to_++ = *piece++;
+  }
+  void quoted(const std::string& piece) {
+    *to_++ = '\'';
+    for (const char c : piece) {
+      if (c == '\'' || c == '\\' || c == '\n' || c == '\r') abort();
+      *to_++ = c;
+    }
+    *to_++ = '\'';
+  }
+
+  char* to_;
+};
+
+auto emit_by_hand(int shares) {
+  const util::Value v = tree(shares);
+  const auto room = std::make_shared<std::vector<char>>(2 * util::JSEmit().emitValue(v).size());
+  const auto size = static_cast<size_t>(Pen(room->data()).value(v) - room->data());
+  bench::require(std::string(room->data(), size) == util::JSEmit().emitValue(v), "text by hand");
+  return [v, room] { bench::keep(Pen(room->data()).value(v)); };
+}
+
+void add_size(const std::string& size, int shares) {
+  const std::string work = "script text of " + size;
+  bench::add(work, "ours", [=] { return emit_ours(shares); });
+  bench::add(work, "RapidJSON", [=] { return emit_rapidjson(shares); });
+  bench::add(work, "nlohmann", [=] { return emit_nlohmann(shares); });
+  bench::add(work, "floor", [=] { return emit_by_hand(shares); });
+}
+
+}  // namespace
+
+void bench::add_cases() {
+  const size_t size = util::JSEmit().emitValue(tree(500)).size();
+  require(size > 95000 && size < 105000, "100 KB of text, not " + std::to_string(size));
+  add_size("1 KB", 6);
+  add_size("100 KB", 500);
+}
