@@ -12,6 +12,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -178,14 +179,81 @@ TEST_F(FilePublisher, UsesTheCallsThatClientsReplace) {
   const Recorder calls;
   publish(log, "x");
   log.flush();
-  EXPECT_EQ((Lines{"time", "localtime_r", "strftime", "fprintf", "vfprintf", "fputc", "fflush"}),
-            calls.calls());
+  EXPECT_EQ((Lines{"time", "localtime_r", "strftime", "fflush"}), calls.calls());
+}
+
+TEST_F(FilePublisher, FormatsTheTimeOnceASecond) {
+  file_publisher log(opened());
+  publish(log, "x");
+  const Recorder calls;
+  publish(log, "y");
+  EXPECT_EQ(Lines{"time"}, calls.calls());
+}
+
+TEST_F(FilePublisher, ShowsAnotherZoneWithinTheSecond) {
+  file_publisher log(opened());
+  publish(log, "x");
+  {
+    const support::TimeZone zone("EAST-2");
+    publish(log, "y");
+  }
+  publish(log, "z");
+  log.flush();
+  EXPECT_EQ(entry("x") + "2007-03-01T16:05:09 here\nINFO: y\n" + entry("z"), dir.read("x"));
+}
+
+TEST_F(FilePublisher, FormatsTheTimeAgainWhereItCouldNotBeTold) {
+  file_publisher log(opened());
+  {
+    const Fault fault("strftime", EINVAL);
+    publish(log, "x");
+  }
+  publish(log, "y");
+  log.flush();
+  EXPECT_EQ(" here\nINFO: x\n" + entry("y"), dir.read("x"));
+}
+
+TEST_F(FilePublisher, WritesAnEntryAtOnceToAnUnbufferedStream) {
+  int ends[2] = {};
+  ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_DGRAM, 0, ends));
+  FILE* const stream = fdopen(ends[0], "w");
+  ASSERT_NE(nullptr, stream);
+  setvbuf(stream, nullptr, _IONBF, 0);
+  file_publisher log(stream);
+  publish(log, "x");
+  char record[1024] = "";
+  EXPECT_EQ(33, read(ends[1], record, sizeof record));
+  EXPECT_EQ(entry("x"), record);
+  close(ends[1]);
+}
+
+TEST_F(FilePublisher, WritesEntriesOfEachSizeAroundItsOwnRoomWhole) {
+  file_publisher log(opened());
+  std::string all;
+  for (size_t size = 1020; size <= 1028; ++size) {
+    SCOPED_TRACE(size);
+    const std::string message(size - 32, 'm');  // beside 32 other characters
+    EXPECT_EQ(static_cast<int>(size), publish(log, message));
+    EXPECT_EQ(static_cast<int>(size), publish(log, INFO, message.c_str(), "here"));
+    all += entry(message) + "2007-03-01T14:05:09 " + message + "\nINFO: here\n";
+  }
+  log.flush();
+  EXPECT_EQ(all, dir.read("x"));
+}
+
+TEST_F(FilePublisher, ReturnsMinusOneWhereTheStreamTakesNothing) {
+  FILE* const stream = fopen("/dev/full", "w");
+  ASSERT_NE(nullptr, stream);
+  setvbuf(stream, nullptr, _IONBF, 0);
+  file_publisher log(stream);
+  EXPECT_EQ(-1, publish(log, "x"));
+  EXPECT_EQ(-1, publish(log, std::string(2000, 'x')));
 }
 
 TEST_F(FilePublisher, AddsUpTheResultsOfFailedCallsToo) {
   file_publisher log(opened());
   const Fault fault("fprintf", EIO);
-  EXPECT_EQ(-1 + 5 + 1, publish(log, INFO, "here", "12345"));
+  EXPECT_EQ(-1 + 2000 + 1, publish(log, std::string(2000, 'x')));
 }
 
 TEST_F(FilePublisher, FlushPushesOut) {

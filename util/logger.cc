@@ -14,6 +14,7 @@
 #include <ctime>
 #include <iterator>
 #include <map>
+#include <string_view>
 #include <utility>
 
 namespace util {
@@ -196,26 +197,57 @@ void logger::publish(category& c, const char* where, const char* format, va_list
 namespace {
 
 constexpr char kHeader[] = "%s %s\n%s: ";  // time, where, category
+constexpr size_t kEntrySize = 1024;        // longer entries are written piece by piece
 constexpr size_t kBufferSize = 0x80000;
 constexpr int kMostShifted = 1000;  // old files that a rotation moves without looking first
 
-// The local time of now, "2007-03-01T14:05:09".
-class Stamp {
- public:
-  Stamp() {
-    const time_t now = time(nullptr);
-    struct tm local = {};
-    localtime_r(&now, &local);
-    if (strftime(text_, sizeof text_, "%FT%T", &local) == 0) text_[0] = '\0';
-  }
+char* put(char* to, std::string_view text) {
+  memcpy(to, text.data(), text.size());
+  return to + text.size();
+}
 
-  const char* text() const { return text_; }
-
- private:
-  char text_[256];
-};
+// A whole entry, which one call then writes. Returns its size, or 0 where it has no room in `to` or
+// its message cannot be formatted.
+size_t compose(char (&to)[kEntrySize], std::string_view time, std::string_view where,
+               std::string_view name, const char* format, va_list args) {
+  if (time.size() + where.size() + name.size() + strlen(" \n: ") >= kEntrySize) return 0;
+  char* at = put(to, time);
+  *at++ = ' ';
+  at = put(at, where);
+  *at++ = '\n';
+  at = put(at, name);
+  *at++ = ':';
+  *at++ = ' ';
+  const auto room = static_cast<size_t>(std::end(to) - at);
+  const int message = vsnprintf(at, room, format, args);
+  if (message < 0 || static_cast<size_t>(message) >= room) return 0;
+  at += message;
+  *at++ = '\n';  // in the place of the end
+  return static_cast<size_t>(at - to);
+}
 
 }  // namespace
+
+// ---- publisher::Stamp ----
+
+publisher::Zone::Zone() : names{tzname[0], tzname[1]}, west(timezone), has_summer(daylight) {}
+
+bool publisher::Zone::operator==(const Zone& other) const {
+  return names[0] == other.names[0] && names[1] == other.names[1] && west == other.west &&
+         has_summer == other.has_summer;
+}
+
+const char* publisher::Stamp::now() {
+  const time_t second = time(nullptr);
+  const Zone present;  // Read first: strftime() may find another one, which the next entry sees.
+  if (text[0] != '\0' && second == formatted && present == zone) return text;
+  formatted = second;
+  zone = present;
+  struct tm local = {};
+  localtime_r(&second, &local);
+  if (strftime(text, sizeof text, "%FT%T", &local) == 0) text[0] = '\0';
+  return text;
+}
 
 void publisher::flush() {}
 
@@ -225,7 +257,15 @@ file_publisher::~file_publisher() { close_file(); }
 
 int file_publisher::publish(category& c, const char* where, const char* format, va_list args) {
   if (file == nullptr) return 0;
-  const int header = fprintf(file, kHeader, Stamp().text(), where, c._name.c_str());
+  const char* const time = stamp.now();
+  const char* const name = c._name.c_str();
+  char entry[kEntrySize];
+  va_list again;
+  va_copy(again, args);
+  const size_t size = compose(entry, time, where, name, format, again);
+  va_end(again);
+  if (size > 0) return fwrite(entry, 1, size, file) == size ? static_cast<int>(size) : -1;
+  const int header = fprintf(file, kHeader, time, where, name);
   const int message = vfprintf(file, format, args);
   fputc('\n', file);
   return header + message + 1;
@@ -246,7 +286,7 @@ console_publisher::console_publisher() : file_publisher(stderr) {}
 int syslog_publisher::publish(category& c, const char* where, const char* format, va_list args) {
   char buffer[1024];
   const int header =
-      snprintf(buffer, sizeof buffer, kHeader, Stamp().text(), where, c._name.c_str());
+      snprintf(buffer, sizeof buffer, kHeader, Stamp().now(), where, c._name.c_str());
   syslog(LOG_INFO, "%s", buffer);  // Kept: LOG_INFO whatever the category.
   const int message = vsnprintf(buffer, sizeof buffer, format, args);
   syslog(LOG_INFO, "%s", buffer);
