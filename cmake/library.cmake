@@ -33,6 +33,11 @@ add_library(nasutil_objects OBJECT)
 foreach(module IN LISTS NASUTIL_MODULES)
   target_sources(nasutil_objects PRIVATE util/${module}.cc)
 endforeach()
+# Small where the XML parser or the kernel decides the time.
+set_source_files_properties(
+  ticpp/ticpp.cc util/NASConfDB.cc util/NetworkInterface.cc util/PropertyList.cc
+  util/PropertyList_durable.cc util/PropertyList_problems.cc util/print_str.cc
+  PROPERTIES COMPILE_OPTIONS "$<$<NOT:$<CONFIG:Debug>>:-Os>")
 set_target_properties(nasutil_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
 target_include_directories(nasutil_objects PRIVATE "${CMAKE_SOURCE_DIR}"
                                                    "${CMAKE_BINARY_DIR}/generated")
