@@ -139,9 +139,9 @@ std::string log_and_rotate(Disturbance& disturbance) {
     std::optional<util::rolling_file_publisher> log;
     disturbance.left_open = 1;
     outcome = disturbance([&] {
-      log.emplace(dir.file("x").c_str(), 50, 3);
+      log.emplace(dir.file("x").c_str(), 1700, 3);
       for (const char* const entry : entries) {
-        publish(*log, "%s", entry);
+        publish(*log, "%-1100s", entry);  // too long to be written by one call
         log->flush();
       }
     });

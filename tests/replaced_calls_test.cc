@@ -33,6 +33,7 @@ __attribute__((format(printf, 2, 3))) void publish(util::publisher& to, const ch
 void log_and_rotate(const TempDir& dir) {
   util::rolling_file_publisher log(dir.file("x").c_str(), 10, 2);
   publish(log, "more than ten bytes");
+  publish(log, "%2000s", "written piece by piece");
   log.flush();
 }
 
