@@ -40,12 +40,15 @@ std::set<long> old_numbers(const std::string& path) {
   std::set<long> numbers;
   const std::unique_ptr<DIR, CloseFolder> entries(opendir(folder.c_str()));
   if (!entries) return numbers;
+  errno = 0;  // readdir() tells an error from the end by it alone
   while (const dirent* const entry = readdir(entries.get())) {
     const std::string file = entry->d_name;
     if (file.compare(0, prefix.size(), prefix) != 0) continue;
     const long number = number_of(file.substr(prefix.size()));
     if (number >= 0) numbers.insert({number, number + 1});
+    errno = 0;
   }
+  if (errno != 0) fault(folder + ": " + strerror(errno));
   return numbers;
 }
 
