@@ -200,6 +200,26 @@ constexpr char kHeader[] = "%s %s\n%s: ";  // time, where, category
 constexpr size_t kEntrySize = 1024;        // longer entries are written piece by piece
 constexpr size_t kBufferSize = 0x80000;
 constexpr int kMostShifted = 1000;  // old files that a rotation moves without looking first
+constexpr size_t kTimeSize = 256;
+
+// What the C library tells of its time zone.
+struct Zone {
+  bool operator==(const Zone& other) const {
+    return names[0] == other.names[0] && names[1] == other.names[1] && west == other.west &&
+           has_summer == other.has_summer;
+  }
+
+  const char* names[2] = {tzname[0], tzname[1]};
+  long west = timezone;
+  int has_summer = daylight;
+};
+
+const char* local_time(time_t second, char (&to)[kTimeSize]) {
+  struct tm local = {};
+  localtime_r(&second, &local);
+  if (strftime(to, sizeof to, "%FT%T", &local) == 0) to[0] = '\0';
+  return to;
+}
 
 char* put(char* to, std::string_view text) {
   memcpy(to, text.data(), text.size());
@@ -228,36 +248,32 @@ size_t compose(char (&to)[kEntrySize], std::string_view time, std::string_view w
 
 }  // namespace
 
-// ---- publisher::Stamp ----
+// The local time as "2007-03-01T14:05:09", formatted once a second, since that is most of what an
+// entry costs. Another zone shows at once, unless both have the same names and offset.
+struct file_publisher::Stamp {
+  const char* now() {
+    const time_t second = time(nullptr);
+    const Zone present;  // Read first: strftime() may find another one, which the next entry sees.
+    if (text[0] != '\0' && second == formatted && present == zone) return text;
+    formatted = second;
+    zone = present;
+    return local_time(second, text);
+  }
 
-publisher::Zone::Zone() : names{tzname[0], tzname[1]}, west(timezone), has_summer(daylight) {}
-
-bool publisher::Zone::operator==(const Zone& other) const {
-  return names[0] == other.names[0] && names[1] == other.names[1] && west == other.west &&
-         has_summer == other.has_summer;
-}
-
-const char* publisher::Stamp::now() {
-  const time_t second = time(nullptr);
-  const Zone present;  // Read first: strftime() may find another one, which the next entry sees.
-  if (text[0] != '\0' && second == formatted && present == zone) return text;
-  formatted = second;
-  zone = present;
-  struct tm local = {};
-  localtime_r(&second, &local);
-  if (strftime(text, sizeof text, "%FT%T", &local) == 0) text[0] = '\0';
-  return text;
-}
+  time_t formatted = 0;
+  Zone zone;
+  char text[kTimeSize] = "";  // empty: not formatted
+};
 
 void publisher::flush() {}
 
-file_publisher::file_publisher(FILE* stream) : file(stream) {}
+file_publisher::file_publisher(FILE* stream) : file(stream), stamp(std::make_unique<Stamp>()) {}
 
 file_publisher::~file_publisher() { close_file(); }
 
 int file_publisher::publish(category& c, const char* where, const char* format, va_list args) {
   if (file == nullptr) return 0;
-  const char* const time = stamp.now();
+  const char* const time = stamp->now();
   const char* const name = c._name.c_str();
   char entry[kEntrySize];
   va_list again;
@@ -285,8 +301,9 @@ console_publisher::console_publisher() : file_publisher(stderr) {}
 
 int syslog_publisher::publish(category& c, const char* where, const char* format, va_list args) {
   char buffer[1024];
-  const int header =
-      snprintf(buffer, sizeof buffer, kHeader, Stamp().now(), where, c._name.c_str());
+  char now[kTimeSize];
+  const int header = snprintf(buffer, sizeof buffer, kHeader, local_time(time(nullptr), now), where,
+                              c._name.c_str());
   syslog(LOG_INFO, "%s", buffer);  // Kept: LOG_INFO whatever the category.
   const int message = vsnprintf(buffer, sizeof buffer, format, args);
   syslog(LOG_INFO, "%s", buffer);

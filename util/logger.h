@@ -18,7 +18,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <ctime>
 #include <exception>
 #include <memory>
 #include <string>
@@ -105,29 +104,6 @@ class UTIL_EXPORT publisher {
 
   // Pushes out what is buffered.
   virtual void flush();
-
- protected:
-  // What the C library tells of its time zone.
-  struct Zone {
-    Zone();
-    bool operator==(const Zone& other) const;
-
-    const char* names[2];
-    long west;
-    int has_summer;
-  };
-
-  // The local time as text, formatted once a second, which is most of what an entry costs. Another
-  // zone shows at once, unless both have the same names and offset.
-  class Stamp {
-   public:
-    const char* now();
-
-   private:
-    time_t formatted = 0;
-    Zone zone;
-    char text[256] = "";  // empty: not formatted
-  };
 };
 
 // Writes to a stream, which it owns: the destructor closes it. With a null stream entries are
@@ -148,7 +124,9 @@ class UTIL_EXPORT file_publisher : public publisher {
   FILE* file;
 
  private:
-  Stamp stamp;
+  struct Stamp;
+
+  std::unique_ptr<Stamp> stamp;  // the time as text
 };
 
 // Writes to standard error, which its destructor closes.
