@@ -35,7 +35,7 @@ foreach(module IN LISTS NASUTIL_MODULES)
 endforeach()
 # Small where the XML parser or the kernel decides the time.
 set_source_files_properties(
-  ticpp/ticpp.cc util/NASConfDB.cc util/NetworkInterface.cc util/PropertyList.cc
+  util/NASConfDB.cc util/NetworkInterface.cc
   util/PropertyList_durable.cc util/PropertyList_problems.cc util/print_str.cc
   PROPERTIES COMPILE_OPTIONS "$<$<NOT:$<CONFIG:Debug>>:-Os>")
 set_target_properties(nasutil_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
