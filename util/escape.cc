@@ -38,11 +38,13 @@ struct Piece {
 constexpr auto kPieces = [] {
   std::array<Piece, 256> pieces = {};
   for (size_t c = 0; c < pieces.size(); ++c) pieces[c] = {{static_cast<char>(c)}, 1};
-  for (const Sequence& s : kSequences)
-    pieces[index_of(s.character)] = {
-        {'%', s.code[0], s.code[1]},
-        3
-    };
+  for (const auto& [c, code] : kSequences) {
+    Piece& piece = pieces[index_of(c)];
+    piece.text[0] = '%';
+    piece.text[1] = code[0];
+    piece.text[2] = code[1];
+    piece.size = 3;
+  }
   return pieces;
 }();
 
@@ -74,7 +76,7 @@ bool stays_percent(std::string_view s, size_t i) {
   return introduced != '\0' && introduced != '.';  // Kept: "%2E" is escaped again.
 }
 
-// Writes what becomes of the character at `i`, with up to three bytes of no meaning behind it;
+// Writes what becomes of the character at `i`, with up to two bytes of no meaning behind it;
 // returns the end.
 char* put_escaped(char* to, std::string_view s, size_t i) {
   const char c = s[i];
