@@ -40,11 +40,13 @@ void check_in_utc(uint64_t instant, const std::string& text) {
                       std::to_string(util::parse_time(text, kFormat)), "the instant of a text");
 }
 
-// Local times come twice where clocks are set back, but none is lost.
+// Local times come twice where clocks are set back, but none is lost unless time_t is too narrow.
 void check_in_zone(const char* zone, uint64_t instant, const std::string& text) {
   set_zone(zone);
   const std::string local = util::unparse_time(instant, kFormat);
-  if (local.size() == sizeof("2008-05-01T14:03:59Z") - 1) {
+  const auto seconds = static_cast<int64_t>(instant / 1000);
+  const bool wraps = static_cast<time_t>(seconds) != seconds;
+  if (local.size() == sizeof("2008-05-01T14:03:59Z") - 1 && !wraps) {
     const util::utime_t back = util::parse_time(local, kFormat);
     fuzz::require_equal(local, util::unparse_time(back, kFormat), "a local time read back");
     fuzz::require(util::parse_time(local + " ", kFormat) == 0, "a blank behind is refused");

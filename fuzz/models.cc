@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "fuzz/models.h"
 
+#include <time.h>
+
 #include <cstdio>
 
 namespace fuzz {
@@ -92,10 +94,11 @@ int base64_decoded(const std::string& text, std::string& bytes) {
   return 0;
 }
 
-Moment moment_of(uint64_t seconds) {
-  auto days = static_cast<int64_t>(seconds / 86400);
-  const auto rest = static_cast<int64_t>(seconds % 86400);
-  Moment moment = {1970, 1, 1, rest / 3600, rest / 60 % 60, rest % 60};
+Moment moment_of(int64_t seconds) {
+  seconds += kDaysIn400Years * 86400;  // since 1570, so not negative
+  int64_t days = seconds / 86400;
+  const int64_t rest = seconds % 86400;
+  Moment moment = {1570, 1, 1, rest / 3600, rest / 60 % 60, rest % 60};
   moment.year += days / kDaysIn400Years * 400;
   for (days %= kDaysIn400Years; days >= (is_leap(moment.year) ? 366 : 365); ++moment.year) {
     days -= is_leap(moment.year) ? 366 : 365;
@@ -116,7 +119,7 @@ int64_t seconds_of(const Moment& moment) {
 }
 
 std::string date_text(uint64_t milliseconds) {
-  const Moment m = moment_of(milliseconds / 1000);
+  const Moment m = moment_of(static_cast<time_t>(milliseconds / 1000));
   char text[64];
   snprintf(text, sizeof(text), "%jd-%02jd-%02jdT%02jd:%02jd:%02jd", intmax_t{m.year},
            intmax_t{m.month}, intmax_t{m.day}, intmax_t{m.hour}, intmax_t{m.minute},
@@ -146,6 +149,7 @@ size_t read_date(const std::string& text, int64_t& seconds) {
     ++at;
   }
   seconds = seconds_of(moment);
+  if (static_cast<time_t>(seconds) != seconds) seconds = -1;
   return at;
 }
 

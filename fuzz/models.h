@@ -25,17 +25,18 @@ struct Moment {
   int64_t second;
 };
 
-Moment moment_of(uint64_t seconds);
+// Not before the year 1570.
+Moment moment_of(int64_t seconds);
 
 // Days, hours and so on may be too large and carry over.
 int64_t seconds_of(const Moment& moment);
 
-// "2008-05-01T14:03:59"
+// "2008-05-01T14:03:59". Where time_t has 32 bits the seconds wrap.
 std::string date_text(uint64_t milliseconds);
 
 // Reads "%Y-%m-%dT%TZ" from the start of `text`, leniently as the C library does: white space
 // before the numbers, one digit instead of two. Returns how many characters were read, 0 for a
-// mismatch.
+// mismatch. The seconds are -1 for a date that time_t cannot hold.
 size_t read_date(const std::string& text, int64_t& seconds);
 
 }  // namespace fuzz
