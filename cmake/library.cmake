@@ -39,6 +39,9 @@ set_source_files_properties(
   util/PropertyList_durable.cc util/PropertyList_problems.cc util/print_str.cc
   PROPERTIES COMPILE_OPTIONS "$<$<NOT:$<CONFIG:Debug>>:-Os>")
 set_target_properties(nasutil_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
+# Each class that is named, though its virtual functions may lie elsewhere: tests/check_abi.sh.
+target_compile_options(nasutil_objects
+                       PRIVATE $<$<CXX_COMPILER_ID:GNU>:-femit-class-debug-always>)
 target_include_directories(nasutil_objects PRIVATE "${CMAKE_SOURCE_DIR}"
                                                    "${CMAKE_BINARY_DIR}/generated")
 target_link_libraries(nasutil_objects PRIVATE nasutil_flags OpenSSL::Crypto TinyXML::TinyXML)
