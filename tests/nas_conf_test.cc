@@ -267,6 +267,12 @@ TEST(NasConfShow, EscapesControlBytes) {
   EXPECT_NE(std::string::npos, out.find("hostname: \"a\\x1B[31m\\xFF%s\"\n")) << out;
 }
 
+TEST(NasConfShow, EscapesControlBytesInMessages) {
+  const std::string document = "<nas_conf_db><version>&#27;[31m</version><system/></nas_conf_db>";
+  const std::string err = nas_conf({"show", "-"}, document).err;
+  EXPECT_NE(std::string::npos, err.find("Could not convert \"\\x1B[31m\" to target type")) << err;
+}
+
 TEST(NasConfShow, NamesTheFileThatIsRefused) {
   const TempDir dir;
   dir.write("x", with_system("<hostname/>"));
@@ -477,6 +483,11 @@ TEST(NasConfCheck, ReportsWhatIsNoDocument) {
       EXPECT_EQ(1, got.status);
     }
   }
+}
+
+TEST(NasConfCheck, EscapesControlBytes) {
+  const Outcome got = nas_conf({"check", "-"}, with_system("<a\x9B/>"));
+  EXPECT_NE(std::string::npos, got.err.find(" ignored: <a\\x9B> is not known here\n")) << got.err;
 }
 
 TEST(NasConfCheck, NamesStandardInputInMessages) {

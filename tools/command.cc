@@ -74,6 +74,7 @@ void occupy_standard_streams() {
 
 int run_tool(int (*run)(int, char**), int argc, char** argv) {
   occupy_standard_streams();
+  fault_seen = false;
   try {
     return run(argc, argv);
   } catch (const std::exception& failure) {
@@ -88,7 +89,7 @@ void fault(const std::string& message) {
 }
 
 void warn(const std::string& message) {
-  std::cerr << program_invocation_short_name << ": " << message << std::endl;
+  std::cerr << program_invocation_short_name << ": " << printable(message) << std::endl;
 }
 
 int wrong_use(const std::string& message) {

@@ -12,7 +12,8 @@ enum Status { kGood = 0, kFault = 1, kWrongUse = 2 };
 // The whole run of a tool: what throws is a fault. Returns the status to exit with.
 int run_tool(int (*run)(int, char**), int argc, char** argv);
 
-// Write "<program>: <message>" to standard error; after a fault finish() will return kFault.
+// Write "<program>: <message>" to standard error, as a terminal may see it; after a fault finish()
+// will return kFault.
 void fault(const std::string& message);
 void warn(const std::string& message);
 

@@ -151,7 +151,7 @@ void show(Outline& out, const std::string& name, const util::Value& value) {
 // ---- the commands ----
 
 std::string about(const Input& file, const std::string& problem) {
-  return file.name() + ": " + printable(problem);
+  return file.name() + ": " + problem;
 }
 
 // What follows the command.
