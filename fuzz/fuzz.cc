@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
+#include <regex>
 
 int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
   setenv("TZ", "UTC", 1);
@@ -38,6 +40,11 @@ std::string Input::line(char end) {
   std::string taken = take(found - at_);
   at_ = std::min(found + 1, text_.size());
   return taken;
+}
+
+bool matches(const std::string& text, const std::string& pattern) {
+  static std::map<std::string, std::regex> known;
+  return std::regex_match(text, known.try_emplace(pattern, pattern).first->second);
 }
 
 void require(bool holds, const char* promise) {

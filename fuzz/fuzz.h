@@ -41,6 +41,9 @@ class Input {
   size_t at_ = 0;
 };
 
+// Whether all of the text is as the regular expression says.
+bool matches(const std::string& text, const std::string& pattern);
+
 void require(bool holds, const char* promise);
 void require_equal(const std::string& expected, const std::string& actual, const char* of);
 
