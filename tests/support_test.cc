@@ -24,6 +24,15 @@ TEST(FrozenClock, StopsBothClocks) {
   EXPECT_EQ(1172757909, time(nullptr));
 }
 
+TEST(FrozenClock, CountsSecondsDownBeforeTheEpoch) {
+  const FrozenClock clock(int64_t{-1});
+  timeval now = {};
+  EXPECT_EQ(0, gettimeofday(&now, nullptr));
+  EXPECT_EQ(-1, now.tv_sec);
+  EXPECT_EQ(999000, now.tv_usec);
+  EXPECT_EQ(-1, time(nullptr));
+}
+
 TEST(FrozenClock, SleepsAtOnceAndMovesOn) {
   const FrozenClock clock(int64_t{5000});
   timespec request = {1, 500000000};

@@ -29,6 +29,10 @@ FrozenClock::FrozenClock(int64_t milliseconds)
 
 FrozenClock::~FrozenClock() { innermost = outer_; }
 
+int64_t FrozenClock::second() const {
+  return microseconds / 1000000 - (microseconds % 1000000 < 0 ? 1 : 0);
+}
+
 FrozenClock* frozen_clock() { return innermost; }
 
 TimeZone::TimeZone(const char* zone) : was_set_(getenv("TZ") != nullptr) {

@@ -23,6 +23,7 @@ class FrozenClock {
   FrozenClock& operator=(const FrozenClock&) = delete;
 
   int64_t now() const { return microseconds / 1000; }
+  int64_t second() const;  // the whole seconds, rounded down
   void set(int64_t milliseconds) { microseconds = milliseconds * 1000; }
   void advance(int64_t milliseconds) { microseconds += milliseconds * 1000; }
 

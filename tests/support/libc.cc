@@ -192,8 +192,8 @@ int gettimeofday(struct timeval* to, void* zone) {
   if (clock == nullptr) return REAL(gettimeofday)(to, zone);
   ++clock->readings;
   if (clock->before_reading) clock->before_reading();
-  to->tv_sec = static_cast<time_t>(clock->microseconds / 1000000);
-  to->tv_usec = static_cast<suseconds_t>(clock->microseconds % 1000000);
+  to->tv_sec = static_cast<time_t>(clock->second());
+  to->tv_usec = static_cast<suseconds_t>(clock->microseconds - clock->second() * 1000000);
   return 0;
 }
 
@@ -201,7 +201,7 @@ time_t time(time_t* to) {
   if (fails("time")) return -1;
   support::FrozenClock* const clock = frozen_clock();
   if (clock == nullptr) return REAL(time)(to);
-  const auto now = static_cast<time_t>(clock->microseconds / 1000000);
+  const auto now = static_cast<time_t>(clock->second());
   if (to != nullptr) *to = now;
   return now;
 }
