@@ -6,6 +6,7 @@
 #include "util/SuperLoop.h"
 #include "util/logger.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -163,6 +164,21 @@ TEST_F(Process, ForkedWithBufferedEntriesWritesThemTwiceIfTheChildExits) {
   EXPECT_EQ(entry("parent") + entry("child") + entry("parent") + entry("after"), dir.read("x"));
 }
 
+// The parent's stream goes with the file that the child has moved away; nothing is lost.
+TEST_F(Process, ForkedWritesOnWhereverTheChildHasRotatedTheFileTo) {
+  const Log log(dir.file("x"), 60);
+  log("first");
+  log.to->flush();
+  EXPECT_EQ(0, forked([&log] { log("child"); }));
+  EXPECT_EQ(entry("first") + entry("child") + "rotating log file\n", dir.read("x.0"));
+  log("after");
+  EXPECT_EQ(entry("first") + entry("child") + "rotating log file\n" + entry("after") +
+                "rotating log file\n",
+            dir.read("x.1"));
+  EXPECT_EQ("", dir.read("x.0"));
+  EXPECT_EQ("", dir.read("x"));
+}
+
 // ---- the end ----
 
 TEST_F(Process, WritesBufferedEntriesWhenItExits) {
@@ -179,25 +195,46 @@ TEST_F(Process, WritesBufferedEntriesWhenItExits) {
 // ---- standard streams ----
 
 TEST_F(Process, WithoutStandardStreamsLogsSavesAndLoads) {
+  for (unsigned int closed = 1; closed < 8; ++closed) {
+    SCOPED_TRACE(closed);  // a bit a descriptor
+    const TempDir own;
+    const int status = forked([&] {
+      for (const int descriptor : {0, 1, 2}) {
+        if ((closed >> descriptor & 1) != 0) close(descriptor);
+      }
+      logger::rootLogger()->enable(INFO);
+      log_entry(logger::rootLogger(), "to standard error");
+      PropertyList list(own.file("list"));
+      list["n"] = 1;
+      list.save();
+      list["n"] = 2;
+      list.saveDurably();
+      list.dump();
+      EXPECT_THROW(list.stringForKey("n"), type_exception);  // tells so on standard error
+      EXPECT_EQ(2, loaded(own.file("list")));
+      const Log log(own.file("x"), 60);
+      log("first");
+      log("second");
+      log("third");
+    });
+    EXPECT_EQ(0, status);
+    EXPECT_EQ(2, loaded(own.file("list")));
+    EXPECT_EQ(entry("first") + entry("second") + "rotating log file\n", own.read("x.0"));
+    EXPECT_EQ(entry("third"), own.read("x"));
+  }
+}
+
+// As with every file of the C library: what is opened next is what standard error was.
+TEST_F(Process, WithoutStandardErrorHasItsEntriesInTheFileThatIsOpenedNext) {
   const int status = forked([this] {
-    for (const int descriptor : {0, 1, 2}) close(descriptor);
+    close(2);
     logger::rootLogger()->enable(INFO);
+    const Log log(dir.file("x"), 0);
     log_entry(logger::rootLogger(), "to standard error");
-    PropertyList list(dir.file("list"));
-    list["n"] = 1;
-    list.save();
-    list["n"] = 2;
-    list.saveDurably();
-    EXPECT_EQ(2, loaded(dir.file("list")));
-    const Log log(dir.file("x"), 60);
-    log("first");
-    log("second");
-    log("third");
+    log("text");
   });
   EXPECT_EQ(0, status);
-  EXPECT_EQ(2, loaded(dir.file("list")));
-  EXPECT_EQ(entry("first") + entry("second") + "rotating log file\n", dir.read("x.0"));
-  EXPECT_EQ(entry("third"), dir.read("x"));
+  EXPECT_EQ(entry("to standard error") + entry("text"), dir.read("x"));
 }
 
 // The replaced console publisher has closed standard error.
@@ -218,6 +255,35 @@ TEST_F(Process, LogsOnOnceTheConsolePublisherWasReplaced) {
   EXPECT_EQ(1, loaded(dir.file("list")));
   EXPECT_EQ(entry("first") + entry("second") + "rotating log file\n", dir.read("x.0"));
   EXPECT_EQ(entry("third"), dir.read("x"));
+}
+
+// Both had the stream that the first one has closed.
+TEST_F(Process, DropsEntriesOfAConsolePublisherOnceAnotherOneWasReplaced) {
+  const int status = forked([this] {
+    logger* const root = logger::rootLogger();
+    root->enable(INFO);
+    logger* const named = logger::getLogger("named");
+    named->setPublisher(new console_publisher);
+    named->setPublisher(new rolling_file_publisher(dir.file("x").c_str(), 0, 0));
+    log_entry(root, "dropped");
+    log_entry(named, "text");
+    root->flush();
+    named->flush();
+    EXPECT_EQ(entry("text"), dir.read("x"));
+  });
+  EXPECT_EQ(0, status);
+  EXPECT_EQ(entry("text"), dir.read("x"));
+}
+
+TEST_F(Process, DropsEntriesOnceTheConsolePublisherWasTakenAway) {
+  const int status = forked([] {
+    logger::rootLogger()->enable(INFO);
+    logger::rootLogger()->setPublisher<publisher>(nullptr);
+    log_entry(logger::rootLogger(), "dropped");
+    logger::rootLogger()->flush();
+    EXPECT_EQ("process_test.cc:1", logger::rootLogger()->get_checkpoint());
+  });
+  EXPECT_EQ(0, status);
 }
 
 // ---- signals ----
@@ -251,6 +317,39 @@ TEST_F(Process, LogsAndRotatesInARainOfSignals) {
     while (old.size() <= 1000) old += entry("text");
     EXPECT_EQ(old + "rotating log file\n", dir.read(name));
   }
+}
+
+// Nobody reads: each entry that finds the pipe full waits for the next signal and is dropped.
+TEST_F(Process, DropsWholeEntriesThatASignalKeepsFromAPipe) {
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(0, pipe(ends));
+  fcntl(ends[1], F_SETPIPE_SZ, 4096);
+  FILE* const stream = fdopen(ends[1], "w");
+  setvbuf(stream, nullptr, _IONBF, 0);  // like standard error
+  logger* const log = logger::getLogger("pipe");
+  log->setUseParentPublisher(false);
+  log->enable(INFO);
+  log->setPublisher(new file_publisher(stream));
+  const std::string message(900, 'x');
+  {
+    const Rain rain;
+    for (int i = 0; i < 200; ++i) log_entry(log, message.c_str());
+  }
+  const auto read_some = [&ends] {
+    std::string text(1 << 20, '\0');
+    text.resize(static_cast<size_t>(read(ends[0], text.data(), text.size())));
+    return text;
+  };
+  const std::string before = read_some();
+  std::string whole;
+  while (whole.size() < before.size()) whole += entry(message);
+  EXPECT_EQ(whole, before);
+  EXPECT_GT(before.size(), 0U);
+  EXPECT_LT(before.size(), 200 * entry(message).size());
+  log_entry(log, "after");
+  EXPECT_EQ(entry("after"), read_some());
+  log->setPublisher<publisher>(nullptr);
+  close(ends[0]);
 }
 
 TEST(ProcessOnTheRealClock, SleepsOutItsPassInARainOfSignals) {
