@@ -34,4 +34,9 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME nasutil-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "${PROJECT_DESCRIPTION} (tools for its files)")
 
+if(nasutil_key_is_known)  # Nothing to deliver: cpack reads this file first and ends.
+  set(CPACK_PROJECT_CONFIG_FILE "${CMAKE_BINARY_DIR}/generated/refuse_package.cmake")
+  file(WRITE "${CPACK_PROJECT_CONFIG_FILE}" "message(FATAL_ERROR \"${nasutil_key_is_known}\")\n")
+endif()
+
 include(CPack)

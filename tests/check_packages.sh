@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Makes the Debian packages, looks at what they say and hold, and builds a client with what is in
-# them.
+# Makes the Debian packages, though not with the development key, looks at what they say and hold,
+# and builds a client with what is in them.
 #
 #   check_packages.sh <build folder> <version> <compiler>
 set -euo pipefail
@@ -11,9 +11,18 @@ compiler=$3
 here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-(cd "$build" && cpack -G DEB -B "$work" >"$work/log" 2>&1) || { cat "$work/log"; exit 1; }
-
 fail() { echo "FAILED: $1"; exit 1; }
+
+# With the development key everybody can forge signatures.
+cmake -S "$here/.." -B "$work/unset" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" -DBUILD_TESTING=OFF \
+  -DNASUTIL_BUILD_EXAMPLES=OFF -DNASUTIL_BUILD_TOOLS=OFF >"$work/log" 2>&1
+if (cd "$work/unset" && cpack) >"$work/log" 2>&1; then fail "cpack takes the development key"; fi
+grep -q 'NASUTIL_MD5_KEY is empty or the development key' "$work/log" || fail "cpack's reason"
+
+# Whatever the key of this build.
+(cd "$build" && cpack -D CPACK_PROJECT_CONFIG_FILE= -G DEB -B "$work" >"$work/log" 2>&1) ||
+  { cat "$work/log"; exit 1; }
+
 field() { dpkg-deb -f "$work"/"$1"_"$version"_*.deb "$2"; }
 holds() { dpkg-deb -c "$work"/"$1"_"$version"_*.deb | grep -E "$2" >/dev/null || fail "$1 has no $2"; }
 
