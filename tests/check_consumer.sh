@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Installs the build into a folder, moves that folder and builds a client against it from yet
-# another folder: by CMake and by pkg-config, shared and static.
+# Installs the build into a folder, moves that folder, runs its tools and builds a client against it
+# from yet another folder: by CMake and by pkg-config, shared and static.
 #
 #   check_consumer.sh <build folder> <compiler>
 set -euo pipefail
@@ -22,6 +22,14 @@ run() {  # <program> <kind>: works, and is linked as it should be
   linked=$(objdump -p "$1" | grep -c 'NEEDED.*libnasutil\.so\.1' || true)
   if [ "$2" = shared ]; then [ "$linked" = 1 ]; else [ "$linked" = 0 ]; fi
 }
+
+if grep -rlF "$work/first" "$prefix"; then
+  echo "FAILED: these name the folder that they were moved from"
+  exit 1
+fi
+for tool in "$prefix"/bin/*; do
+  if [ -e "$tool" ]; then LD_LIBRARY_PATH=$libdir "$tool" --version; fi
+done
 
 echo "by CMake"
 cmake -S "$here/consumer" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
