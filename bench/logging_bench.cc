@@ -39,8 +39,8 @@ auto publish_ours(const std::string& path) {
   log->setUseParentPublisher(false);
   log->setPublisher(new util::rolling_file_publisher(path.c_str(), kFileSize, kOldFiles));
   return [log] {
-    log->log(util::INFO, kWhere, "shares.cc", 217,
-             "share '%s' is checked and mounted, in %d milliseconds", kShare, kMillis);
+    UTIL_LOG_AS(log, util::INFO, kWhere, "share '%s' is checked and mounted, in %d milliseconds",
+                kShare, kMillis);
   };
 }
 

@@ -39,7 +39,7 @@ TEST_F(LoggerAllocation, NoneForADroppedMessage) {
   const long before = allocations();
   for (int i = 0; i < 100; ++i) {
     UTIL_LOG(&log, loop_debug, "message %d", i);
-    log.log(loop_debug, "f()", "SuperLoop.cc", i, "message %d", i);
+    log.log(loop_debug, "f()", "SuperLoop.cc:99", "message %d", i);
   }
   EXPECT_EQ(before, allocations());
   EXPECT_EQ("SuperLoop.cc:99", log.get_checkpoint());
@@ -53,7 +53,7 @@ TEST_F(LoggerAllocation, NoneForAPublishedMessage) {
   const long before = allocations();
   for (int i = 0; i < 100; ++i) {
     UTIL_LOG(&log, loop_debug, "message %d", i);
-    log.log(loop_debug, "f()", "SuperLoop.cc", i, "message %d", i);
+    log.log(loop_debug, "f()", "SuperLoop.cc:99", "message %d", i);
   }
   EXPECT_EQ(before, allocations());
 }

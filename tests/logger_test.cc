@@ -249,7 +249,7 @@ TEST_F(Logger, TestsTheLow32BitsOfTheMaskOnly) {
     EXPECT_EQ(row.passes, log.isLoggable(tested));
     EXPECT_EQ(row.passes, log.isLoggable(constant));
     log.logp(tested, "f()", "a.cc", 1, "x");
-    log.log(tested, "f()", "a.cc", 1, "x");
+    log.log(tested, "f()", "a.cc:1", "x");
     UTIL_LOG(&log, tested, "x");
     EXPECT_EQ(row.passes ? 3U : 0U, lines.size());
   }
@@ -278,9 +278,9 @@ TEST_F(Logger, NullTextsCountAsNull) {
   log.enable(INFO);
   const char* const none = nullptr;
   log.logp(INFO, none, none, 7, none);
-  log.log(INFO, none, none, 8, "x");
-  EXPECT_EQ((Lines{"INFO|(null)|(null)", "INFO|(null)|x"}), lines);
-  EXPECT_EQ("(null):8", log.get_checkpoint());
+  EXPECT_EQ("(null):7", log.get_checkpoint());
+  log.log(INFO, none, "a.cc:8", none);
+  EXPECT_EQ((Lines{"INFO|(null)|(null)", "INFO|(null)|(null)"}), lines);
 }
 
 TEST_F(Logger, GivesPublishersACategoryOfItsOwn) {
@@ -601,6 +601,21 @@ TEST_F(Logger, MacroSuppliesSignatureFileAndLine) {
 TEST_F(Logger, MacroSetsTheCheckpointOfItsOwnLine) {
   const int line = __LINE__ + 1;
   UTIL_LOG(&log, INFO, "dropped");
+  EXPECT_EQ("logger_test.cc:" + std::to_string(line), log.get_checkpoint());
+}
+
+TEST_F(Logger, MacroSetsTheCheckpointForAMessageThatPassesToo) {
+  log.enable(INFO);
+  const int line = __LINE__ + 1;
+  UTIL_LOG(&log, INFO, "passed");
+  EXPECT_EQ("logger_test.cc:" + std::to_string(line), log.get_checkpoint());
+}
+
+TEST_F(Logger, MacroTakesATextInPlaceOfTheSignature) {
+  log.enable(INFO);
+  const int line = __LINE__ + 1;
+  UTIL_LOG_AS(&log, INFO, "the whole program", "%d ports", 3);
+  EXPECT_EQ(Lines{"INFO|the whole program|3 ports"}, lines);
   EXPECT_EQ("logger_test.cc:" + std::to_string(line), log.get_checkpoint());
 }
 

@@ -29,7 +29,7 @@ std::string entry(const std::string& message) {
 }
 
 void log_entry(logger* to, const char* message) {
-  to->log(INFO, "here", "process_test.cc", 1, "%s", message);
+  to->log(INFO, "here", "process_test.cc:1", "%s", message);
 }
 
 // Logs into a rolling file of its own, which is closed in the end.

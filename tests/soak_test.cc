@@ -469,7 +469,7 @@ TEST_F(Soak, Rotations) {
     if (n % 16 == 0) log.open();
     std::string written;
     while (written.size() <= 1000) {
-      log.to->log(INFO, "here", "soak_test.cc", 1, "entry %ld", ++entries);
+      log.to->log(INFO, "here", "soak_test.cc:1", "entry %ld", ++entries);
       written += "2007-03-01T14:05:09 here\nINFO: entry " + std::to_string(entries) + "\n";
     }
     written += "rotating log file\n";

@@ -9,7 +9,6 @@
 namespace util {
 namespace {
 
-constexpr char kSource[] = "SuperLoop.cc";
 constexpr char kRunLoop[] = "virtual void util::SuperLoop::runLoop(util::utime_t)";
 constexpr char kAddLoop[] = "void util::SuperLoop::addEvent(util::EventLoop*)";
 constexpr char kRemoveLoop[] = "void util::SuperLoop::removeEvent(util::EventLoop*)";
@@ -46,10 +45,7 @@ void release(Event* event) {
 
 // Logs as the public function that is running, in whichever step of it. On one line each: compilers
 // differ in the number of a broken one.
-#define LOG_AS(cat, where, ...)                                                      \
-  (logger->isLoggable(cat) ? logger->log(cat, where, kSource, __LINE__, __VA_ARGS__) \
-                           : logger->drop(kSource, __LINE__))
-#define LOG(where, ...) LOG_AS(event_loop_debug(), where, __VA_ARGS__)
+#define LOG(where, ...) UTIL_LOG_AS(logger, event_loop_debug(), where, __VA_ARGS__)
 
 // What is left of a pass.
 struct SuperLoop::Budget {
@@ -119,7 +115,7 @@ void SuperLoop::run_loops(Budget& budget) {
     const utime_t elapsed = Timer::now() - t0;
     if (elapsed > remaining) {
       const int late = shown(elapsed - remaining);
-      LOG_AS(warning(), kRunLoop, "event loop %s LATE by %d ms!", label, late);
+      UTIL_LOG_AS(logger, warning(), kRunLoop, "event loop %s LATE by %d ms!", label, late);
       remaining = 0;
     } else {
       remaining -= elapsed;

@@ -161,25 +161,24 @@ void logger::logp(category c, const char* where, const char* file, int line, con
                   ...) {
   va_list args;
   va_start(args, format);
-  log_arguments(c, where, file, line, format, args);
+  publish_passing(c, where, format, args);
   va_end(args);
+  if (checkpointing_on) set_checkpoint(file, line);
 }
 
-void logger::log(const category& c, const char* where, const char* file, int line,
-                 const char* format, ...) {
+void logger::log(const category& c, const char* where, const char* position, const char* format,
+                 ...) {
   va_list args;
   va_start(args, format);
-  log_arguments(const_cast<category&>(c), where, file, line, format, args);  // publishers only read
+  publish_passing(const_cast<category&>(c), where, format, args);  // publishers only read
   va_end(args);
+  drop(position);
 }
 
-void logger::log_arguments(category& c, const char* where, const char* file, int line,
-                           const char* format, va_list args) {
-  if (isLoggable(c)) {
-    publish(c, or_null(where), or_null(format), args);
-    if (autoFlush) flush();
-  }
-  if (checkpointing_on) set_checkpoint(file, line);
+void logger::publish_passing(category& c, const char* where, const char* format, va_list args) {
+  if (!isLoggable(c)) return;
+  publish(c, or_null(where), or_null(format), args);
+  if (autoFlush) flush();
 }
 
 void logger::publish(category& c, const char* where, const char* format, va_list args) {

@@ -226,13 +226,13 @@ class UTIL_EXPORT logger {
   __attribute__((format(printf, 6, 7))) void logp(category c, const char* where, const char* file,
                                                   int line, const char* format, ...);
 
-  // logp() without a copy of the category, and so without an allocation.
-  __attribute__((format(printf, 6, 7))) void log(const category& c, const char* where,
-                                                 const char* file, int line, const char* format,
-                                                 ...);
+  // logp() without a copy of the category, and so without an allocation. `position` is
+  // "<file>:<line>", put together by the compiler.
+  __attribute__((format(printf, 5, 6))) void log(const category& c, const char* where,
+                                                 const char* position, const char* format, ...);
 
-  // What logp() does about a message that does not pass.
-  void drop(const char* file, int line) { checkpointing_on ? set_checkpoint(file, line) : void(); }
+  // What log() does about a message that does not pass.
+  void drop(const char* position) { checkpointing_on ? void(checkpoint = position) : void(); }
 
  private:
   // Destroys the object that a publisher is part of, wherever in it the publisher lies.
@@ -248,8 +248,7 @@ class UTIL_EXPORT logger {
 
   uint64_t enabled() const { return categories.to_ullong(); }
   void set_publisher(publisher* p, Destroy destroy);
-  void log_arguments(category& c, const char* where, const char* file, int line, const char* format,
-                     va_list args);
+  void publish_passing(category& c, const char* where, const char* format, va_list args);
   void publish(category& c, const char* where, const char* format, va_list args);
 
   std::bitset<64> categories;
@@ -276,12 +275,20 @@ void logger::setPublisher(P* p) {
 
 // Logs from here: UTIL_LOG(log, cat, format, ...) with a logger*, a category and printf's format
 // and arguments; these are evaluated only if the message passes.
-#define UTIL_LOG(log_, cat_, ...)                                                               \
-  do {                                                                                          \
-    ::util::logger* const util_log_to = (log_);                                                 \
-    const ::util::category& util_log_as = (cat_);                                               \
-    if (util_log_to->isLoggable(util_log_as))                                                   \
-      util_log_to->log(util_log_as, __PRETTY_FUNCTION__, __FILE_NAME__, __LINE__, __VA_ARGS__); \
-    else                                                                                        \
-      util_log_to->drop(__FILE_NAME__, __LINE__);                                               \
+#define UTIL_LOG(log_, cat_, ...) UTIL_LOG_AS(log_, cat_, __PRETTY_FUNCTION__, __VA_ARGS__)
+
+// The same with another text than the function's signature on the entry's first line.
+#define UTIL_LOG_AS(log_, cat_, where_, ...)                                   \
+  do {                                                                         \
+    ::util::logger* const util_log_to = (log_);                                \
+    const ::util::category& util_log_as = (cat_);                              \
+    if (util_log_to->isLoggable(util_log_as))                                  \
+      util_log_to->log(util_log_as, (where_), UTIL_LOG_POSITION, __VA_ARGS__); \
+    else                                                                       \
+      util_log_to->drop(UTIL_LOG_POSITION);                                    \
   } while (false)
+
+// "<file>:<line>" of here.
+#define UTIL_LOG_POSITION __FILE_NAME__ ":" UTIL_LOG_TEXT(__LINE__)
+#define UTIL_LOG_TEXT(number_) UTIL_LOG_QUOTED(number_)
+#define UTIL_LOG_QUOTED(text_) #text_
