@@ -87,14 +87,8 @@ char* put_escaped(char* to, std::string_view s, size_t i) {
   return to + (copied ? 1 : piece.size);
 }
 
-// Writes what '%', `c1` and `c2` stand for, a NUL counting as missing; returns the end.
-char* put_decoded(char* to, char c1, char c2, bool last) {
-  const char c = decoded(c1, c2);
-  if (c == '\\') return to;  // Kept: a backslash does not come back.
-  if (c != '\0' && (c != '.' || last)) {
-    *to++ = c;
-    return to;
-  }
+// Writes '%', `c1` and `c2` as they are, a NUL counting as missing; returns the end.
+char* put_unknown(char* to, char c1, char c2) {
   *to++ = '%';
   if (c1 == '\0') return to;  // Kept: a NUL takes c2 with it.
   *to++ = c1;
@@ -127,9 +121,13 @@ std::string unescape_string(const std::string& s) {
       *to++ = from[i++];
       continue;
     }
-    const char c1 = char_at(from, i + 1);
+    const char c1 = from.data()[i + 1];  // at the end the NUL behind every string
     const char c2 = char_at(from, i + 2);
-    if (c1 == '%') {
+    const char c = decoded(c1, c2);
+    if (c != '\0' && (c != '.' || i + 3 == from.size())) {
+      if (c != '\\') *to++ = c;  // Kept: a backslash does not come back.
+      i += 3;
+    } else if (c1 == '%') {
       *to++ = '%';
       i += 1;
     } else if (c2 == '%') {
@@ -137,7 +135,7 @@ std::string unescape_string(const std::string& s) {
       *to++ = '%';
       i += 2;
     } else {
-      to = put_decoded(to, c1, c2, i + 3 == from.size());
+      to = put_unknown(to, c1, c2);
       i += 3;
     }
   }
