@@ -115,24 +115,25 @@ const char* decode_groups(const char* at, const char* end, unsigned char*& to) {
 int check_padding(int state, const char* at, const char* end) {  // Kept: looks at nothing more.
   if (state < 2) return -2;
   if (state == 3) return 0;
-  while (at != end && is_space(*at)) ++at;
+  while (at != end && *at != '=' && is_space(*at)) ++at;
   return at != end && *at == '=' ? 0 : -3;
 }
 
-// `state` counts the digits of the group so far, `pending` holds their bits not yet written.
+// `state` counts the digits of the group so far, `bits` ends with theirs.
 int decode(const char* at, const char* end, unsigned char*& to) {
   int state = 0;
-  unsigned char pending = 0;
+  unsigned bits = 0;
   for (;; ++at) {
     if (state == 0) at = decode_groups(at, end, to);
     if (at == end) return 0;  // Kept: the bits of an unfinished group are dropped.
     const unsigned value = value_of(*at);
     if (value == kBad) {
-      if (is_space(*at)) continue;
-      return *at == '=' ? check_padding(state, at + 1, end) : -1;
+      if (*at == '=') return check_padding(state, at + 1, end);
+      if (!is_space(*at)) return -1;
+      continue;
     }
-    if (state > 0) *to++ = low_byte(pending | value >> (6 - 2 * state));
-    pending = low_byte(value << (2 + 2 * state));
+    bits = bits << 6 | value;
+    if (state > 0) *to++ = low_byte(bits >> (6 - 2 * state));
     state = (state + 1) % 4;
   }
 }
