@@ -121,7 +121,7 @@ std::string unescape_string(const std::string& s) {
       *to++ = from[i++];
       continue;
     }
-    const char c1 = from.data()[i + 1];  // at the end the NUL behind every string
+    const char c1 = char_at(from, i + 1);
     const char c2 = char_at(from, i + 2);
     const char c = decoded(c1, c2);
     if (c != '\0' && (c != '.' || i + 3 == from.size())) {
