@@ -286,6 +286,17 @@ TEST_F(SuperLoopTest, AbortsWhenAnEventIsAddedTwice) {
   EXPECT_DEATH(other.addEvent(event, 1000), "event->queued");
 }
 
+TEST_F(SuperLoopTest, TakesAnEventThatAQueuedOneWasAssignedTo) {
+  std::function<void(utime_t)> nothing = [](utime_t) {};
+  auto* const queued = new Act(nothing);
+  auto* const assigned = new Act(nothing);
+  loop.addEvent(queued, 1000);
+  *assigned = *queued;
+  loop.addEvent(assigned, 1000);
+  *queued = Act(nothing);
+  EXPECT_DEATH(loop.addEvent(queued, 1000), "event->queued");
+}
+
 // ---- a pass ----
 
 TEST_F(SuperLoopTest, ReadsLogsAndCallsInAFixedOrder) {
