@@ -9,7 +9,7 @@
 namespace support {
 namespace {
 
-FrozenClock* innermost = nullptr;
+thread_local FrozenClock* innermost = nullptr;
 
 int64_t local_microseconds(const char* local) {
   struct tm broken = {};

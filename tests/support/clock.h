@@ -11,8 +11,8 @@
 
 namespace support {
 
-// Stops the clock that gettimeofday() and time() read, until destruction. nanosleep() returns at
-// once, moves the clock on by what was asked for and records it.
+// Stops the clock that gettimeofday() and time() read in this thread, until destruction.
+// nanosleep() returns at once, moves the clock on by what was asked for and records it.
 class FrozenClock {
  public:
   // `local` is local time in the zone of the moment, "2007-03-01T14:05:09".
@@ -38,7 +38,7 @@ class FrozenClock {
   FrozenClock* outer_;
 };
 
-// The innermost frozen clock, or null.
+// The innermost frozen clock of this thread, or null.
 FrozenClock* frozen_clock();
 
 // Sets TZ until destruction.

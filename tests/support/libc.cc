@@ -232,7 +232,9 @@ struct tm* localtime_r(const time_t* time, struct tm* to) {
 time_t mktime(struct tm* time) { return fails("mktime") ? -1 : REAL(mktime)(time); }
 
 size_t strftime(char* to, size_t size, const char* format, const struct tm* time) {
-  return fails("strftime") ? 0 : REAL(strftime)(to, size, format, time);
+  if (fails("strftime")) return 0;
+  if (size > 0) *to = '\0';  // The thread sanitizer sees this write, not those of the C library.
+  return REAL(strftime)(to, size, format, time);
 }
 
 char* strptime(const char* text, const char* format, struct tm* to) {

@@ -5,6 +5,7 @@
 #include <ifaddrs.h>
 #include <net/if.h>
 
+#include <atomic>
 #include <initializer_list>
 #include <map>
 #include <string>
@@ -13,7 +14,7 @@
 namespace support {
 
 // From construction to destruction getifaddrs() lists these entries in this order, and
-// SIOCGIFHWADDR answers from `hardware`.
+// SIOCGIFHWADDR answers from `hardware`, in every thread.
 class FakeInterfaces {
  public:
   struct Entry {
@@ -37,7 +38,7 @@ class FakeInterfaces {
 
  private:
   std::vector<Entry> entries_;
-  int open_lists_ = 0;
+  std::atomic<int> open_lists_{0};
   FakeInterfaces* outer_;
 };
 
