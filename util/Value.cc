@@ -18,6 +18,12 @@ std::string type_name(Type type) {
   return type >= INTEGER && type <= VOID ? kTypeNames[type] : "<<invalid type>>";
 }
 
+// Most members of most values are empty on both sides.
+template <class T>
+void take(T& to, T& from) {
+  if (!to.empty() || !from.empty()) to = std::move(from);
+}
+
 }  // namespace
 
 type_exception::type_exception(std::string text) : msg(std::move(text)) {}
@@ -57,14 +63,16 @@ Value& Value::operator=(const Value& from) {
 
 Value& Value::operator=(Value&& from) noexcept {
   if (this == &from) return *this;
-  value_struct entries = std::move(from._struct);
-  value_array elements = std::move(from._array);
+  value_struct entries;  // What is replaced goes last: `from` may be a part of it.
+  value_array elements;
+  take(entries, _struct);
+  take(elements, _array);
   type = from.type;
   value = from.value;
-  _string = std::move(from._string);
-  _bytes = std::move(from._bytes);
-  _struct = std::move(entries);  // Last: `from` may be an element of what is replaced here.
-  _array = std::move(elements);
+  take(_string, from._string);
+  take(_bytes, from._bytes);
+  take(_struct, from._struct);
+  take(_array, from._array);
   return *this;
 }
 
