@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <charconv>
@@ -13,6 +14,7 @@
 #include <cstring>
 #include <deque>
 #include <memory>
+#include <string_view>
 #include <utility>
 
 #include <tinyxml.h>
@@ -25,8 +27,7 @@ class Tree {
   // One for each node that was looked up; the node's user data points to it.
   Element* element(TiXmlElement* node) {
     if (node->GetUserData() == nullptr) {
-      if (elements_ == nullptr) elements_ = std::make_unique<std::deque<Kept>>();
-      node->SetUserData(&elements_->emplace_back(node, this));
+      node->SetUserData(&elements_.emplace_back(node, this));
     }
     return static_cast<Kept*>(node->GetUserData());
   }
@@ -42,12 +43,12 @@ class Tree {
     Kept(TiXmlElement* node, Tree* tree) : Element(node, tree) {}
   };
 
-  std::unique_ptr<std::deque<Kept>> elements_;  // made late: most elements built are never searched
+  std::deque<Kept> elements_;
 };
 
 namespace {
 
-constexpr int kMaxDepth = 1024;
+constexpr size_t kMaxDepth = 1024;
 constexpr int kMaxAttributes = 256;
 constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
 
@@ -63,11 +64,23 @@ struct Root : TiXmlDocument {
 struct Built : TiXmlElement {
   explicit Built(const std::string& name) : TiXmlElement(name) {}
 
-  Tree tree;
+  std::unique_ptr<Tree> tree;  // made late: most elements built are never searched
 };
 
+// Of the document; else of the element built by name that is looked at, or that holds a
+// declaration.
+Tree& tree_of(TiXmlNode& node, Tree* tree) {
+  if (tree != nullptr) return *tree;
+  TiXmlNode& built = node.ToElement() == nullptr ? *node.Parent() : node;
+  std::unique_ptr<Tree>& own = static_cast<Built&>(built).tree;
+  if (own == nullptr) own = std::make_unique<Tree>();
+  return *own;
+}
+
 std::string row_and_column(int row, int column) {
-  return "row " + std::to_string(row) + ", column " + std::to_string(column);
+  char text[64];
+  snprintf(text, sizeof(text), "row %d, column %d", row, column);
+  return text;
 }
 
 // The node of `tree` at the place that `node` has in a tree of the same shape.
@@ -113,6 +126,12 @@ bool holds(const TiXmlNode& outer, const TiXmlNode& inner) {
   return up != nullptr;
 }
 
+[[noreturn]] void fail(const char* text) { throw Exception(text); }
+
+[[noreturn]] void fail_at(const TiXmlNode& node, Tree* tree, const std::string& text) {
+  throw Exception(text + place(node, tree));
+}
+
 struct CloseFile {
   void operator()(FILE* file) const { fclose(file); }
 };
@@ -126,14 +145,25 @@ bool is_blank(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r') || (byte > 127 && isspace(byte) != 0);
 }
 
-bool starts_name(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte >= 127 || (byte | 32U) - 'a' < 26 || c == '_';
+enum : unsigned char { kStartsName = 1, kContinuesName = 2, kEscaped = 4 };
+
+constexpr std::array<unsigned char, 256> character_kinds() {
+  std::array<unsigned char, 256> kinds = {};
+  for (unsigned c = 0; c < 256; ++c) {
+    const bool starts = c >= 127 || (c | 32U) - 'a' < 26 || c == '_';
+    const bool continues = starts || c - '0' < 10 || c == '-' || c == '.' || c == ':';
+    const bool escaped = c < 32 || c == '&' || c == '<' || c == '>' || c == '"' || c == '\'';
+    kinds[c] = static_cast<unsigned char>(
+        (starts ? kStartsName : 0) | (continues ? kContinuesName : 0) | (escaped ? kEscaped : 0));
+  }
+  return kinds;
 }
 
-bool continues_name(char c) {
-  return starts_name(c) || (c >= '0' && c <= '9') || c == '-' || c == '.' || c == ':';
-}
+constexpr std::array<unsigned char, 256> kKinds = character_kinds();
+
+bool is(unsigned char kind, char c) { return (kKinds[static_cast<unsigned char>(c)] & kind) != 0; }
+bool starts_name(char c) { return is(kStartsName, c); }
+bool continues_name(char c) { return is(kContinuesName, c); }
 
 size_t character_size(char lead) {
   return static_cast<size_t>(TiXmlBase::utf8ByteTable[static_cast<unsigned char>(lead)]);
@@ -301,7 +331,7 @@ class Scan {
 
   bool utf8_;
   bool encoding_known_;
-  int depth_ = 0;
+  size_t depth_ = 0;
   const char* fault_ = nullptr;
   const char* fault_at_ = nullptr;
 };
@@ -318,9 +348,9 @@ std::string read_all(FILE* file) {
   for (size_t got = 1; got > 0; size += got) {
     if (size == text.size()) text.resize(2 * size);
     got = fread(&text[size], 1, text.size() - size, file);
-    if (memchr(&text[size], '\0', got) != nullptr) throw Exception("a NUL byte in the text");
+    if (memchr(&text[size], '\0', got) != nullptr) fail("a NUL byte in the text");
   }
-  if (ferror(file) != 0) throw Exception(strerror(errno));
+  if (ferror(file) != 0) fail(strerror(errno));
   text.resize(size);
   size_t to = std::min(text.find('\r'), size);
   for (size_t from = to; from < size; ++from) {
@@ -359,26 +389,57 @@ void parse(const std::string& text, TiXmlDocument& to) {
 
 // ---- writing ----
 
+// A text as it grows, pieces at its end.
+class Text {
+ public:
+  void add(std::string_view piece) {
+    memcpy(room(piece.size()), piece.data(), piece.size());
+    used_ += piece.size();
+  }
+  void blanks(size_t count) {
+    memset(room(count), ' ', count);
+    used_ += count;
+  }
+
+  size_t size() const { return used_; }
+  char operator[](size_t at) const { return text_[at]; }
+
+  std::string take() {
+    text_.resize(used_);
+    return std::move(text_);
+  }
+
+ private:
+  char* room(size_t size) {
+    if (size > text_.size() - used_) grow(size);
+    return &text_[used_];
+  }
+  void grow(size_t size) { text_.resize(2 * text_.size() + size); }
+
+  std::string text_;  // longer than what is used of it
+  size_t used_ = 0;
+};
+
 // Writes the bytes that TinyXML writes, some times as fast, and refuses what could not be read
 // back.
 class Printer {
  public:
   explicit Printer(bool byte_order_mark)
       : utf8_(byte_order_mark), encoding_known_(byte_order_mark) {
-    if (byte_order_mark) text_ = kByteOrderMark;
+    if (byte_order_mark) text_.add(kByteOrderMark);
   }
 
   std::string print(const TiXmlDocument& document) {
     for (const TiXmlNode* node = document.FirstChild(); node != nullptr;
          node = node->NextSibling()) {
       print(*node, 0);
-      text_ += '\n';
+      text_.add("\n");
     }
-    return std::move(text_);
+    return text_.take();
   }
 
  private:
-  void print(const TiXmlNode& node, int depth) {
+  void print(const TiXmlNode& node, size_t depth) {
     switch (node.Type()) {
       case TiXmlNode::TINYXML_ELEMENT: element(*node.ToElement(), depth); break;
       case TiXmlNode::TINYXML_TEXT: text(*node.ToText(), depth); break;
@@ -388,79 +449,86 @@ class Printer {
     }
   }
 
-  void element(const TiXmlElement& node, int depth) {
-    if (depth == kMaxDepth) throw Exception(kTooDeep);
+  void element(const TiXmlElement& node, size_t depth) {
+    if (depth == kMaxDepth) fail(kTooDeep);
     const std::string& name = checked_name(node.ValueStr());
-    indent(depth);
-    text_.append(1, '<').append(name);
+    text_.blanks(4 * depth);
+    text_.add("<");
+    text_.add(name);
     attributes(node);
     const TiXmlNode* const first = node.FirstChild();
-    if (first == nullptr) {
-      text_ += " />";
-      return;
-    }
-    text_ += '>';
-    const bool only_text = first == node.LastChild() && first->ToText() != nullptr;
+    if (first == nullptr) return text_.add(" />");
+    text_.add(">");
+    const bool only_text = first == node.LastChild() && first->Type() == TiXmlNode::TINYXML_TEXT;
     if (only_text) {
       print(*first, depth + 1);
     } else {
       children(*first, depth);
     }
-    text_.append("</").append(name).append(1, '>');
+    text_.add("</");
+    text_.add(name);
+    text_.add(">");
   }
 
-  void children(const TiXmlNode& first, int depth) {
+  void children(const TiXmlNode& first, size_t depth) {
     for (const TiXmlNode* child = &first; child != nullptr; child = child->NextSibling()) {
-      if (child->ToText() == nullptr) text_ += '\n';
+      if (child->Type() != TiXmlNode::TINYXML_TEXT) text_.add("\n");
       print(*child, depth + 1);
     }
-    text_ += '\n';
-    indent(depth);
+    text_.add("\n");
+    text_.blanks(4 * depth);
   }
 
   void attributes(const TiXmlElement& node) {
     int count = 0;
     for (const TiXmlAttribute* one = node.FirstAttribute(); one != nullptr; one = one->Next()) {
-      if (++count > kMaxAttributes) throw Exception(kTooManyAttributes);
-      const char quote = one->ValueStr().find('"') == std::string::npos ? '"' : '\'';
-      text_.append(1, ' ').append(checked_name(one->NameTStr())).append(1, '=').append(1, quote);
+      if (++count > kMaxAttributes) fail(kTooManyAttributes);
+      const char* const quote = one->ValueStr().find('"') == std::string::npos ? "\"" : "'";
+      text_.add(" ");
+      text_.add(checked_name(one->NameTStr()));
+      text_.add("=");
+      text_.add(quote);
       encode(one->ValueStr());
-      text_ += quote;
+      text_.add(quote);
     }
   }
 
-  void text(const TiXmlText& node, int depth) {
+  void text(const TiXmlText& node, size_t depth) {
     if (!node.CDATA()) return encode(node.ValueStr());
-    text_ += '\n';
+    text_.add("\n");
     indented(depth, "<![CDATA[", node.ValueStr(), "]]>\n");
   }
 
   void declaration(const TiXmlDeclaration& node) {
-    text_ += "<?xml ";
+    text_.add("<?xml ");
     quoted("version", node.Version());
     quoted("encoding", node.Encoding());
     quoted("standalone", node.Standalone());
-    text_ += "?>";
+    text_.add("?>");
     if (!encoding_known_) utf8_ = is_utf8(node.Encoding());
     encoding_known_ = true;
   }
 
-  void quoted(const char* name, const char* value) {
-    if (*value != '\0') text_.append(name).append("=\"").append(value).append("\" ");
+  void quoted(std::string_view name, std::string_view value) {
+    if (value.empty()) return;
+    text_.add(name);
+    text_.add("=\"");
+    text_.add(value);
+    text_.add("\" ");
   }
 
-  void indented(int depth, const char* before, const std::string& value, const char* behind) {
-    indent(depth);
-    text_.append(before).append(value).append(behind);
+  void indented(size_t depth, std::string_view before, std::string_view value,
+                std::string_view behind) {
+    text_.blanks(4 * depth);
+    text_.add(before);
+    text_.add(value);
+    text_.add(behind);
   }
-
-  void indent(int depth) { text_.append(4 * static_cast<size_t>(depth), ' '); }
 
   static const std::string& checked_name(const std::string& name) {
-    if (name.empty() || !starts_name(name[0]) ||
-        !std::all_of(name.begin(), name.end(), continues_name)) {
-      throw Exception("'" + name + "' is no name");
-    }
+    bool good = !name.empty() && starts_name(name[0]);
+    for (const char c : name) good = good && continues_name(c);
+    if (!good) throw Exception("'" + name + "' is no name");
     return name;
   }
 
@@ -469,30 +537,27 @@ class Printer {
     const char* const end = value.data() + value.size();
     for (const char* at = value.data(); at != end; ++at) {
       const char* const plain = at;
-      while (at != end && !is_escaped(*at)) ++at;
-      text_.append(plain, at);
+      while (at != end && !is(kEscaped, *at)) ++at;
+      text_.add({plain, static_cast<size_t>(at - plain)});
       if (at == end) break;
       escape(*at);
     }
-    if (utf8_ && ends_inside_character(start)) throw Exception("a text ends inside a character");
-  }
-
-  static bool is_escaped(char c) {
-    return static_cast<unsigned char>(c) < 32 || c == '&' || c == '<' || c == '>' || c == '"' ||
-           c == '\'';
+    if (utf8_ && ends_inside_character(start)) fail("a text ends inside a character");
   }
 
   void escape(char c) {
     switch (c) {
-      case '&': text_ += "&amp;"; break;
-      case '<': text_ += "&lt;"; break;
-      case '>': text_ += "&gt;"; break;
-      case '"': text_ += "&quot;"; break;
-      case '\'': text_ += "&apos;"; break;
+      case '&': return text_.add("&amp;");
+      case '<': return text_.add("&lt;");
+      case '>': return text_.add("&gt;");
+      case '"': return text_.add("&quot;");
+      case '\'': return text_.add("&apos;");
       default: {
         const auto byte = static_cast<unsigned char>(c);
-        text_.append("&#x").append(1, "01"[byte / 16]).append(1, "0123456789ABCDEF"[byte % 16]);
-        text_ += ';';
+        char number[] = "&#x00;";
+        number[3] = "01"[byte / 16];
+        number[4] = "0123456789ABCDEF"[byte % 16];
+        return text_.add(number);
       }
     }
   }
@@ -506,7 +571,7 @@ class Printer {
     return at > text_.size();
   }
 
-  std::string text_;
+  Text text_;
   bool utf8_;
   bool encoding_known_;
 };
@@ -558,17 +623,17 @@ int Node::Column() const {
 
 Element* Node::FirstChildElement(bool throwIfNoChildren) const {
   TiXmlElement* const found = node_->FirstChildElement();
-  if (found != nullptr) return tree_->element(found);
+  if (found != nullptr) return tree_of(*node_, tree_).element(found);
   if (!throwIfNoChildren) return nullptr;
-  throw Exception("Element (" + Value() + ") does NOT contain any children" + place(*node_, tree_));
+  fail_at(*node_, tree_, "Element (" + Value() + ") does NOT contain any children");
 }
 
 Element* Node::FirstChildElement(const char* name, bool throwIfNoChildren) const {
   TiXmlElement* const found = node_->FirstChildElement(name);
-  if (found != nullptr) return tree_->element(found);
+  if (found != nullptr) return tree_of(*node_, tree_).element(found);
   if (!throwIfNoChildren) return nullptr;
-  throw Exception("Element (" + Value() + ") does NOT contain a child with the value of '" + name +
-                  "'" + place(*node_, tree_));
+  fail_at(*node_, tree_,
+          "Element (" + Value() + ") does NOT contain a child with the value of '" + name + "'");
 }
 
 Element* Node::FirstChildElement(const std::string& name, bool throwIfNoChildren) const {
@@ -577,18 +642,18 @@ Element* Node::FirstChildElement(const std::string& name, bool throwIfNoChildren
 
 Element* Node::NextSiblingElement(bool throwIfNoSiblings) const {
   TiXmlElement* const found = node_->NextSiblingElement();
-  if (found != nullptr) return tree_->element(found);
+  if (found != nullptr) return tree_of(*node_, tree_).element(found);
   if (!throwIfNoSiblings) return nullptr;
-  throw Exception("No Element Siblings found, After this Node (" + Value() + ")" +
-                  place(*node_, tree_));
+  fail_at(*node_, tree_, "No Element Siblings found, After this Node (" + Value() + ")");
 }
 
 Element* Node::NextSiblingElement(const char* name, bool throwIfNoSiblings) const {
   TiXmlElement* const found = node_->NextSiblingElement(name);
-  if (found != nullptr) return tree_->element(found);
+  if (found != nullptr) return tree_of(*node_, tree_).element(found);
   if (!throwIfNoSiblings) return nullptr;
-  throw Exception(std::string("No Element Siblings found with value, '") + name +
-                  "', After this Node (" + Value() + ")" + place(*node_, tree_));
+  fail_at(*node_, tree_,
+          std::string("No Element Siblings found with value, '") + name + "', After this Node (" +
+              Value() + ")");
 }
 
 Element* Node::NextSiblingElement(const std::string& name, bool throwIfNoSiblings) const {
@@ -596,12 +661,12 @@ Element* Node::NextSiblingElement(const std::string& name, bool throwIfNoSibling
 }
 
 Node* Node::LinkEndChild(Node* child) {
-  if (child == nullptr) throw Exception("A null pointer can not be linked");
-  if (child->node_->ToDocument() != nullptr) throw Exception("A document can not be linked");
+  if (child == nullptr) fail("A null pointer can not be linked");
+  if (child->node_->ToDocument() != nullptr) fail("A document can not be linked");
   if (!child->owner_) throw Exception("Node (" + child->Value() + ") is linked already");
-  if (tree_ == nullptr) throw Exception("A declaration has no children");
+  if (node_->ToDeclaration() != nullptr) fail("A declaration has no children");
   if (holds(*child->node_, *node_)) throw Exception("Node (" + Value() + ") can not hold itself");
-  tree_->text.clear();
+  if (tree_ != nullptr) tree_->text.clear();
   node_->LinkEndChild(child->node_);
   child->owner_ = false;
   child->tree_ = tree_;
@@ -610,9 +675,7 @@ Node* Node::LinkEndChild(Node* child) {
 
 // ---- Element ----
 
-Element::Element(const std::string& name) : Node(new Built(name), nullptr, true) {
-  tree_ = &static_cast<Built*>(node_)->tree;
-}
+Element::Element(const std::string& name) : Node(new Built(name), nullptr, true) {}
 
 Element::Element(TiXmlElement* node, Tree* tree) : Node(node, tree, false) {}
 
@@ -630,11 +693,11 @@ const std::string* Element::find_text(bool throwIfNotFound) const {
   const TiXmlNode* const first = node_->FirstChild();
   if (first != nullptr && first->Type() == TiXmlNode::TINYXML_TEXT) return &first->ValueStr();
   if (!throwIfNotFound) return nullptr;
-  throw Exception("Text does not exists in the current element" + place(*node_, tree_));
+  fail_at(*node_, tree_, "Text does not exists in the current element");
 }
 
 void Element::set_text(const std::string& text) {
-  tree_->text.clear();
+  if (tree_ != nullptr) tree_->text.clear();
   TiXmlNode* const first = node_->FirstChild();
   if (first == nullptr) {
     node_->LinkEndChild(new TiXmlText(text));
@@ -651,10 +714,13 @@ void Element::set_attribute(const std::string& name, const std::string& value) {
 }
 
 void Element::not_converted(const std::string& text) const {
-  throw Exception("Could not convert \"" + text + "\" to target type" + place(*node_, tree_));
+  fail_at(*node_, tree_, "Could not convert \"" + text + "\" to target type");
 }
 
-std::string Element::text_of(int value) { return std::to_string(value); }
+std::string Element::text_of(int value) {
+  char text[16];
+  return {text, std::to_chars(text, text + sizeof(text), value).ptr};
+}
 
 std::string Element::text_of(double value) {
   char text[32];
@@ -700,7 +766,7 @@ void Document::LoadFile(const std::string& file) {
   byte_order_mark_ = false;
   try {
     const File stream(fopen(file.c_str(), "rb"));
-    if (stream == nullptr) throw Exception(strerror(errno));
+    if (stream == nullptr) fail(strerror(errno));
     std::string text = read_all(stream.get());
     parse(text, *node_->ToDocument());
     byte_order_mark_ = text.compare(0, 3, kByteOrderMark) == 0;

@@ -77,7 +77,7 @@ class UTIL_EXPORT Node {
   Node(TiXmlNode* node, Tree* tree, bool owner);
 
   TiXmlNode* node_;
-  Tree* tree_;  // keeps the elements that look-ups return
+  Tree* tree_;  // keeps the elements that look-ups return; null below what no document holds
   bool owner_;  // of node_
 };
 
