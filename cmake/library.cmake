@@ -33,11 +33,17 @@ add_library(nasutil_objects OBJECT)
 foreach(module IN LISTS NASUTIL_MODULES)
   target_sources(nasutil_objects PRIVATE util/${module}.cc)
 endforeach()
-# Small where the XML parser or the kernel decides the time.
+# Small where the XML parser, the kernel or the caller decides the time; docs/performance.md tells
+# what that saves.
 set_source_files_properties(
-  util/NASConfDB.cc util/NetworkInterface.cc
-  util/PropertyList_durable.cc util/PropertyList_problems.cc util/print_str.cc
+  util/Authenticator.cc util/EventLoop.cc util/MD5Authenticator.cc util/NASConfDB.cc
+  util/NetworkInterface.cc util/PropertyList.cc util/PropertyList_durable.cc
+  util/PropertyList_problems.cc util/ZEB_GPIO.cc util/datetime.cc util/print_str.cc
+  util/system_exception.cc
   PROPERTIES COMPILE_OPTIONS "$<$<NOT:$<CONFIG:Debug>>:-Os>")
+set_source_files_properties(ticpp/ticpp.cc PROPERTIES COMPILE_OPTIONS -fno-inline-functions)
+target_compile_options(nasutil_objects PRIVATE
+  $<$<CXX_COMPILER_ID:GNU>:-fno-reorder-blocks-and-partition>)
 set_target_properties(nasutil_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
 # Each class that is named, though its virtual functions may lie elsewhere: tests/check_abi.sh.
 target_compile_options(nasutil_objects
@@ -76,4 +82,5 @@ endforeach()
 set(symbols "${CMAKE_SOURCE_DIR}/cmake/nasutil.map")
 set_target_properties(nasutil PROPERTIES LINK_DEPENDS "${symbols}")
 target_link_libraries(nasutil PRIVATE nasutil_flags)
-target_link_options(nasutil PRIVATE "-Wl,--version-script=${symbols}")
+# The library's calls of its own functions are bound when it is linked, those of others at start.
+target_link_options(nasutil PRIVATE "-Wl,--version-script=${symbols}" -Wl,-Bsymbolic-functions)
