@@ -181,6 +181,24 @@ TEST(NextSiblingElement, WorksFromALinkedDeclaration) {
   EXPECT_EQ("r", declaration.NextSiblingElement()->Value());
 }
 
+TEST(NextSiblingElement, WorksFromADeclarationLinkedUnderAnElement) {
+  ticpp::Element element("element"), next("next");
+  ticpp::Declaration declaration("1.0", "UTF8", "yes");
+  element.LinkEndChild(&declaration);
+  element.LinkEndChild(&next);
+  EXPECT_EQ("next", declaration.NextSiblingElement()->Value());
+}
+
+TEST(FirstChildElement, GivesTheSameElementBeforeAndAfterLinking) {
+  ticpp::Document document;
+  ticpp::Element element("element"), child("child");
+  element.LinkEndChild(&child);
+  const ticpp::Element* const found = element.FirstChildElement();
+  document.LinkEndChild(&element);
+  EXPECT_EQ(found, element.FirstChildElement());
+  EXPECT_EQ(found, document.FirstChildElement()->FirstChildElement());
+}
+
 TEST(FirstChildElement, FindsNothingInADeclaration) {
   const ticpp::Declaration declaration("1.0", "", "");
   EXPECT_EQ(nullptr, declaration.FirstChildElement(false));
