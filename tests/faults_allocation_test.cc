@@ -20,9 +20,11 @@
 #include <sstream>
 #include <string>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 using namespace support;
+using testing::IsSubsetOf;
 using util::PropertyList;
 
 // The parser itself loses the element at hand when memory runs out in it. Nobody else may.
@@ -90,6 +92,21 @@ void save_alone(const std::string& file, int number) {
   EXPECT_EQ(0, unlink((file + ".tmp").c_str()));
 }
 
+class Idle : public util::EventLoop {
+ public:
+  void runLoop(util::utime_t) override {}
+};
+
+class Happen : public util::Event {
+ public:
+  explicit Happen(int& times) : times_(&times) {}
+
+  void run(util::utime_t) override { ++*times_; }
+
+ private:
+  int* times_;
+};
+
 std::string printed(const util::NASConfDB& database) {
   std::ostringstream text;
   text << database;
@@ -112,6 +129,24 @@ TEST(OutOfMemory, SaveKeepsTheListAndFindsTheOldOrTheNew) {
         const int number = found.intForKey("n");
         EXPECT_TRUE(number == 2 || (number == 1 && outcome != "done")) << number;
       });
+  EXPECT_LT(20, uses);
+}
+
+TEST(OutOfMemory, SavingDurablyKeepsTheListAndFindsTheOldOrTheNew) {
+  const TempDir dir;
+  const Unsynced quick;
+  const std::string x = dir.file("x");
+  PropertyList list(x);
+  fill(list, 2);
+  const int uses =
+      fail_each_allocation([&x] { save_alone(x, 1); }, [&list] { list.saveDurably(); },
+                           [&](const std::string& outcome) {
+                             EXPECT_EQ(3U, list.getProperties().size());
+                             PropertyList found(x);
+                             found.load();
+                             EXPECT_EQ(outcome == "done" ? 2 : 1, found.intForKey("n"));
+                             EXPECT_THAT(dir.list(), IsSubsetOf({"x", "x~"}));
+                           });
   EXPECT_LT(20, uses);
 }
 
@@ -161,4 +196,43 @@ TEST(OutOfMemory, LoggingAndRotatingNeedNone) {
   EXPECT_EQ(before, allocations());
   EXPECT_EQ("2001-09-09T01:46:40 here\nINFO: second\nrotating log file\n",
             dir.read("a log with a long name.0"));
+}
+
+TEST(OutOfMemory, AddingAnEventLeavesItToTheCaller) {
+  FrozenClock clock;
+  int times = 0;
+  auto* const event = new Happen(times);
+  Idle idle;
+  util::SuperLoop loop;
+  loop.addEvent(&idle);
+  const int uses = fail_each_allocation([] {}, [&] { loop.addEvent(event, util::Timer(0)); },
+                                        [](const std::string&) {});
+  EXPECT_LT(0, uses);
+  clock.advance(1);
+  loop.runLoop(0);
+  EXPECT_EQ(1, times);
+}
+
+// A pass has nobody to tell.
+TEST(OutOfMemory, ALoopPassNeedsNone) {
+  FrozenClock clock;
+  int times = 0;
+  Idle idle;
+  util::SuperLoop loop(util::logger::getLogger("passing"));
+  loop.addEvent(&idle);
+  loop.addEvent(new Happen(times), util::Timer(0));
+  clock.advance(1);
+  const long before = allocations();
+  loop.runLoop(0);
+  EXPECT_EQ(before, allocations());
+  EXPECT_EQ(1, times);
+}
+
+TEST(OutOfMemory, APassOfALoopWithoutEventsNeedsNone) {
+  Idle idle;
+  util::SuperLoop loop(util::logger::getLogger("idling"));
+  loop.addEvent(&idle);
+  const long before = allocations();
+  loop.runLoop(0);
+  EXPECT_EQ(before, allocations());
 }

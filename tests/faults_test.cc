@@ -35,8 +35,6 @@ namespace {
 
 using Calls = std::vector<const char*>;
 
-constexpr int kErrors[] = {EIO, ENOSPC, EACCES, EMFILE, ENOMEM, EINTR};
-
 void replace_all(std::string& text, const std::string& from, const std::string& to) {
   for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
     text.replace(at, from.size(), to);
@@ -52,6 +50,7 @@ class Disturbance {
 
   // "done", or what `action` throws with "%" for the system's text and without the folder.
   std::string operator()(const std::function<void()>& action) {
+    const Unsynced quick;
     const int descriptors = open_descriptors();
     std::string outcome = "done";
     {
@@ -128,8 +127,9 @@ PropertyList list_of(const std::string& file, int number) {
   return list;
 }
 
-// The second entry crosses the limit. Tells which entries are in none of the files afterwards.
-std::string log_and_rotate(Disturbance& disturbance) {
+// Logs three messages of at least `width` bytes to a file that may have `limit`. Tells which are in
+// none of the files afterwards.
+std::string log_and_rotate(Disturbance& disturbance, int width, off_t limit) {
   const FrozenClock clock;
   const TempDir& dir = disturbance.dir;
   const char* const entries[] = {"first", "second", "third"};
@@ -139,9 +139,9 @@ std::string log_and_rotate(Disturbance& disturbance) {
     std::optional<util::rolling_file_publisher> log;
     disturbance.left_open = 1;
     outcome = disturbance([&] {
-      log.emplace(dir.file("x").c_str(), 1700, 3);
+      log.emplace(dir.file("x").c_str(), limit, 3);
       for (const char* const entry : entries) {
-        publish(*log, "%-1100s", entry);  // too long to be written by one call
+        publish(*log, "%-*s", width, entry);
         log->flush();
       }
     });
@@ -162,21 +162,32 @@ void save_alone(const std::string& file, int number) {
   EXPECT_EQ(0, unlink((file + ".tmp").c_str()));
 }
 
+void nothing(const std::string&) {}
+
+void saved_once(const std::string& file) { list_of(file, 1).save(); }
+
+void saved_alone(const std::string& file) { save_alone(file, 1); }
+
+// What a fresh load finds.
+std::string found(const std::string& file) try {
+  PropertyList list(file);
+  list.load();
+  return list.getProperties().empty() ? "none" : "found " + std::to_string(list.intForKey("n"));
+} catch (const util::malformed_property_list&) {
+  return "lost";
+}
+
 // Saves 2 after that; tells which list is found then.
-template <class Before>
-Round saving(Before before) {
-  return [before](Disturbance& disturbance) {
+Round saving(void (*before)(const std::string& file),
+             void (PropertyList::*save)() = &PropertyList::save) {
+  return [before, save](Disturbance& disturbance) {
     const std::string x = disturbance.dir.file("x");
     before(x);
     PropertyList list = list_of(x, 2);
-    std::string outcome = disturbance([&list] { list.save(); });
-    PropertyList found(x);
-    found.load();
-    outcome += found.getProperties().empty() ? ", none"
-                                             : ", found " + std::to_string(found.intForKey("n"));
+    std::string outcome = disturbance([&] { (list.*save)(); });
+    outcome += ", " + found(x);
     list_of(x, 4).save();
-    found.load();
-    EXPECT_EQ(4, found.intForKey("n"));
+    EXPECT_EQ("found 4", found(x));
     return outcome;
   };
 }
@@ -201,8 +212,11 @@ class Happen : public util::Event {
   int* times_;
 };
 
-const Calls kCallsOfSave = {"localtime_r", "strftime", "unlink", "stat",
-                            "link",        "fopen",    "fflush", "fclose"};
+const Calls kCallsOfSave = {"localtime_r", "strftime", "unlink", "stat",  "link",
+                            "fopen",       "fwrite",   "fflush", "fclose"};
+const Calls kCallsOfSaveDurably = {"localtime_r", "strftime", "open",   "stat",   "fopen",
+                                   "fwrite",      "fflush",   "fclose", "fchown", "fchmod",
+                                   "fsync",       "close",    "unlink", "link",   "rename"};
 
 }  // namespace
 
@@ -230,7 +244,35 @@ TEST(Faults, OfLoggingCostNoMoreThanWhatTheCallWrites) {
   }),
             outcomes({"fopen", "fclose", "fflush", "setvbuf", "fprintf", "vfprintf", "fputc",
                       "rename", "unlink", "stat", "time", "localtime_r", "strftime"},
-                     log_and_rotate));
+                     [](Disturbance& disturbance) {
+                       return log_and_rotate(disturbance, 1100, 1700);  // written piece by piece
+                     }));
+}
+
+// Without a rotation, whose notice compilers write by fwrite() too.
+TEST(Faults, OfLoggingEntriesWrittenByOneCallCostNoMoreThanTheEntry) {
+  EXPECT_EQ((Outcomes{
+                {"fwrite 1", "done, lost first" },
+                {"fwrite 2", "done, lost second"},
+                {"fwrite 3", "done, lost third" },
+  }),
+            outcomes("fwrite",
+                     [](Disturbance& disturbance) { return log_and_rotate(disturbance, 0, 0); }));
+}
+
+TEST(Faults, OfLoggingToTheSystemLogCostNoMoreThanTheRecord) {
+  EXPECT_EQ((Outcomes{
+                {"localtime_r", "done, records 2"},
+                {"strftime",    "done, records 2"},
+                {"syslog",      "done, records 1"},
+                {"time",        "done, records 2"},
+  }),
+            outcomes({"time", "localtime_r", "strftime", "syslog"}, [](Disturbance& disturbance) {
+              const SyslogCapture log;
+              util::syslog_publisher to;
+              const std::string outcome = disturbance([&to] { publish(to, "%s", "text"); });
+              return outcome + ", records " + std::to_string(log.records().size());
+            }));
 }
 
 // ---- property lists ----
@@ -240,21 +282,23 @@ TEST(Faults, OfAFirstSave) {
                 {"fclose",      "Couldn't save x.tmp: %, none"    },
                 {"fflush",      "Couldn't save x.tmp: %, none"    },
                 {"fopen",       "Couldn't save x.tmp: %, none"    },
+                {"fwrite",      "Couldn't save x.tmp: %, none"    },
                 {"link",        "x: %, none"                      },
                 {"localtime_r", "x: can't encode value type, none"},
                 {"strftime",    "x: can't encode value type, none"},
                 {"stat",        "done, found 2"                   },
                 {"unlink",      "done, found 2"                   },
   }),
-            outcomes(kCallsOfSave, saving([](const std::string&) {})));
+            outcomes(kCallsOfSave, saving(nothing)));
 }
 
-// File, temporary and backup are one file, written in place: there is no way back from fflush() on.
+// File, temporary and backup are one file, written in place: there is no way back from fopen() on.
 TEST(Faults, OfASecondSave) {
   EXPECT_EQ((Outcomes{
                 {"fclose",      "Couldn't save x.tmp: %, found 2"    },
                 {"fflush",      "Couldn't save x.tmp: %, found 2"    },
                 {"fopen",       "Couldn't save x.tmp: %, found 1"    },
+                {"fwrite",      "Couldn't save x.tmp: %, lost"       },
                 {"link 1",      "x: %, found 1"                      },
                 {"link 2",      "x: %, found 2"                      },
                 {"localtime_r", "x: can't encode value type, found 1"},
@@ -263,7 +307,7 @@ TEST(Faults, OfASecondSave) {
                 {"unlink 1",    "done, found 2"                      },
                 {"unlink 2",    "x: %, found 2"                      },
   }),
-            outcomes(kCallsOfSave, saving([](const std::string& x) { list_of(x, 1).save(); })));
+            outcomes(kCallsOfSave, saving(saved_once)));
 }
 
 // The file has no other name, as saveDurably() leaves it: what fails costs nothing.
@@ -272,6 +316,7 @@ TEST(Faults, OfASaveOfAFileByItself) {
                 {"fclose",      "Couldn't save x.tmp: %, found 1"    },
                 {"fflush",      "Couldn't save x.tmp: %, found 1"    },
                 {"fopen",       "Couldn't save x.tmp: %, found 1"    },
+                {"fwrite",      "Couldn't save x.tmp: %, found 1"    },
                 {"link",        "x: %, found 1"                      },
                 {"localtime_r", "x: can't encode value type, found 1"},
                 {"strftime",    "x: can't encode value type, found 1"},
@@ -279,28 +324,79 @@ TEST(Faults, OfASaveOfAFileByItself) {
                 {"unlink 1",    "done, found 2"                      },
                 {"unlink 2",    "x: %, found 1"                      },
   }),
-            outcomes(kCallsOfSave, saving([](const std::string& x) { save_alone(x, 1); })));
+            outcomes(kCallsOfSave, saving(saved_alone)));
+}
+
+TEST(Faults, OfAFirstDurableSave) {
+  EXPECT_EQ((Outcomes{
+                {"close 1",     "x: %, none"                      },
+                {"close 2",     "done, found 2"                   },
+                {"fclose",      "x: %, none"                      },
+                {"fflush",      "x: %, none"                      },
+                {"fopen",       "x: %, none"                      },
+                {"fsync 1",     "x: %, none"                      },
+                {"fsync 2",     "x: %, found 2"                   },
+                {"fwrite",      "x: %, none"                      },
+                {"localtime_r", "x: can't encode value type, none"},
+                {"open",        "x: %, none"                      },
+                {"rename",      "x: %, none"                      },
+                {"stat",        "x: %, none"                      },
+                {"strftime",    "x: can't encode value type, none"},
+                {"unlink 1",    "x: %, none"                      },
+                {"unlink 2",    "done, found 2"                   },
+  }),
+            outcomes(kCallsOfSaveDurably, saving(nothing, &PropertyList::saveDurably)));
+}
+
+// Whatever could not be done to the new file or its name leaves the old one, and what could not be
+// done afterwards leaves the new one.
+TEST(Faults, OfADurableSave) {
+  EXPECT_EQ(
+      (Outcomes{
+          {"close 1",     "x: %, found 1"                      },
+          {"close 2",     "done, found 2"                      },
+          {"fchmod",      "x: %, found 1"                      },
+          {"fchown",      "x: %, found 1"                      },
+          {"fclose",      "x: %, found 1"                      },
+          {"fflush",      "x: %, found 1"                      },
+          {"fopen",       "x: %, found 1"                      },
+          {"fsync 1",     "x: %, found 1"                      },
+          {"fsync 2",     "x: %, found 2"                      },
+          {"fwrite",      "x: %, found 1"                      },
+          {"link",        "x: %, found 1"                      },
+          {"localtime_r", "x: can't encode value type, found 1"},
+          {"open",        "x: %, found 1"                      },
+          {"rename",      "x: %, found 1"                      },
+          {"stat",        "x: %, found 1"                      },
+          {"strftime",    "x: can't encode value type, found 1"},
+          {"unlink 1",    "x: %, found 1"                      },
+          {"unlink 2",    "done, found 2"                      },
+          {"unlink 3",    "done, found 2"                      },
+  }),
+      outcomes(kCallsOfSaveDurably, saving(saved_alone, &PropertyList::saveDurably)));
 }
 
 // Whatever hides the file from stat() makes the backup the list.
 TEST(Faults, OfALoad) {
-  EXPECT_EQ(
-      (Outcomes{
-          {"fclose",   "done, holds 2"             },
-          {"fopen",    "x: load failed, holds 3"   },
-          {"mktime",   "done, holds 2"             },
-          {"stat",     "done, holds 1"             },
-          {"strptime", "x: malformed date, holds 3"},
+  EXPECT_EQ((Outcomes{
+                {"fclose",   "done, holds 2"             },
+                {"fopen",    "x: load failed, holds 3"   },
+                {"fread",    "x: load failed, holds 3"   },
+                {"fstat",    "done, holds 2"             },
+                {"mktime",   "done, holds 2"             },
+                {"stat",     "done, holds 1"             },
+                {"strptime", "x: malformed date, holds 3"},
   }),
-      outcomes({"stat", "fopen", "fclose", "strptime", "mktime"}, [](Disturbance& disturbance) {
-        const std::string x = disturbance.dir.file("x");
-        save_alone(x, 2);
-        save_alone(x + "~", 1);
-        PropertyList list(x);
-        list["n"] = 3;
-        const std::string outcome = disturbance([&list] { list.load(); });
-        return outcome + ", holds " + std::to_string(list.intForKey("n"));
-      }));
+            outcomes({"stat", "fopen", "fstat", "fread", "fclose", "strptime", "mktime"},
+                     [](Disturbance& disturbance) {
+                       const std::string x = disturbance.dir.file("x");
+                       save_alone(x, 2);
+                       save_alone(x + "~", 1);
+                       PropertyList list(x);
+                       list["n"] = 3;
+                       const std::string outcome = disturbance([&list] { list.load(); });
+                       return outcome + ", holds " + std::to_string(list.intForKey("n"));
+                     }));
 }
 
 // ---- the board ----
@@ -309,8 +405,10 @@ TEST(Faults, OfReadingAConfiguration) {
   EXPECT_EQ((Outcomes{
                 {"fclose", "done"                     },
                 {"fopen",  "Couldn't load conf.xml: %"},
+                {"fread",  "Couldn't load conf.xml: %"},
+                {"fstat",  "done"                     },
   }),
-            outcomes({"fopen", "fclose", "stat"}, [](Disturbance& disturbance) {
+            outcomes({"fopen", "fclose", "fstat", "fread"}, [](Disturbance& disturbance) {
               const std::string conf = disturbance.dir.file("conf.xml");
               write_file(conf, read_file(NASUTIL_SOURCE_DIR "/examples/appliance/nas_conf_db.xml"));
               return disturbance([&conf] { const util::NASConfDB database(conf); });

@@ -97,13 +97,16 @@ std::string calls_of(void (*action)(const TempDir&)) {
 
 TEST(ReplacedCalls, AreUsedByEachPartOfTheLibrary) {
   EXPECT_EQ(
-      "fclose fflush fopen fprintf fputc localtime_r rename setvbuf stat strftime time unlink "
+      "fclose fflush fopen fprintf fputc fwrite localtime_r rename setvbuf stat strftime time "
+      "unlink "
       "vfprintf",
       calls_of(log_and_rotate));
   EXPECT_EQ("localtime_r strftime syslog time", calls_of(log_to_system));
-  EXPECT_EQ("fclose fflush fopen link localtime_r mktime stat strftime strptime unlink",
-            calls_of(save_and_load));
-  EXPECT_EQ("close fchmod fchown fclose fflush fopen fsync link open rename stat unlink",
+  EXPECT_EQ(
+      "fclose ferror fflush fopen fread fstat fwrite link localtime_r mktime stat strftime "
+      "strptime unlink",
+      calls_of(save_and_load));
+  EXPECT_EQ("close fchmod fchown fclose fflush fopen fsync fwrite link open rename stat unlink",
             calls_of(save_durably));
   EXPECT_EQ("fclose fopen fprintf fscanf", calls_of(read_pins));
   EXPECT_EQ("close freeifaddrs getifaddrs ioctl socket", calls_of(list_interfaces));

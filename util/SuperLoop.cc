@@ -100,8 +100,8 @@ void SuperLoop::addEvent(Event* event, Timer when) {
   void* const address = event;
   LOG(kAddEvent, "add event %p; expires at %llu (now: %llu)", address, at, now);
   assert(!event->queued.yes);
-  event->queued.yes = true;
   (inloop ? incoming_events : events).emplace_back(event, when);
+  event->queued.yes = true;  // after what may throw: the caller keeps the event then
 }
 
 void SuperLoop::run_loops(Budget& budget) {

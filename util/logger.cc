@@ -108,7 +108,9 @@ logger::logger(const std::string& own_name, logger* above)
       name(own_name),
       parent(above),
       _useParentPublisher(above != nullptr),
-      amRoot(above == nullptr) {}
+      amRoot(above == nullptr) {
+  checkpoint.reserve(64);  // A pass of the loop logs and has nobody to tell that memory ran out.
+}
 
 logger* logger::rootLogger() {
   static logger* root = nullptr;

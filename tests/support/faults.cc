@@ -12,6 +12,7 @@ thread_local Fault* innermost_fault = nullptr;
 thread_local Recorder* innermost_recorder = nullptr;
 Redirect* innermost_redirect = nullptr;
 SyslogCapture* innermost_capture = nullptr;
+int unsynced_guards = 0;
 
 // True while the support code itself runs: what it calls is neither counted nor failed.
 thread_local bool inside = false;
@@ -77,6 +78,12 @@ const char* redirected(const char* path) {
   }
   return path;
 }
+
+Unsynced::Unsynced() { ++unsynced_guards; }
+
+Unsynced::~Unsynced() { --unsynced_guards; }
+
+bool unsynced() { return unsynced_guards > 0; }
 
 SyslogCapture::SyslogCapture() : outer_(std::exchange(innermost_capture, this)) {}
 

@@ -2,11 +2,13 @@
 // The C library as the tests see it: each call in the list below is replaced in every test program,
 // passes on to the real one, and can be counted, recorded and made to fail.
 //
-//   fopen fclose fflush setvbuf fscanf fprintf vfprintf fputc rename link unlink stat syslog
-//   open fchown fchmod fsync
+//   fopen fclose fflush setvbuf fread fwrite ferror fscanf fprintf vfprintf fputc
+//   rename link unlink stat fstat open fchown fchmod fsync syslog
 //   gettimeofday nanosleep time localtime_r mktime strftime strptime
 //   getifaddrs freeifaddrs socket ioctl close
 #pragma once
+
+#include <errno.h>
 
 #include <functional>
 #include <string>
@@ -39,6 +41,10 @@ class Fault {
   bool fired_ = false;
   Fault* outer_;
 };
+
+// What may befall calls: errors without a meaning of their own to any of them.
+constexpr int kErrors[] = {EIO,    ENOSPC, EDQUOT, EACCES, EPERM,   EROFS, EMFILE,
+                           ENFILE, ENOMEM, EINTR,  EAGAIN, ENOTDIR, ELOOP, ESTALE};
 
 // From construction to destruction collects the calls that this thread makes, in order, each with
 // its path arguments: "link /tmp/a /tmp/a~". Calls made to fail are listed too.
@@ -80,6 +86,15 @@ class Redirect {
   Redirect* outer_;
 };
 
+// From construction to destruction fsync() takes no time and syncs nothing.
+class Unsynced {
+ public:
+  Unsynced();
+  ~Unsynced();
+  Unsynced(const Unsynced&) = delete;
+  Unsynced& operator=(const Unsynced&) = delete;
+};
+
 // Catches what is sent to the system log, as "<priority> text", instead of sending it.
 class SyslogCapture {
  public:
@@ -101,6 +116,7 @@ class SyslogCapture {
 int fault_for(const char* call);  // the errno to fail with, or 0
 void note_call(const char* call, const char* first = nullptr, const char* second = nullptr);
 const char* redirected(const char* path);
+bool unsynced();
 bool capture_syslog(int priority, const std::string& text);
 
 }  // namespace support

@@ -39,6 +39,9 @@ bool fails(const char* call, const char* first = nullptr, const char* second = n
   return error != 0;
 }
 
+// The open stream on which fread() was last made to fail.
+thread_local FILE* failed_reading = nullptr;
+
 std::string formatted(const char* format, va_list args) {
   va_list copy;
   va_copy(copy, args);
@@ -72,6 +75,7 @@ FILE* fopen(const char* path, const char* mode) {
 int fclose(FILE* stream) {
   const bool failing = fails("fclose");
   const int error = errno;
+  if (stream == failed_reading) failed_reading = nullptr;
   const int result = REAL(fclose)(stream);
   if (!failing) return result;
   errno = error;
@@ -82,6 +86,21 @@ int fflush(FILE* stream) { return fails("fflush") ? EOF : REAL(fflush)(stream); 
 
 int setvbuf(FILE* stream, char* buffer, int mode, size_t size) {
   return fails("setvbuf") ? -1 : REAL(setvbuf)(stream, buffer, mode, size);
+}
+
+size_t fread(void* to, size_t size, size_t count, FILE* stream) {
+  if (!fails("fread")) return REAL(fread)(to, size, count, stream);
+  failed_reading = stream;
+  return 0;
+}
+
+// Fails by telling that reading did.
+int ferror(FILE* stream) {
+  return stream == failed_reading || fails("ferror") ? 1 : REAL(ferror)(stream);
+}
+
+size_t fwrite(const void* from, size_t size, size_t count, FILE* stream) {
+  return fails("fwrite") ? 0 : REAL(fwrite)(from, size, count, stream);
 }
 
 int fputc(int c, FILE* stream) { return fails("fputc") ? EOF : REAL(fputc)(c, stream); }
@@ -150,6 +169,10 @@ int stat(const char* path, struct stat* to) {
   return fails("stat", path) ? -1 : REAL(stat)(redirected(path), to);
 }
 
+int fstat(int descriptor, struct stat* to) {
+  return fails("fstat") ? -1 : REAL(fstat)(descriptor, to);
+}
+
 int open(const char* path, int flags, ...) {
   va_list args;
   va_start(args, flags);
@@ -166,7 +189,10 @@ int fchmod(int descriptor, mode_t mode) {
   return fails("fchmod") ? -1 : REAL(fchmod)(descriptor, mode);
 }
 
-int fsync(int descriptor) { return fails("fsync") ? -1 : REAL(fsync)(descriptor); }
+int fsync(int descriptor) {
+  if (fails("fsync")) return -1;
+  return support::unsynced() ? 0 : REAL(fsync)(descriptor);
+}
 
 // ---- system log ----
 
