@@ -106,6 +106,28 @@ TEST(Load, ReadsTheBackupOnlyWithoutTheFile) {
   EXPECT_EQ(2, loaded(dir.file("x")));
 }
 
+TEST(Load, ReadsTheBackupWhateverHidesTheFile) {
+  const TempDir dir;
+  dir.write("x", list_text(2));
+  dir.write("x~", kOne);
+  for (const int error : support::kErrors) {
+    const Fault fault("stat", error);
+    EXPECT_EQ(1, loaded(dir.file("x")));
+  }
+}
+
+TEST(Load, ChangesNothingWhateverHidesFileAndBackup) {
+  const TempDir dir;
+  dir.write("x", list_text(2));
+  dir.write("x~", kOne);
+  for (const int error : support::kErrors) {
+    const Fault fault("stat", error, Fault::kEvery);
+    PropertyList list = list_of(dir.file("x"), 7);
+    list.load();
+    EXPECT_EQ(7, list.intForKey("n"));
+  }
+}
+
 TEST(Load, NamesTheFileThoughTheBackupWasRead) {
   const TempDir dir;
   dir.write("x~", "no list");

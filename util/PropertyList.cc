@@ -259,6 +259,7 @@ malformed_property_list::malformed_property_list(const std::string& file, const 
 const char* malformed_property_list::what() const noexcept { return msg.c_str(); }
 
 void PropertyList::load() {
+  // Kept: what stat() cannot reach, for whatever reason, counts as missing and is no error.
   const bool file_exists = exists();
   if (!file_exists && !backup_exists()) return;
   try {

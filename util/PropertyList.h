@@ -75,8 +75,9 @@ class UTIL_EXPORT PropertyList {
   PropertyList(const char* path) : file(path) {}
 
   // Replaces the list by the content of the file, or of the backup where there is no file. Where
-  // there is neither, nothing changes. Throws malformed_property_list, "<file>: load failed" for
-  // what is no readable XML property list; the list is as before then.
+  // there is neither, nothing changes. What stat() cannot reach, in a folder that may not be
+  // searched or on a failing disk, counts as missing. Throws malformed_property_list, "<file>: load
+  // failed" for what is no readable XML property list; the list is as before then.
   void load();
 
   // Makes the file the backup and writes a new file. Encoding comes first: what has no form in a
@@ -88,7 +89,9 @@ class UTIL_EXPORT PropertyList {
   // The temporary stays, and is from then on a second name of the file. The next save makes it a
   // name of the backup too and writes it in place. So the backup holds what the file holds from
   // the second save on, and while that one writes there is no complete file: a full disk or a
-  // killed process costs both. saveDurably() has none of this.
+  // killed process costs both. A backup that is all there is goes first, so that until the last
+  // step load() finds nothing. Nothing is synced: a power failure may cost both even seconds later.
+  // saveDurably() has none of this.
   void save();
 
   // Writes the list so that load() finds all of the old list or all of the new one, whenever the
@@ -107,7 +110,7 @@ class UTIL_EXPORT PropertyList {
   // list, with paths like "network/servers[2]/name". Empty where all would.
   std::vector<std::string> problems() const;
 
-  bool exists() const;
+  bool exists() const;  // stat() succeeds
   bool backup_exists() const;
 
   // Prints the list to standard output: ("a" = 1, "b" = (x, true)).
