@@ -2,51 +2,27 @@
 // saveDurably(): the old list or the new one, whatever happens.
 #include "tests/support/faults.h"
 #include "tests/support/files.h"
+#include "tests/support/histories.h"
 #include "util/PropertyList.h"
 
 #include <errno.h>
-#include <signal.h>
-#include <sys/ptrace.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <string>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <ticpp.h>
 
+using namespace support;
 using namespace util;
-using support::Fault;
-using support::Recorder;
-using support::SizeLimit;
-using support::TempDir;
 using testing::ElementsAre;
 using testing::EndsWith;
 
 namespace {
-
-PropertyList list_of(const std::string& file, int number) {
-  PropertyList list(file);
-  list["n"] = number;
-  list["text"] = std::string(20000, static_cast<char>('a' + number));  // some writes' worth
-  return list;
-}
-
-// The number of the list that a fresh load finds whole, -1 where there is none.
-int loaded(const std::string& file) {
-  PropertyList list(file);
-  list.load();
-  if (list.getProperties().empty()) return -1;
-  const int number = list.intForKey("n");
-  EXPECT_EQ(std::string(20000, static_cast<char>('a' + number)), list.stringForKey("text"));
-  EXPECT_EQ(2U, list.getProperties().size());
-  return number;
-}
 
 std::string failure(PropertyList& list) {
   try {
@@ -62,81 +38,6 @@ struct stat status_of(const std::string& file) {
   EXPECT_EQ(0, lstat(file.c_str(), &status)) << file;
   return status;
 }
-
-// Runs `action` in a child and kills it when it has entered or left its `nth` system call. False
-// where it came to its end before.
-bool killed_at(int nth, const std::function<void()>& action) {
-  const pid_t child = fork();
-  if (child == 0) {
-    ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-    raise(SIGSTOP);
-    action();
-    _exit(0);
-  }
-  int status = 0;
-  EXPECT_EQ(child, waitpid(child, &status, 0));
-  EXPECT_TRUE(WIFSTOPPED(status)) << "this test needs ptrace()";
-  for (int stop = 0; WIFSTOPPED(status) && stop < nth; ++stop) {
-    EXPECT_EQ(0, ptrace(PTRACE_SYSCALL, child, nullptr, nullptr));
-    EXPECT_EQ(child, waitpid(child, &status, 0));
-  }
-  if (!WIFSTOPPED(status)) {
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    return false;
-  }
-  kill(child, SIGKILL);
-  waitpid(child, &status, 0);
-  return true;
-}
-
-// What may be on disk before: each history leaves list 1 to be loaded.
-struct History {
-  const char* name;
-  void (*make)(const std::string& file);
-  int found;
-};
-
-void nothing(const std::string& /*file*/) {}
-
-void saved_once(const std::string& file) { list_of(file, 1).save(); }
-
-// File, temporary and backup are one file.
-void saved_twice(const std::string& file) {
-  list_of(file, 1).save();
-  list_of(file, 1).save();
-}
-
-void save_alone(const std::string& file, int number) {
-  list_of(file, number).save();
-  unlink((file + ".tmp").c_str());
-}
-
-// As durable saves leave it, without the time that their syncing takes.
-void saved_durably(const std::string& file) {
-  save_alone(file, 1);
-  save_alone(file + "~", 3);
-}
-
-// As a save leaves it that stopped before its last step.
-void only_backup(const std::string& file) {
-  list_of(file, 1).save();
-  rename(file.c_str(), (file + "~").c_str());
-}
-
-// As a durable save leaves it that was killed before its last step.
-void backup_of_the_same(const std::string& file) {
-  save_alone(file, 1);
-  EXPECT_EQ(0, link(file.c_str(), (file + "~").c_str()));
-}
-
-const History kHistories[] = {
-    {"nothing",            nothing,            -1},
-    {"saved once",         saved_once,         1 },
-    {"saved twice",        saved_twice,        1 },
-    {"saved durably",      saved_durably,      1 },
-    {"only a backup",      only_backup,        1 },
-    {"backup of the same", backup_of_the_same, 1 },
-};
 
 }  // namespace
 
@@ -363,15 +264,16 @@ std::string saved_with_fault(const History& history, const char* call, int error
   const std::string x = dir.file("x");
   history.make(x);
   PropertyList list = list_of(x, 2);
-  const int descriptors = support::open_descriptors();
+  const int descriptors = open_descriptors();
   bool fired = false;
   std::string what;
+  const Unsynced quick;
   {
     const Fault fault(call, error, nth);
     what = failure(list);
     fired = fault.fired();
   }
-  EXPECT_EQ(descriptors, support::open_descriptors());
+  EXPECT_EQ(descriptors, open_descriptors());
   const int found = loaded(x);
   if (what == "none") {
     EXPECT_EQ(2, found);
@@ -386,11 +288,14 @@ std::string saved_with_fault(const History& history, const char* call, int error
   return fired ? what : "";
 }
 
+constexpr const char* kCalls[] = {"stat",   "open",   "fopen",  "fwrite", "fflush",
+                                  "fclose", "fchown", "fchmod", "fsync",  "close",
+                                  "unlink", "link",   "rename"};
+
 // Each use of each call fails in turn.
 TEST(SaveDurably, WithAnyCallFailingLeavesTheOldListOrTheNew) {
   for (const History& history : kHistories) {
-    for (const char* call : {"stat", "open", "fopen", "fflush", "fclose", "fchown", "fchmod",
-                             "fsync", "close", "unlink", "link", "rename"}) {
+    for (const char* call : kCalls) {
       int nth = 1;
       while (!saved_with_fault(history, call, EIO, nth).empty()) ++nth;
     }
@@ -398,35 +303,10 @@ TEST(SaveDurably, WithAnyCallFailingLeavesTheOldListOrTheNew) {
 }
 
 TEST(SaveDurably, NamesTheFileAndTheReasonOfEachFailure) {
-  for (const char* call : {"stat", "open", "fopen", "fflush", "fclose", "fchown", "fchmod", "fsync",
-                           "close", "unlink", "link", "rename"}) {
-    for (const int error : {ENOSPC, EIO, EDQUOT, EACCES}) {
+  for (const char* call : kCalls) {
+    for (const int error : kErrors) {
       EXPECT_THAT(saved_with_fault({"saved once", saved_once, 1}, call, error, 1),
                   EndsWith(std::string(": ") + strerror(error)));
     }
-  }
-}
-
-// Killed before each system call, which is after the one before it, after each history.
-TEST(SaveDurably, KilledAnywhereLeavesTheOldListOrTheNew) {
-  for (const History& history : kHistories) {
-    bool killed = true;
-    int old_ones = 0;
-    for (int nth = 1; killed; nth += 2) {  // each second stop is a call's end
-      SCOPED_TRACE(std::string(history.name) + ", stop " + std::to_string(nth));
-      const TempDir dir;
-      const std::string x = dir.file("x");
-      history.make(x);
-      PropertyList list = list_of(x, 2);
-      killed = killed_at(nth, [&list] { list.saveDurably(); });
-      const int found = loaded(x);
-      EXPECT_TRUE(found == history.found || found == 2) << found;
-      EXPECT_TRUE(killed || found == 2);
-      if (found == history.found) ++old_ones;
-      if (nth % 8 != 1) continue;
-      list_of(x, 4).saveDurably();  // what a killed process leaves is in nobody's way
-      EXPECT_EQ(4, loaded(x));
-    }
-    EXPECT_GT(old_ones, 10);
   }
 }

@@ -237,6 +237,19 @@ TEST_F(Process, WithoutStandardErrorHasItsEntriesInTheFileThatIsOpenedNext) {
   EXPECT_EQ(entry("to standard error") + entry("text"), dir.read("x"));
 }
 
+TEST_F(Process, WithTheStandardNumbersTakenFirstKeepsConsoleEntriesOutOfItsFiles) {
+  const int status = forked([this] {
+    for (const int descriptor : {0, 1, 2}) close(descriptor);
+    while (open("/dev/null", O_RDWR) < 2) continue;
+    const int file = open(dir.file("x").c_str(), O_WRONLY | O_CREAT, 0600);
+    EXPECT_EQ(3, file);
+    logger::rootLogger()->enable(INFO);
+    log_entry(logger::rootLogger(), "to standard error");
+  });
+  EXPECT_EQ(0, status);
+  EXPECT_EQ("", dir.read("x"));
+}
+
 // The replaced console publisher has closed standard error.
 TEST_F(Process, LogsOnOnceTheConsolePublisherWasReplaced) {
   const int status = forked([this] {

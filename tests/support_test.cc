@@ -2,15 +2,22 @@
 // The replaced C library calls themselves.
 #include "tests/support/allocations.h"
 #include "tests/support/clock.h"
+#include "tests/support/disk.h"
 #include "tests/support/faults.h"
 #include "tests/support/files.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <sys/time.h>
 #include <syslog.h>
 #include <time.h>
 #include <unistd.h>
+
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -78,6 +85,88 @@ TEST(Redirect, OpensTheOtherFile) {
   ASSERT_NE(nullptr, file);
   EXPECT_EQ('t', fgetc(file));
   fclose(file);
+}
+
+TEST(Fault, OfReadingIsToldByTheStream) {
+  const TempDir dir;
+  dir.write("x", "text");
+  FILE* const file = fopen(dir.file("x").c_str(), "r");
+  ASSERT_NE(nullptr, file);
+  char byte = 0;
+  EXPECT_EQ(1U, fread(&byte, 1, 1, file));
+  EXPECT_EQ(0, ferror(file));
+  const Fault fault("fread", EIO);
+  EXPECT_EQ(0U, fread(&byte, 1, 1, file));
+  EXPECT_NE(0, ferror(file));
+  fclose(file);
+}
+
+// ---- the disk ----
+
+namespace {
+
+using Left = std::set<Disk::Files>;
+
+// What may be left of an empty folder after these calls and a power failure.
+Left left_after(const std::vector<FileCall>& calls) {
+  const TempDir dir;
+  Disk disk(dir.path(), 4);
+  for (FileCall call : calls) {
+    call.path = dir.path() + call.path;
+    call.to = dir.path() + call.to;
+    disk.apply(call);
+  }
+  Left left;
+  EachWay ways;
+  do left.insert(disk.left(std::ref(ways)));
+  while (ways.next());
+  return left;
+}
+
+const FileCall kOpenX = {FileCall::kOpen, "/x", "", 3, O_TRUNC, ""};
+const FileCall kWriteFive = {FileCall::kWrite, "", "", 3, 0, "12345"};
+const FileCall kSyncX = {FileCall::kSync, "", "", 3, 0, ""};
+const FileCall kOpenFolder = {FileCall::kOpen, "", "", 4, 0, ""};
+const FileCall kSyncFolder = {FileCall::kSync, "", "", 4, 0, ""};
+const FileCall kRenameXToY = {FileCall::kRename, "/x", "/y", 0, 0, ""};
+
+}  // namespace
+
+TEST(Disk, LosesNamesThatAreNotSynced) {
+  EXPECT_EQ((Left{{}, {{"x", "12345"}}}), left_after({kOpenX, kWriteFive, kSyncX}));
+}
+
+TEST(Disk, LosesBytesThatAreNotSynced) {
+  const std::string zeros(5, '\0');
+  EXPECT_EQ((Left{
+                {{"x", ""}},
+                {{"x", "12"}},
+                {{"x", "1234"}},
+                {{"x", "12345"}},
+                {{"x", "1234" + zeros.substr(4)}},
+                {{"x", "12" + zeros.substr(3)}},
+                {{"x", "12" + zeros.substr(2)}},
+                {{"x", "12" + zeros.substr(3) + "5"}},
+                {{"x", zeros}},
+                {{"x", zeros.substr(1)}},
+                {{"x", zeros.substr(1) + "5"}},
+            }),
+            left_after({kOpenX, kOpenFolder, kSyncFolder, kWriteFive}));
+}
+
+TEST(Disk, KeepsWhatIsSynced) {
+  EXPECT_EQ((Left{{{"x", "12345"}}}),
+            left_after({kOpenX, kOpenFolder, kWriteFive, kSyncX, kSyncFolder}));
+}
+
+TEST(Disk, MayKeepHalfARename) {
+  EXPECT_EQ((Left{
+                {        },
+                {{"x", ""}},
+                {{"x", ""}, {"y", ""}},
+                {{"y", ""}        }
+  }),
+            left_after({kOpenX, kSyncX, kOpenFolder, kSyncFolder, kRenameXToY}));
 }
 
 TEST(SyslogCapture, CatchesTheFormattedText) {
