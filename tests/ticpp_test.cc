@@ -916,6 +916,18 @@ TEST(SaveFile, RefusesWhatLoadFileWouldRefuseBeforeOpening) {
   EXPECT_EQ(start + "'a b' is no name", refusal(named.document));
 }
 
+// The parser's own writer puts the values of a declaration out as they are.
+TEST(SaveFile, RefusesADeclarationThatWouldNotBeReadBack) {
+  const TempDir dir;
+  for (const char* const value : {"'&#38;#x;'", "'1\"0'", "1\xEF\xBF"}) {
+    const Loaded loaded(std::string("\xEF\xBB\xBF<?xml version=") + value + "><r/>");
+    EXPECT_EQ("Couldn't save " + dir.file("x") + ": a declaration would not be read back",
+              thrown([&] { loaded.document.SaveFile(dir.file("x")); }))
+        << value;
+  }
+  EXPECT_TRUE(dir.list().empty());
+}
+
 TEST(SaveFile, WritesTheDeepestAndWidestThatLoads) {
   const Loaded deep(nested(1024));
   EXPECT_EQ("nothing", thrown([&] { Loaded again(deep.saved()); }));

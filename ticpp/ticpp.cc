@@ -513,7 +513,11 @@ class Printer {
     if (value.empty()) return;
     text_.add(name);
     text_.add("=\"");
+    const size_t start = text_.size();
     text_.add(value);
+    if (value.find_first_of("&\"") != value.npos || (utf8_ && ends_inside_character(start))) {
+      fail("a declaration would not be read back");
+    }
     text_.add("\" ");
   }
 
