@@ -44,8 +44,8 @@ bool namespaces_work() {
 
 void replace_dev(const std::string& dev) {
   EXPECT_TRUE(enter_namespace());
-  EXPECT_EQ(0, mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr));
-  EXPECT_EQ(0, mount(dev.c_str(), "/dev", nullptr, MS_BIND, nullptr));
+  EXPECT_EQ(0, mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr));
+  EXPECT_EQ(0, mount(dev.c_str(), "/dev", "none", MS_BIND, nullptr));
 }
 
 }  // namespace support
