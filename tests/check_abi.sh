@@ -32,7 +32,7 @@ fi
 # inline functions only.
 enumerators() {
   awk -F "'" '/<namespace-decl/ { ours = $2 == "util" } /<enum-decl/ { type = $2 }
-              /<enumerator/ && ours { print type, $2, $4 }' "$1" | sort
+              /<enumerator/ && ours { print type, $2, $4 }' "$1" | sort -u
 }
 if ! abidiff --harmless --no-show-locs "$baseline" "$work/abi" ||
   ! diff <(enumerators "$baseline") <(enumerators "$work/abi"); then

@@ -242,7 +242,7 @@ TEST_F(Process, WithTheStandardNumbersTakenFirstKeepsConsoleEntriesOutOfItsFiles
     for (const int descriptor : {0, 1, 2}) close(descriptor);
     while (open("/dev/null", O_RDWR) < 2) continue;
     const int file = open(dir.file("x").c_str(), O_WRONLY | O_CREAT, 0600);
-    EXPECT_EQ(3, file);
+    EXPECT_LT(2, file);
     logger::rootLogger()->enable(INFO);
     log_entry(logger::rootLogger(), "to standard error");
   });

@@ -290,5 +290,7 @@ void logger::setPublisher(P* p) {
 
 // "<file>:<line>" of here.
 #define UTIL_LOG_POSITION __FILE_NAME__ ":" UTIL_LOG_TEXT(__LINE__)
-#define UTIL_LOG_TEXT(number_) UTIL_LOG_QUOTED(number_)
+// What a macro stands for, as a string literal.
+#define UTIL_LOG_TEXT(macro_) UTIL_LOG_QUOTED(macro_)
+// The argument itself as a string literal.
 #define UTIL_LOG_QUOTED(text_) #text_
