@@ -24,3 +24,9 @@ if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")  # Fortified calls need the optimiser.
   target_compile_options(nasutil_flags INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
 endif()
 target_link_options(nasutil_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
+
+# What comes in this folder is built to be run once. Fortified calls need some optimisation; a Debug
+# build has none.
+macro(nasutil_built_to_run_once)
+  add_compile_options($<IF:$<CONFIG:Debug>,-O0,-Og>)
+endmacro()
