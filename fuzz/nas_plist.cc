@@ -268,10 +268,15 @@ struct Setting {
   }
 };
 
+bool ends_with(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
 // Whether saving may do with these problems, of which it had some before.
 bool are_accepted(const Problems& problems, const Problems& before, bool force) {
   return std::all_of(problems.begin(), problems.end(), [&](const std::string& problem) {
-    return force && std::find(before.begin(), before.end(), problem) != before.end();
+    const bool known = std::find(before.begin(), before.end(), problem) != before.end();
+    return force && known && !ends_with(problem, "cannot be saved");
   });
 }
 

@@ -414,6 +414,17 @@ TEST(NasPlistSet, LosesWhatTheListHadOnlyByForce) {
   EXPECT_EQ(0, got.status);
 }
 
+TEST(NasPlistSet, KeepsByForceNothingThatCannotBeSaved) {
+  const TempDir dir;
+  const std::string old = "<plist><dict><key>r\xEC</key><true/></dict></plist>";
+  dir.write("p", old);
+  const Outcome got = nas_plist({"set", "--force", dir.file("p"), "k", "boolean", "true"});
+  EXPECT_NE(std::string::npos, got.err.find(": a text ends inside a character\n")) << got.err;
+  EXPECT_EQ(1, got.status);
+  EXPECT_EQ(old, dir.read("p"));
+  EXPECT_EQ(Words{"p"}, dir.list());
+}
+
 TEST(NasPlistSet, ReportsAFailedSave) {
   const TempDir dir;
   const std::string old = list(pair("k", "<true />"));
