@@ -177,7 +177,7 @@ def count(build, families, keep=False):
     if keep:
         before.update(now)
         with open(INSTRUCTIONS, "w", encoding="utf-8") as file:
-            file.write("# Instructions of one unit, by scripts/bench --count --keep.\n")
+            file.write("# Instructions of one unit, by scripts/bench --keep.\n")
             for (work, who), number in before.items():
                 file.write(f"{work}\t{who}\t{number}\n")
 
