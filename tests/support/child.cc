@@ -25,8 +25,10 @@ namespace {
   exit(result.Failed() ? 1 : 0);
 }
 
+// What is mounted from then on is seen by this process alone. Not in a folder that is the root.
 bool enter_namespace() {
-  return unshare(geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER) == 0;
+  return unshare(geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER) == 0 &&
+         mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
 }  // namespace
@@ -44,7 +46,6 @@ bool namespaces_work() {
 
 void replace_dev(const std::string& dev) {
   EXPECT_TRUE(enter_namespace());
-  EXPECT_EQ(0, mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr));
   EXPECT_EQ(0, mount(dev.c_str(), "/dev", "none", MS_BIND, nullptr));
 }
 
