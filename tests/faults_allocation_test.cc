@@ -6,18 +6,17 @@
 #include "tests/support/clock.h"
 #include "tests/support/faults.h"
 #include "tests/support/files.h"
+#include "tests/support/work.h"
 #include "util/NASConfDB.h"
 #include "util/PropertyList.h"
 #include "util/SuperLoop.h"
 #include "util/ZEB_GPIO.h"
 #include "util/logger.h"
 
-#include <stdarg.h>
 #include <unistd.h>
 
 #include <functional>
 #include <new>
-#include <sstream>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -25,6 +24,7 @@
 
 using namespace support;
 using testing::IsSubsetOf;
+using testing::PrintToString;
 using util::PropertyList;
 
 // The parser itself loses the element at hand when memory runs out in it. Nobody else may.
@@ -67,13 +67,6 @@ int fail_each_allocation(const std::function<void()>& before, const std::functio
   }
 }
 
-__attribute__((format(printf, 2, 3))) void publish(util::publisher& to, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  to.publish(util::INFO, "here", format, args);
-  va_end(args);
-}
-
 void fill(PropertyList& list, int number) {
   list["n"] = number;
   list["text"] = std::string("a text that is too long for a short string");
@@ -96,22 +89,6 @@ class Idle : public util::EventLoop {
  public:
   void runLoop(util::utime_t) override {}
 };
-
-class Happen : public util::Event {
- public:
-  explicit Happen(int& times) : times_(&times) {}
-
-  void run(util::utime_t) override { ++*times_; }
-
- private:
-  int* times_;
-};
-
-std::string printed(const util::NASConfDB& database) {
-  std::ostringstream text;
-  text << database;
-  return text.str();
-}
 
 }  // namespace
 
@@ -170,10 +147,12 @@ TEST(OutOfMemory, LoadKeepsTheList) {
 
 TEST(OutOfMemory, ReadingAConfigurationFailsAsAWhole) {
   const std::string conf = NASUTIL_SOURCE_DIR "/examples/appliance/nas_conf_db.xml";
-  const std::string whole = printed(util::NASConfDB(conf));
-  const int uses = fail_each_allocation(
-      [] {}, [&conf] { const util::NASConfDB database(conf); },
-      [&](const std::string&) { EXPECT_EQ(whole.size(), printed(util::NASConfDB(conf)).size()); });
+  const std::string whole = PrintToString(util::NASConfDB(conf));
+  const int uses =
+      fail_each_allocation([] {}, [&conf] { const util::NASConfDB database(conf); },
+                           [&](const std::string&) {
+                             EXPECT_EQ(whole.size(), PrintToString(util::NASConfDB(conf)).size());
+                           });
   EXPECT_LT(50, uses);
 }
 

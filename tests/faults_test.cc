@@ -7,6 +7,7 @@
 #include "tests/support/clock.h"
 #include "tests/support/files.h"
 #include "tests/support/network.h"
+#include "tests/support/work.h"
 #include "util/NASConfDB.h"
 #include "util/NetworkInterface.h"
 #include "util/PropertyList.h"
@@ -15,7 +16,6 @@
 #include "util/logger.h"
 
 #include <errno.h>
-#include <stdarg.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -113,13 +113,6 @@ Outcomes outcomes(const Calls& calls, const Round& round) {
 
 // ---- what is disturbed ----
 
-__attribute__((format(printf, 2, 3))) void publish(util::publisher& to, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  to.publish(util::INFO, "here", format, args);
-  va_end(args);
-}
-
 PropertyList list_of(const std::string& file, int number) {
   PropertyList list(file);
   list["date"] = util::utime_t{1172757909000};
@@ -200,16 +193,6 @@ class Count : public util::EventLoop {
 
  private:
   int& rounds_;
-};
-
-class Happen : public util::Event {
- public:
-  explicit Happen(int& times) : times_(&times) {}
-
-  void run(util::utime_t) override { ++*times_; }
-
- private:
-  int* times_;
 };
 
 const Calls kCallsOfSave = {"localtime_r", "strftime", "unlink", "stat",  "link",

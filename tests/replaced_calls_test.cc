@@ -5,14 +5,13 @@
 #include "tests/support/faults.h"
 #include "tests/support/files.h"
 #include "tests/support/network.h"
+#include "tests/support/work.h"
 #include "util/NetworkInterface.h"
 #include "util/PropertyList.h"
 #include "util/Timer.h"
 #include "util/ZEB_GPIO.h"
 #include "util/datetime.h"
 #include "util/logger.h"
-
-#include <stdarg.h>
 
 #include <set>
 #include <string>
@@ -22,13 +21,6 @@
 using namespace support;
 
 namespace {
-
-__attribute__((format(printf, 2, 3))) void publish(util::publisher& to, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  to.publish(util::INFO, "here", format, args);
-  va_end(args);
-}
 
 void log_and_rotate(const TempDir& dir) {
   util::rolling_file_publisher log(dir.file("x").c_str(), 10, 2);

@@ -35,7 +35,6 @@
 #include <new>
 #include <random>
 #include <set>
-#include <sstream>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -45,6 +44,7 @@ using namespace util;
 using support::FrozenClock;
 using support::TempDir;
 using testing::ElementsAre;
+using testing::PrintToString;
 using testing::Test;
 
 // Defined in programs that a sanitizer watches: they have an allocator of their own.
@@ -425,12 +425,6 @@ void judge_loads(const Shared& shared, double took) {
 
 // ---- lists ----
 
-std::string shown(const NASConfDB& database) {
-  std::ostringstream text;
-  text << database;
-  return text.str();
-}
-
 value_struct list_of_all_kinds() {
   value_struct list;
   for (int i = 0; i < 50; ++i) {
@@ -501,8 +495,8 @@ TEST_F(Soak, DurableSavesBesideEightReaders) {
 
 TEST_F(Soak, Configurations) {
   const std::string file = NASUTIL_SOURCE_DIR "/examples/appliance/nas_conf_db.xml";
-  const std::string first = shown(NASConfDB(file));
-  soak("configurations", 100000, [&](long) { EXPECT_EQ(first, shown(NASConfDB(file))); });
+  const std::string first = PrintToString(NASConfDB(file));
+  soak("configurations", 100000, [&](long) { EXPECT_EQ(first, PrintToString(NASConfDB(file))); });
 }
 
 TEST_F(Soak, Interfaces) {
