@@ -1,20 +1,22 @@
 # SPDX-License-Identifier: MIT
-# What is installed, in two components: `runtime` (the shared library) and `dev`.
+# What is installed, in two components: `runtime` (the shared libraries) and `dev`.
 
 include(CMakePackageConfigHelpers)
 
 set(nasutil_cmake_dir "${CMAKE_INSTALL_LIBDIR}/cmake/nasutil")
 
 install(
-  TARGETS nasutil nasutil_static
+  TARGETS nasutil nasutil_static nasutil_service nasutil_service_static
   EXPORT nasutil
   LIBRARY COMPONENT runtime NAMELINK_COMPONENT dev
   ARCHIVE COMPONENT dev)
 install(EXPORT nasutil NAMESPACE nasutil:: FILE nasutilTargets.cmake
         DESTINATION "${nasutil_cmake_dir}" COMPONENT dev)
 
-install(DIRECTORY util/ DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/nasutil/util" COMPONENT dev
-        FILES_MATCHING PATTERN "*.h")
+foreach(folder util service)
+  install(DIRECTORY ${folder}/ DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/nasutil/${folder}"
+          COMPONENT dev FILES_MATCHING PATTERN "*.h")
+endforeach()
 if(NOT NASUTIL_SYSTEM_TICPP)
   install(FILES ticpp/ticpp.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/nasutil" COMPONENT dev)
 endif()
@@ -36,6 +38,8 @@ if(NASUTIL_SYSTEM_TICPP)
   set(nasutil_pc_ticpp_libs " ${NASUTIL_TICPP_LIBRARY}")
   set(nasutil_pc_ticpp_cflags " -I${NASUTIL_TICPP_INCLUDE_DIR}")
 endif()
-configure_file(cmake/nasutil.pc.in generated/nasutil.pc @ONLY)
-install(FILES "${CMAKE_BINARY_DIR}/generated/nasutil.pc"
-        DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT dev)
+foreach(name nasutil nasutil-service)
+  configure_file(cmake/${name}.pc.in generated/${name}.pc @ONLY)
+  install(FILES "${CMAKE_BINARY_DIR}/generated/${name}.pc"
+          DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT dev)
+endforeach()

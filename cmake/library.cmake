@@ -45,7 +45,7 @@ set_source_files_properties(ticpp/ticpp.cc PROPERTIES COMPILE_OPTIONS -fno-inlin
 target_compile_options(nasutil_objects PRIVATE
   $<$<CXX_COMPILER_ID:GNU>:-fno-reorder-blocks-and-partition>)
 set_target_properties(nasutil_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
-# Each class that is named, though its virtual functions may lie elsewhere: tests/check_abi.sh.
+# Each class that is named, though its virtual functions may lie elsewhere: tests/install/check_abi.sh.
 target_compile_options(nasutil_objects
                        PRIVATE $<$<CXX_COMPILER_ID:GNU>:-femit-class-debug-always>)
 target_include_directories(nasutil_objects PRIVATE "${CMAKE_SOURCE_DIR}"

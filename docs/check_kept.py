@@ -19,7 +19,7 @@ def main(root):
         if count:
             marks[str(file.relative_to(root))] = count
     tests = set()
-    for file in root.glob("tests/*_test.cc"):
+    for file in root.glob("tests/*/*_test.cc"):
         found = re.findall(r"^TEST\w*\((\w+),\s*(\w+)\)", file.read_text(encoding="utf-8"), re.M)
         tests.update(f"{suite}.{name}" for suite, name in found)
 

@@ -13,7 +13,7 @@ compile() {
 }
 export -f compile
 
-headers=(util/*.h ticpp/*.h)
+headers=(util/*.h ticpp/*.h service/*.h)
 for compiler in g++ clang++; do
   for mode in c++14 c++17 c++20 c++2b; do
     printf "$compiler $mode %s\n" "${headers[@]}"

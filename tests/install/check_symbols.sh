@@ -8,7 +8,7 @@
 #   check_symbols.sh <shared library> [--renew]      --renew writes the list anew
 set -euo pipefail
 export LC_ALL=C
-list=$(cd "$(dirname "$0")/.." && pwd)/cmake/exported_symbols.txt
+list=$(cd "$(dirname "$0")/../.." && pwd)/cmake/exported_symbols.txt
 
 symbols() {  # <classes of nm>: their names, demangled
   nm -D --defined-only "$library" | awk -v classes="$1" '$2 ~ classes { print $3 }' | c++filt |

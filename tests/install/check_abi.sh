@@ -8,7 +8,7 @@
 #
 # The library is one that g++ built with debugging information for 64-bit x86, whatever the folder.
 set -euo pipefail
-baseline=$(cd "$(dirname "$0")/.." && pwd)/cmake/nasutil.abi
+baseline=$(cd "$(dirname "$0")/../.." && pwd)/cmake/nasutil.abi
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 

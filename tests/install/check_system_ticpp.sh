@@ -30,13 +30,13 @@ if [ -e "$work/installed/include/nasutil/ticpp.h" ]; then
   exit 1
 fi
 
-quietly cmake -S "$source/tests/consumer" -B "$work/client" -G Ninja \
+quietly cmake -S "$source/tests/install/consumer" -B "$work/client" -G Ninja \
   -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$work/installed"
 quietly cmake --build "$work/client"
 export LD_LIBRARY_PATH=$work/installed/lib:$work/ticpp/lib
 for kind in shared static; do "$work/client/consumer_$kind" 2>/dev/null | grep "consumer works"; done
 
 # shellcheck disable=SC2046
-"$compiler" "$source/tests/consumer/main.cc" -o "$work/by_pkg_config" \
+"$compiler" "$source/tests/install/consumer/main.cc" -o "$work/by_pkg_config" \
   $(PKG_CONFIG_PATH=$work/installed/lib/pkgconfig pkg-config --cflags --libs nasutil)
 "$work/by_pkg_config" 2>/dev/null | grep "consumer works"

@@ -14,7 +14,7 @@ trap 'rm -rf "$work"' EXIT
 fail() { echo "FAILED: $1"; exit 1; }
 
 # With the development key everybody can forge signatures.
-cmake -S "$here/.." -B "$work/unset" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" -DBUILD_TESTING=OFF \
+cmake -S "$here/../.." -B "$work/unset" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" -DBUILD_TESTING=OFF \
   -DNASUTIL_BUILD_EXAMPLES=OFF -DNASUTIL_BUILD_TOOLS=OFF >"$work/log" 2>&1
 if (cd "$work/unset" && cpack) >"$work/log" 2>&1; then fail "cpack takes the development key"; fi
 grep -q 'NASUTIL_MD5_KEY is empty or the development key' "$work/log" || fail "cpack's reason"
@@ -26,12 +26,14 @@ grep -q 'NASUTIL_MD5_KEY is empty or the development key' "$work/log" || fail "c
 field() { dpkg-deb -f "$work"/"$1"_"$version"_*.deb "$2"; }
 holds() { dpkg-deb -c "$work"/"$1"_"$version"_*.deb | grep -E "$2" >/dev/null || fail "$1 has no $2"; }
 
-holds libnasutil1 '/libnasutil\.so\.1 -> libnasutil\.so\.1\.[0-9.]+$'
 [[ $(field libnasutil1 Depends) == *libtinyxml* ]] || fail "libnasutil1 does not depend on TinyXML"
 [[ $(field libnasutil1 Depends) == *libssl* ]] || fail "libnasutil1 does not depend on libcrypto"
-[[ $(dpkg-deb -I "$work"/libnasutil1_*.deb shlibs) == "libnasutil 1 libnasutil1"* ]] || fail shlibs
+for library in libnasutil libnasutil-service; do
+  holds libnasutil1 "/$library\\.so\\.1 -> $library\\.so\\.1\\.[0-9.]+\$"
+  holds libnasutil-dev "/$library\\.a\$"
+  dpkg-deb -I "$work"/libnasutil1_*.deb shlibs | grep "^$library 1 libnasutil1" >/dev/null || fail shlibs
+done
 holds libnasutil-dev '/libnasutil\.so -> libnasutil\.so\.1$'
-holds libnasutil-dev '/libnasutil\.a$'
 holds libnasutil-dev '/include/nasutil/util/util\.h$'
 holds libnasutil-dev '/include/nasutil/ticpp\.h$'
 holds libnasutil-dev '/share/nasutil/nas_conf_db\.rng$'
