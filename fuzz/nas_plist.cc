@@ -231,9 +231,9 @@ fuzz::ToolRun run(const std::vector<std::string>& words) {
 std::string reported(const Problems& problems) {
   std::string text;
   for (const std::string& problem : problems) {
-    text += "tool: " + folder().file("list") + ": " + problem + "\n";
+    text += fuzz::message(folder().file("list") + ": " + problem);
   }
-  return fuzz::printable(text);
+  return text;
 }
 
 void check_looking(Loaded& loaded) {

@@ -28,7 +28,9 @@ size_t shown_character(const std::string& text) {
   }
   constexpr uint32_t kFirst[] = {0, 0, 0xA0, 0x800, 0x10000};  // of that size; C1 controls left out
   const bool surrogate = point >= 0xD800 && point <= 0xDFFF;
-  return point >= kFirst[size] && point <= 0x10FFFF && !surrogate ? size : 0;
+  const bool turns = point == 0x61C || (point >= 0x200E && point <= 0x200F) ||
+                     (point >= 0x202A && point <= 0x202E) || (point >= 0x2066 && point <= 0x2069);
+  return point >= kFirst[size] && point <= 0x10FFFF && !surrogate && !turns ? size : 0;
 }
 
 }  // namespace
@@ -83,6 +85,12 @@ std::string quoted(const std::string& text) {
     plain.clear();
   }
   return '"' + to + printable(plain) + '"';
+}
+
+std::string message(const std::string& text) {
+  std::string line = "tool: ";
+  for (const char c : printable(text)) line += c == '\n' ? std::string("\\x0A") : std::string(1, c);
+  return line + "\n";
 }
 
 }  // namespace fuzz

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 
@@ -46,10 +47,24 @@ constexpr Sequence kSequences[] = {
     {0xF4, 0xF4, 4, 0x80, 0x8F},
 };
 
+// Left out too: U+061C, U+200E, U+200F, U+202A to U+202E, U+2066 to U+2069, which let a name look
+// like another.
+constexpr std::string_view kDirections[] = {
+    "\xD8\x9C",     "\xE2\x80\x8E", "\xE2\x80\x8F", "\xE2\x80\xAA", "\xE2\x80\xAB", "\xE2\x80\xAC",
+    "\xE2\x80\xAD", "\xE2\x80\xAE", "\xE2\x81\xA6", "\xE2\x81\xA7", "\xE2\x81\xA8", "\xE2\x81\xA9",
+};
+
+bool changes_direction(std::string_view text) {
+  return std::any_of(
+      std::begin(kDirections), std::end(kDirections),
+      [text](std::string_view sequence) { return text.substr(0, sequence.size()) == sequence; });
+}
+
 bool continues(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
 
 // Bytes of the harmless character that `text` begins with, or 0.
 size_t harmless(std::string_view text) {
+  if (changes_direction(text)) return 0;
   const auto byte = [&text](size_t at) { return static_cast<unsigned char>(text[at]); };
   for (const Sequence& s : kSequences) {
     if (byte(0) < s.first || byte(0) > s.last) continue;
@@ -89,13 +104,25 @@ void fault(const std::string& message) {
 }
 
 void warn(const std::string& message) {
-  std::cerr << program_invocation_short_name << ": " << printable(message) << std::endl;
+  std::cerr << program_invocation_short_name << ": " << printable_line(message) << std::endl;
 }
 
 int wrong_use(const std::string& message) {
   if (!message.empty()) warn(message);
   std::cerr << "Try '" << program_invocation_short_name << " --help'." << std::endl;
   return kWrongUse;
+}
+
+int wrong_option(int result, char* const argv[], const option* table) {
+  if (result == ':') return wrong_use(std::string("'") + argv[optind - 1] + "' needs an argument");
+  for (; table->name != nullptr; ++table) {
+    if (table->val != optopt) continue;
+    return wrong_use(std::string("'--") + table->name + "' does not take an argument");
+  }
+  // A short option shares its word with others; a long one has the word to itself.
+  const std::string word =
+      optopt == 0 ? argv[optind - 1] : std::string("-") + static_cast<char>(optopt);
+  return wrong_use("'" + word + "' is not an option");
 }
 
 int print(const std::string& text) {
@@ -132,6 +159,25 @@ std::string printable(std::string_view text) {
     text.remove_prefix(std::max<size_t>(size, 1));
   }
   return to;
+}
+
+std::string printable_line(std::string_view text) {
+  std::string to = printable(text);
+  for (size_t at = to.find('\n'); at != to.npos; at = to.find('\n', at)) to.replace(at, 1, "\\x0A");
+  return to;
+}
+
+bool on_terminal() { return isatty(STDOUT_FILENO) != 0; }
+
+bool in_colours() {
+  const char* const refused = getenv("NO_COLOR");
+  const char* const terminal = getenv("TERM");
+  return on_terminal() && (refused == nullptr || *refused == '\0') &&
+         (terminal == nullptr || std::string_view(terminal) != "dumb");
+}
+
+std::string for_output(std::string_view text) {
+  return on_terminal() ? printable(text) : std::string(text);
 }
 
 }  // namespace tools

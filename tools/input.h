@@ -2,18 +2,41 @@
 // An input file of a tool that reads it by name.
 #pragma once
 
+#include <unistd.h>
+
+#include <memory>
 #include <string>
 
 namespace tools {
 
-// The file of that name; for "-" a copy of standard input, which is gone with the object.
+class Descriptor {
+ public:
+  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
+  ~Descriptor() {
+    if (descriptor_ >= 0) close(descriptor_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int get() const { return descriptor_; }
+
+ private:
+  int descriptor_;
+};
+
+// Throws std::runtime_error for a FIFO, a device or a socket: reading it may block or never end.
+void refuse_special_file(const std::string& path);
+
+// How much of a stream is read, 64 MiB unless it is set. False if the text is not a number of MiB.
+bool set_input_limit(const std::string& mebibytes);
+
+// The file of that name. For a stream, which "-" and the shell's "<(command)" are, a copy of all it
+// gives, which is gone with the object.
 class Input {
  public:
-  // Throws std::system_error where standard input cannot be read.
+  // Throws std::system_error where a stream cannot be read, std::runtime_error where it gives more
+  // than the limit and where the name is that of a special file.
   explicit Input(const std::string& file);
-  ~Input();
-  Input(const Input&) = delete;
-  Input& operator=(const Input&) = delete;
 
   const std::string& path() const { return path_; }
   const std::string& name() const { return name_; }  // for messages
@@ -24,7 +47,7 @@ class Input {
  private:
   std::string name_;
   std::string path_;
-  int copy_ = -1;
+  std::unique_ptr<Descriptor> copy_;
 };
 
 }  // namespace tools

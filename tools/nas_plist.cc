@@ -42,7 +42,8 @@ Looks into a property list, and changes it. "-" is standard input, except for se
 
   --function NAME  script text of a function of this name that returns the list
   --force          saves although something else in the list will not be kept
-  --help           shows this
+  --input-limit N  reads at most N MiB of standard input; without it, 64
+  -h, --help       shows this
   --version        shows the version
 
 TYPE and VALUE: integer 42, real 0.5, string TEXT, boolean true or false, data BASE64,
@@ -78,6 +79,7 @@ std::string reason_in(const std::string& path) try {
 void load(util::PropertyList& list, const Input& file) {
   const bool exists = list.exists();
   const std::string missing = file.name() + ": " + strerror(errno);
+  if (!exists) refuse_special_file(file.path() + "~");
   const util::Value unloaded;
   list.setValueForKey("", unloaded);
   try {
@@ -207,8 +209,9 @@ int run_js(const Request& request) {
   const util::Value value(list.getProperties());
   if (holds_date(value)) warn(file.name() + ": dates are bare text, which no script can read");
   const util::JSEmit js;
-  return print(
-      (request.function ? js.emitFunction(*request.function, value) : js.emitValue(value)) + "\n");
+  return print(for_output(request.function ? js.emitFunction(*request.function, value)
+                                           : js.emitValue(value)) +
+               "\n");
 }
 
 // ---- set ----
@@ -331,26 +334,32 @@ constexpr Command kCommands[] = {
     {"set",   3, 4, run_set  },
 };
 
-enum Option { kFunction = 256, kForce, kHelp, kVersion };
+enum Option { kFunction = 256, kForce, kInputLimit, kVersion, kHelp = 'h' };
 
 constexpr option kOptions[] = {
-    {"function", required_argument, nullptr, kFunction},
-    {"force",    no_argument,       nullptr, kForce   },
-    {"help",     no_argument,       nullptr, kHelp    },
-    {"version",  no_argument,       nullptr, kVersion },
-    {nullptr,    0,                 nullptr, 0        }
+    {"function",    required_argument, nullptr, kFunction  },
+    {"force",       no_argument,       nullptr, kForce     },
+    {"help",        no_argument,       nullptr, kHelp      },
+    {"input-limit", required_argument, nullptr, kInputLimit},
+    {"version",     no_argument,       nullptr, kVersion   },
+    {nullptr,       0,                 nullptr, 0          }
 };
 
 // The options up to the next word. The status to exit with where one ends the run.
 std::optional<int> parse_options(int argc, char** argv, Request& to) {
   for (int option = 0;
-       (option = getopt_long(argc, argv, "+", std::begin(kOptions), nullptr)) != -1;) {
+       (option = getopt_long(argc, argv, "+:h", std::begin(kOptions), nullptr)) != -1;) {
     switch (option) {
       case kFunction: to.function = optarg; break;
       case kForce: to.force = true; break;
+      case kInputLimit:
+        if (!set_input_limit(optarg)) {
+          return wrong_use("'" + std::string(optarg) + "' is not a number of MiB");
+        }
+        break;
       case kHelp: return print(kUsage);
       case kVersion: return print_version();
-      default: return wrong_use();
+      default: return wrong_option(option, argv, std::begin(kOptions));
     }
   }
   return std::nullopt;

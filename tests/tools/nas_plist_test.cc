@@ -477,7 +477,11 @@ TEST(NasPlist, RefusesWrongUse) {
       {{"set", "x", "a[1]b", "integer", "1"},
        "nas-plist: 'a[1]b' has no \"/\" or \"[\" behind a \"]\"\n"                                     },
       {{"set", "x", "a\\", "integer", "1"},   "nas-plist: 'a\\' ends with a \"\\\"\n"                  },
-      {{"check", "--all", "x"},               std::string(TOOL) + ": unrecognized option '--all'\n"    },
+      {{"check", "--all", "x"},               "nas-plist: '--all' is not an option\n"                  },
+      {{"check", "-1", "x"},                  "nas-plist: '-1' is not an option\n"                     },
+      {{"check", "--help=x"},                 "nas-plist: '--help' does not take an argument\n"        },
+      {{"js", "--function"},                  "nas-plist: '--function' needs an argument\n"            },
+      {{"show", "--input-limit", "x", "y"},   "nas-plist: 'x' is not a number of MiB\n"                },
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.message);
@@ -487,6 +491,74 @@ TEST(NasPlist, RefusesWrongUse) {
     EXPECT_EQ(2, got.status);
   }
 }
+
+// ---- hostile input ----
+
+TEST(NasPlist, WritesMessagesOnOneLineWithoutControls) {
+  const std::string turned = "\xE2\x80\xAE";
+  const Outcome option = nas_plist({"show", "--\033[31m" + turned, "x"});
+  EXPECT_EQ("nas-plist: '--\\x1B[31m\\xE2\\x80\\xAE' is not an option\nTry 'nas-plist --help'.\n",
+            option.err);
+  const Outcome name = nas_plist({"show", "/x\nnas-plist: forged"});
+  EXPECT_EQ("nas-plist: /x\\x0Anas-plist: forged: No such file or directory\n", name.err);
+}
+
+TEST(NasPlist, MakesMarksOfDirectionVisible) {
+  const std::string file = list(pair("a",
+                                     "<string>\xE2\x81\xA6"
+                                     "fdp.exe\xD8\x9C</string>"));
+  EXPECT_EQ(
+      "a: \"\\xE2\\x81\\xA6"
+      "fdp.exe\\xD8\\x9C\"\n",
+      nas_plist({"show", "-"}, file).out);
+}
+
+TEST(NasPlist, WritesNoControlsOfAScriptToATerminal) {
+  const TempDir dir;
+  dir.write("p", list_of("<string>\033[31m</string>"));
+  EXPECT_EQ("{ 'a' : '\\x1B[31m' }\r\n", support::run_on_terminal({TOOL, "js", dir.file("p")}).out);
+  EXPECT_EQ("{ 'a' : '\033[31m' }\n", nas_plist({"js", dir.file("p")}).out);
+}
+
+TEST(NasPlist, RefusesStandardInputThatNeverEnds) {
+  for (const Words& command : {
+           Words{"show", "--input-limit", "1", "-"},
+           Words{"show",   "-"                 }
+  }) {
+    Words words = {"/bin/sh", "-c", "exec \"$@\" </dev/zero", "sh", TOOL};
+    words.insert(words.end(), command.begin(), command.end());
+    const Outcome got = support::run(words);
+    const std::string most = command.size() == 2 ? "64" : "1";
+    EXPECT_EQ("nas-plist: standard input: more than " + most + " MiB; --input-limit allows more\n",
+              got.err);
+    EXPECT_EQ(1, got.status);
+    EXPECT_LT(got.peak, 100 << 10);
+  }
+}
+
+TEST(NasPlist, RefusesSpecialFiles) {
+  const TempDir dir;
+  const std::string fifo = dir.file("fifo");
+  ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+  ASSERT_EQ(0, mkfifo(dir.file("gone~").c_str(), 0600));
+  EXPECT_EQ("nas-plist: " + fifo + ": is a FIFO, not a file\n", nas_plist({"show", fifo}).err);
+  EXPECT_EQ("nas-plist: " + dir.file("gone~") + ": is a FIFO, not a file\n",
+            nas_plist({"check", dir.file("gone")}).err);
+  const Outcome device = nas_plist({"set", "/dev/zero", "a", "integer", "1"});
+  EXPECT_EQ("nas-plist: /dev/zero: is a device, not a file\n", device.err);
+  EXPECT_EQ(1, device.status);
+}
+
+TEST(NasPlist, ReadsWhatACommandWrites) {
+  const TempDir dir;
+  dir.write("p", list_of("<true />"));
+  const Outcome got =
+      support::run({"/bin/bash", "-c", std::string(TOOL) + " show <(cat '" + dir.file("p") + "')"});
+  EXPECT_EQ("a: true\n", got.out);
+  EXPECT_EQ("", got.err);
+}
+
+// ---- its own words ----
 
 TEST(NasPlist, ShowsItsVersion) {
   const Outcome got = nas_plist({"--version"});
@@ -502,9 +574,9 @@ TEST(NasPlist, HelpAndManualNameEveryCommandOptionAndType) {
     EXPECT_NE(std::string::npos, help.out.find("\n  " + command + " ")) << command;
     EXPECT_NE(std::string::npos, manual.find(".It Cm " + command)) << command;
   }
-  for (const std::string& option : Words{"function", "force", "help", "version"}) {
+  for (const std::string& option : Words{"function", "force", "input-limit", "help", "version"}) {
     EXPECT_NE(std::string::npos, help.out.find("--" + option)) << option;
-    EXPECT_NE(std::string::npos, manual.find(".It Fl -" + option)) << option;
+    EXPECT_NE(std::string::npos, manual.find("Fl -" + option)) << option;
   }
   for (const std::string& type :
        Words{"integer", "real", "string", "boolean", "date", "data", "dict", "array"}) {
