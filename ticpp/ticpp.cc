@@ -338,17 +338,20 @@ class Scan {
 
 // ---- reading ----
 
-// All of the file with newlines as the parser's own loader makes them, and the padding behind.
+// The file up to its first NUL byte, with newlines as the parser's own loader makes them, and the
+// padding behind.
 std::string read_all(FILE* file) {
   struct stat status = {};
   fstat(fileno(file), &status);
   const auto expected = static_cast<size_t>(std::min<off_t>(status.st_size, 1 << 24));
   std::string text(expected + Scan::kPadding, '\0');
   size_t size = 0;
-  for (size_t got = 1; got > 0; size += got) {
+  for (bool more = true; more;) {
     if (size == text.size()) text.resize(2 * size);
-    got = fread(&text[size], 1, text.size() - size, file);
-    if (memchr(&text[size], '\0', got) != nullptr) fail("a NUL byte in the text");
+    const size_t got = fread(&text[size], 1, text.size() - size, file);
+    const size_t used = strnlen(&text[size], got);  // the text ends where it does for the parser
+    size += used;
+    more = got > 0 && used == got;
   }
   if (ferror(file) != 0) fail(strerror(errno));
   text.resize(size);

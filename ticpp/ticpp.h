@@ -142,10 +142,11 @@ class UTIL_EXPORT Document : public Node {
  public:
   Document();
 
-  // Replaces the document by the content of `file`. Throws "Couldn't load <file>: <reason>" where
-  // it cannot be read or parsed, and for what would exhaust the stack or the time of whoever reads
-  // it: elements nested deeper than 1,024, an element with more than 256 attributes. A file with a
-  // NUL byte is refused too, since all behind it would be lost. The document is empty then.
+  // Replaces the document by the content of `file`, up to its first NUL byte: after a loss of power
+  // zeros may follow a whole document. Throws "Couldn't load <file>: <reason>" if the file cannot
+  // be read or parsed, and for what would exhaust the stack or the time of whoever reads it:
+  // elements nested deeper than 1,024, an element with more than 256 attributes. The document is
+  // empty then.
   void LoadFile(const std::string& file);
 
   // Writes the document to `file`, emptying an existing one in place. Throws "Couldn't save <file>:

@@ -19,18 +19,19 @@
 namespace util {
 namespace {
 
-const std::string _PLIST = "plist";
-const std::string _VERSION = "version";
-const std::string _DICT = "dict";
-const std::string _KEY = "key";
-const std::string _INTEGER = "integer";
-const std::string _REAL = "real";
-const std::string _STRING = "string";
-const std::string _TRUE = "true";
-const std::string _FALSE = "false";
-const std::string _DATE = "date";
-const std::string _DATA = "data";
-const std::string _ARRAY = "array";
+// Not objects: static objects of a program may load and save before those of the library are there.
+constexpr char _PLIST[] = "plist";
+constexpr char _VERSION[] = "version";
+constexpr char _DICT[] = "dict";
+constexpr char _KEY[] = "key";
+constexpr char _INTEGER[] = "integer";
+constexpr char _REAL[] = "real";
+constexpr char _STRING[] = "string";
+constexpr char _TRUE[] = "true";
+constexpr char _FALSE[] = "false";
+constexpr char _DATE[] = "date";
+constexpr char _DATA[] = "data";
+constexpr char _ARRAY[] = "array";
 
 class Encoder {
  public:
@@ -45,7 +46,7 @@ class Encoder {
  private:
   [[noreturn]] void fail(const char* text) const { throw malformed_property_list(file_, text); }
 
-  const std::string& name(const Value& v) const {
+  const char* name(const Value& v) const {
     switch (v.get_type()) {
       case INTEGER: return _INTEGER;
       case BOOLEAN: return static_cast<const bool&>(v) ? _TRUE : _FALSE;
@@ -122,7 +123,7 @@ class Decoder {
 
  private:
   struct Rule {
-    const std::string& name;
+    const char* name;
     Value (Decoder::*decode)(const ticpp::Element& e) const;
   };
   static const Rule kRules[];

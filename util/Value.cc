@@ -114,29 +114,25 @@ void print_array(std::ostream& os, const value_array& elements) {
   os << ")";
 }
 
-void print(std::ostream& os, const Value& v) {
-  switch (v.get_type()) {
-    case INTEGER: os << static_cast<const int&>(v); break;
-    case BOOLEAN: os << (static_cast<const bool&>(v) ? "true" : "false"); break;
-    case DOUBLE: os << static_cast<const double&>(v); break;
-    case STRING: os << static_cast<const std::string&>(v); break;
-    case DATE_TIME: os << unparse_time(v, "%FT%TZ"); break;  // Kept: "Z", though local time.
-    case BYTE_STRING: print_bytes(os, v); break;
-    case STRUCT: print_struct(os, v); break;
-    case ARRAY: print_array(os, v); break;
+}  // namespace
+
+void Value::print(std::ostream& os) const {
+  switch (type) {
+    case INTEGER: os << static_cast<const int&>(*this); break;
+    case BOOLEAN: os << (static_cast<const bool&>(*this) ? "true" : "false"); break;
+    case DOUBLE: os << static_cast<const double&>(*this); break;
+    case STRING: os << static_cast<const std::string&>(*this); break;
+    case DATE_TIME: os << unparse_time(*this, "%FT%TZ"); break;  // Kept: "Z", though local time.
+    case BYTE_STRING: print_bytes(os, *this); break;
+    case STRUCT: print_struct(os, *this); break;
+    case ARRAY: print_array(os, *this); break;
     case VOID: os << "*VOID*"; break;
   }
 }
 
-}  // namespace
 }  // namespace util
 
-std::ostream& operator<<(std::ostream& os, const util::Value& v) {
-  util::print(os, v);
-  return os;
-}
-
 std::ostream& operator<<(std::ostream& os, util::Value& v) {
-  util::print(os, v);
+  v.print(os);
   return os;
 }

@@ -9,6 +9,7 @@
 #include <iosfwd>
 #include <map>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -81,6 +82,13 @@ class UTIL_EXPORT Value {
   Type get_type() const { return type; }
   void set_type(Type t) { type = t; }  // leaves every payload as it is
 
+  // Prints for people: ("a" = 1, "b" = (x, true)), instants as local time, bytes as hexadecimal
+  // numbers, VOID as *VOID*.
+  //
+  // Printing a byte string leaves the stream in hexadecimal with the fill character '0', an empty
+  // one also with a field width of 2.
+  void print(std::ostream& os) const;
+
   // What the value holds, to read and to change; a type_exception where that is of another kind.
   operator int&() { return checked(INTEGER, value._int); }
   operator const int&() const { return checked(INTEGER, value._int); }
@@ -128,18 +136,15 @@ class UTIL_EXPORT Value {
   value_array _array;
 };
 
+// Prints const values and temporaries. A template yields to a program's own function of this kind.
+template <class T>
+typename std::enable_if<std::is_same<T, Value>::value, std::ostream&>::type operator<<(
+    std::ostream& os, const T& v) {
+  v.print(os);
+  return os;
+}
+
 }  // namespace util
 
-// Prints for people: ("a" = 1, "b" = (x, true)), instants as local time, bytes as hexadecimal
-// numbers, VOID as *VOID*.
-//
-// Printing a byte string leaves the stream in hexadecimal with the fill character '0', an empty
-// one also with a field width of 2.
-UTIL_EXPORT std::ostream& operator<<(std::ostream& os, const util::Value& v);
+// Prints as Value::print() does.
 UTIL_EXPORT std::ostream& operator<<(std::ostream& os, util::Value& v);
-
-namespace util {
-
-using ::operator<<;  // Found from inside this namespace, and by argument from any other.
-
-}  // namespace util

@@ -106,6 +106,10 @@ std::string without(const std::string& element, std::string text = kDocument) {
 
 TEST(NASConfDBReader, ReadsTheVersion) { EXPECT_EQ(3, read(kDocument).get_version()); }
 
+TEST(NASConfDBReader, ReadsADocumentWithZerosBehindIt) {
+  EXPECT_EQ(3, read(kDocument + std::string(4096, '\0') + "<nas_conf_db>").get_version());
+}
+
 TEST(NASConfDBReader, ReadsTheSystem) {
   const NASConfDB database = read(kDocument);
   const NASSystem& system = database.get_system();

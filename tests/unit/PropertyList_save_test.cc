@@ -179,6 +179,14 @@ TEST(Load, RefusesAListCutAtAnyByte) {
   EXPECT_EQ(3U, list.getProperties().size());
 }
 
+// A loss of power fills files up with zeros.
+TEST(Load, ReadsAListWithZerosBehindIt) {
+  const TempDir dir;
+  list_of(dir.file("x"), 1).saveDurably();
+  dir.write("x", dir.read("x") + std::string(4096, '\0') + "<plist>");
+  EXPECT_EQ(1, loaded(dir.file("x")));
+}
+
 TEST(Load, RefusesTwentyThousandLevels) {
   std::string deep = "<plist><dict><key>a</key>";
   for (int i = 0; i < 20000; ++i) deep += "<array>";

@@ -617,6 +617,12 @@ TEST(PrintValue, ReturnsTheStream) {
   EXPECT_EQ(&os, &(os << std::as_const(v)));
 }
 
+TEST(PrintValue, IsAMemberToo) {
+  std::ostringstream os;
+  Value(5).print(os);
+  EXPECT_EQ("5", os.str());
+}
+
 TEST(PrintValue, IsAFunctionOfTheGlobalNamespace) {
   std::ostream& (*const print)(std::ostream&, util::Value&) = &::operator<<;
   std::ostringstream os;
