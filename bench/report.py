@@ -33,6 +33,7 @@ GOALS = [
     (r"loading a list of 1 MB", "TinyXML", 1.35),
     (r"base64.*", "OpenSSL", 1 / 1.3),
     (r"script text of 100 KB", "RapidJSON", 1),
+    (r"JSON .*", "nlohmann", 1),
     (r"sorting .*", "strverscmp", 1 / 1.5),
     (r"(un)?escaping, .*", "GLib", 1 / 1.5),
     (r"reading a configuration of 50 shares", "TinyXML", 1.15),

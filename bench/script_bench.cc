@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "bench/bench.h"
+#include "service/json.h"
 #include "util/JSEmit.h"
 #include "util/Value.h"
 
@@ -143,12 +144,42 @@ auto emit_by_hand(int shares) {
   return [v, room] { bench::keep(Pen(room->data()).value(v)); };
 }
 
+auto write_json(int shares) {
+  return [v = tree(shares)] { bench::keep(service::to_json(v)); };
+}
+
+auto read_ours(const std::string& text) {
+  return [text] { bench::keep(service::from_json(text)); };
+}
+
+auto read_nlohmann(const std::string& text) {
+  return [text] { bench::keep(json::parse(text)); };
+}
+
+auto read_rapidjson(const std::string& text) {
+  return [text] {
+    rapidjson::Document document;
+    document.Parse(text.data(), text.size());
+    bench::keep(document);
+  };
+}
+
 void add_size(const std::string& size, int shares) {
-  const std::string work = "script text of " + size;
+  std::string work = "script text of " + size;
   bench::add(work, "ours", [=] { return emit_ours(shares); });
   bench::add(work, "RapidJSON", [=] { return emit_rapidjson(shares); });
   bench::add(work, "nlohmann", [=] { return emit_nlohmann(shares); });
   bench::add(work, "floor", [=] { return emit_by_hand(shares); });
+  work = "JSON text of " + size;
+  const std::string text = service::to_json(tree(shares));
+  bench::require(json::parse(text) == to_nlohmann(tree(shares)), "JSON text");
+  bench::add(work, "ours", [=] { return write_json(shares); });
+  bench::add(work, "RapidJSON", [=] { return emit_rapidjson(shares); });
+  bench::add(work, "nlohmann", [=] { return emit_nlohmann(shares); });
+  work = "JSON read, " + size;
+  bench::add(work, "ours", [=] { return read_ours(text); });
+  bench::add(work, "RapidJSON", [=] { return read_rapidjson(text); });
+  bench::add(work, "nlohmann", [=] { return read_nlohmann(text); });
 }
 
 }  // namespace

@@ -6,7 +6,7 @@ include(CMakePackageConfigHelpers)
 set(nasutil_cmake_dir "${CMAKE_INSTALL_LIBDIR}/cmake/nasutil")
 
 install(
-  TARGETS nasutil nasutil_static nasutil_service nasutil_service_static
+  TARGETS nasutil nasutil_static ${nasutil_service_targets}
   EXPORT nasutil
   LIBRARY COMPONENT runtime NAMELINK_COMPONENT dev
   ARCHIVE COMPONENT dev)

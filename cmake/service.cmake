@@ -2,16 +2,37 @@
 # The additions for daemons, a library of their own on top of nasutil: shared and static from the
 # same objects.
 
-set(NASUTIL_SERVICE_MODULES notify)
+set(NASUTIL_SERVICE_MODULES json notify utf8)
+
+# Headers only, and only here: no client needs them.
+find_path(RAPIDJSON_INCLUDE_DIR rapidjson/reader.h)
+mark_as_advanced(RAPIDJSON_INCLUDE_DIR)
+set(nasutil_service_targets nasutil_service nasutil_service_static)
+if(NOT RAPIDJSON_INCLUDE_DIR)
+  set(nasutil_service_targets "")
+  set(text "the headers of RapidJSON are missing (package rapidjson-dev)")
+  if(BUILD_TESTING OR NASUTIL_BUILD_EXAMPLES OR NASUTIL_BUILD_TOOLS)
+    message(FATAL_ERROR "${PROJECT_NAME}: ${text}.")
+  endif()
+  message(WARNING "${PROJECT_NAME}: libnasutil-service is left out, ${text}.")
+  return()
+endif()
 
 add_library(nasutil_service_objects OBJECT)
 foreach(module IN LISTS NASUTIL_SERVICE_MODULES)
   target_sources(nasutil_service_objects PRIVATE service/${module}.cc)
 endforeach()
-target_compile_options(nasutil_service_objects PRIVATE "$<$<NOT:$<CONFIG:Debug>>:-Os>")
+# Small where the kernel decides the time.
+foreach(module IN LISTS NASUTIL_SERVICE_MODULES)
+  if(NOT module MATCHES "^(json|utf8)$")
+    set_source_files_properties(service/${module}.cc PROPERTIES COMPILE_OPTIONS
+                                                                "$<$<NOT:$<CONFIG:Debug>>:-Os>")
+  endif()
+endforeach()
 set_target_properties(nasutil_service_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
 target_include_directories(nasutil_service_objects PRIVATE "${CMAKE_SOURCE_DIR}"
                                                            "${nasutil_ticpp_include}")
+target_include_directories(nasutil_service_objects SYSTEM PRIVATE "${RAPIDJSON_INCLUDE_DIR}")
 target_link_libraries(nasutil_service_objects PRIVATE nasutil_flags OpenSSL::Crypto)
 
 foreach(suffix "" _static)

@@ -1,0 +1,356 @@
+// SPDX-License-Identifier: MIT
+#include "service/json.h"
+
+#include "service/utf8.h"
+#include "util/base64.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <set>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+// The parser: it streams, so no second tree is built, and tells where a fault is. Its numbers are
+// taken as text: std::from_chars gives the nearest double, always.
+#include <rapidjson/error/en.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
+
+namespace service {
+namespace {
+
+constexpr char kReplacement[] = "\xEF\xBF\xBD";  // U+FFFD
+constexpr size_t kMostDepth = 10000;             // what a Value is safe with
+constexpr int64_t kLargestExact = INT64_C(1) << 53;
+
+// ---- writing ----
+
+// By byte: what stands for it behind a backslash, 'u' for its number, NUL where it stays. For '<'
+// and beyond ASCII more decides.
+constexpr std::array<char, 256> escape_letters() {
+  std::array<char, 256> letters = {};
+  for (size_t c = 0; c < 256; ++c) letters[c] = c < 32 || c > 127 ? 'u' : '\0';
+  letters['\b'] = 'b';
+  letters['\f'] = 'f';
+  letters['\n'] = 'n';
+  letters['\r'] = 'r';
+  letters['\t'] = 't';
+  for (const unsigned char c : {'"', '\\', '<'}) letters[c] = static_cast<char>(c);
+  return letters;
+}
+
+constexpr std::array<char, 256> kLetters = escape_letters();
+
+std::string escaped_number(unsigned code) {
+  char text[8];
+  snprintf(text, sizeof text, "\\u%04X", code);
+  return text;
+}
+
+// "2008-05-01T14:03:59.250Z". By days and not by the C library, whose time_t may have 32 bits.
+std::string utc_text(util::utime_t instant) {
+  const uint64_t seconds = instant / 1000;
+  const uint64_t days = seconds / 86400 + 719468;  // since 1 March of the year 0
+  const uint64_t era = days / 146097;              // of 400 years
+  const uint64_t day_of_era = days % 146097;
+  const uint64_t year_of_era =
+      (day_of_era - day_of_era / 1460 + day_of_era / 36524 - day_of_era / 146096) / 365;
+  const uint64_t day_of_year =
+      day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
+  const uint64_t shifted = (5 * day_of_year + 2) / 153;  // months since March
+  const uint64_t day = day_of_year - (153 * shifted + 2) / 5 + 1;
+  const uint64_t month = shifted < 10 ? shifted + 3 : shifted - 9;
+  const uint64_t year = era * 400 + year_of_era + (month <= 2 ? 1 : 0);
+  const auto part = [](uint64_t number) { return static_cast<unsigned long long>(number); };
+  char text[64];
+  snprintf(text, sizeof text, "%04llu-%02llu-%02lluT%02llu:%02llu:%02llu.%03lluZ", part(year),
+           part(month), part(day), part(seconds / 3600 % 24), part(seconds / 60 % 60),
+           part(seconds % 60), part(instant % 1000));
+  return text;
+}
+
+class Writer {
+ public:
+  explicit Writer(unsigned style)
+      : indented_((style & INDENTED) != 0), in_script_((style & IN_SCRIPT) != 0) {}
+
+  void value(const util::Value& v) {
+    switch (v.get_type()) {
+      case util::INTEGER: return integer(v);
+      case util::BOOLEAN: return add(static_cast<const bool&>(v) ? "true" : "false");
+      case util::DOUBLE: return real(v);
+      case util::STRING: return quoted(static_cast<const std::string&>(v));
+      case util::DATE_TIME: return quoted(utc_text(v));
+      case util::BYTE_STRING: return bytes(v);
+      case util::STRUCT: return object(v);
+      case util::ARRAY: return array(v);
+      case util::VOID: break;
+    }
+    add("null");
+  }
+
+  std::string take() { return std::move(text_); }
+
+ private:
+  void add(std::string_view piece) { text_ += piece; }
+
+  void integer(int number) {
+    char text[16];
+    add({text, static_cast<size_t>(std::to_chars(text, std::end(text), number).ptr - text)});
+  }
+
+  // The shortest digits that give the number back, with a point or an exponent.
+  void real(double number) {
+    if (!std::isfinite(number)) return add("null");
+    char text[32];
+    char* end = std::to_chars(text, std::end(text), number).ptr;
+    const bool whole = std::none_of(text, end, [](char c) { return c == '.' || c == 'e'; });
+    add({text, static_cast<size_t>(end - text)});
+    if (whole) add(".0");
+  }
+
+  void bytes(const util::byte_string& bytes) {
+    add("\"");
+    util::b64_encode(bytes, text_, 0);
+    add("\"");
+  }
+
+  void quoted(std::string_view s) {
+    add("\"");
+    const char* const end = s.data() + s.size();
+    for (const char* at = s.data(); at != end;) {
+      const char* const plain = at;
+      while (at != end && stays(*at)) ++at;
+      add({plain, static_cast<size_t>(at - plain)});
+      if (at != end) at = character(at, end);
+    }
+    add("\"");
+  }
+
+  bool stays(char c) const {
+    const char letter = kLetters[static_cast<unsigned char>(c)];
+    return letter == '\0' || (letter == '<' && !in_script_);
+  }
+
+  // Writes the one at `at`, which does not simply stay; returns what is behind it.
+  const char* character(const char* at, const char* end) {
+    const auto byte = static_cast<unsigned char>(*at);
+    if (byte >= 128) return beyond_ascii(at, end);
+    const char letter = kLetters[byte];
+    if (letter == 'u' || letter == '<') {
+      add(escaped_number(byte));
+    } else {
+      text_ += '\\';
+      text_ += letter;
+    }
+    return at + 1;
+  }
+
+  const char* beyond_ascii(const char* at, const char* end) {
+    const auto [size, valid] = utf8_piece(at, end);
+    const std::string_view piece(at, size);
+    if (!valid) {
+      add(kReplacement);
+    } else if (in_script_ && (piece == "\xE2\x80\xA8" || piece == "\xE2\x80\xA9")) {
+      add(piece.back() == '\xA8' ? "\\u2028" : "\\u2029");
+    } else {
+      add(piece);
+    }
+    return at + size;
+  }
+
+  void object(const util::value_struct& entries) {
+    begin("{");
+    const char* separator = "";
+    std::set<std::string> replaced;
+    for (const auto& [key, v] : entries) {
+      add(std::exchange(separator, ","));
+      new_line();
+      quoted(is_utf8(key) ? key : *replaced.insert(unique(key, entries, replaced)).first);
+      add(indented_ ? ": " : ":");
+      value(v);
+    }
+    end("}", entries.empty());
+  }
+
+  void array(const util::value_array& elements) {
+    begin("[");
+    const char* separator = "";
+    for (const util::Value& element : elements) {
+      add(std::exchange(separator, ","));
+      new_line();
+      value(element);
+    }
+    end("]", elements.empty());
+  }
+
+  static std::string unique(const std::string& key, const util::value_struct& entries,
+                            const std::set<std::string>& replaced) {
+    std::string valid = valid_utf8(key);
+    while (entries.count(valid) > 0 || replaced.count(valid) > 0) valid += kReplacement;
+    return valid;
+  }
+
+  void begin(const char* bracket) {
+    add(bracket);
+    ++depth_;
+  }
+
+  void end(const char* bracket, bool empty) {
+    --depth_;
+    if (!empty) new_line();
+    add(bracket);
+  }
+
+  void new_line() {
+    if (indented_) text_.append("\n").append(2 * depth_, ' ');
+  }
+
+  std::string text_;
+  size_t depth_ = 0;
+  const bool indented_;
+  const bool in_script_;
+};
+
+// ---- reading ----
+
+// Row and column of the byte at `offset`.
+json_error error_at(const std::string& text, size_t offset, const std::string& reason) {
+  const auto at = text.begin() + static_cast<ptrdiff_t>(std::min(offset, text.size()));
+  const auto row = static_cast<size_t>(std::count(text.begin(), at, '\n')) + 1;
+  const size_t line = row == 1 ? 0 : text.rfind('\n', offset - 1) + 1;
+  return {row, static_cast<size_t>(at - text.begin()) - line + 1, reason};
+}
+
+// Builds the value that the parser reads. False stops the parser.
+class Builder {
+ public:
+  explicit Builder(size_t most_depth) : most_depth_(most_depth) {}
+
+  bool Null() { return put({}); }
+  bool Bool(bool flag) { return put(flag); }
+  bool String(const char* text, size_t size, bool) { return put(std::string(text, size)); }
+  bool StartObject() { return enter(util::value_struct()); }
+  bool EndObject(size_t) { return leave(); }
+  bool StartArray() { return enter(util::value_array()); }
+  bool EndArray(size_t) { return leave(); }
+
+  bool Key(const char* text, size_t size, bool) {
+    auto& entries = static_cast<util::value_struct&>(*open_.back());
+    const auto [entry, is_new] = entries.emplace(std::string(text, size), util::Value());
+    target_ = &entry->second;
+    return is_new || refuse("the key \"" + entry->first + "\" stands in the object twice");
+  }
+
+  bool RawNumber(const char* text, size_t size, bool) {
+    const char* const end = text + size;
+    int64_t whole = 0;
+    const auto read = std::from_chars(text, end, whole);
+    if (read.ptr == end) return integer(whole, read.ec);
+    double real = 0;
+    if (std::from_chars(text, end, real).ec != std::errc()) {
+      return refuse("a double cannot hold the number");
+    }
+    return put(real);
+  }
+
+  // Never called: numbers come as text.
+  bool Int(int) { return false; }
+  bool Uint(unsigned) { return false; }
+  bool Int64(int64_t) { return false; }
+  bool Uint64(uint64_t) { return false; }
+  bool Double(double) { return false; }
+
+  util::Value take() { return std::move(root_); }
+  const std::string& reason() const { return reason_; }
+
+ private:
+  bool refuse(const std::string& reason) {
+    reason_ = reason;
+    return false;
+  }
+
+  bool integer(int64_t number, std::errc error) {
+    if (number == static_cast<int>(number) && error == std::errc()) {
+      return put(static_cast<int>(number));
+    }
+    if (error != std::errc() || number > kLargestExact || number < -kLargestExact) {
+      return refuse("the integer is beyond 2^53, a double might lose digits of it");
+    }
+    return put(static_cast<double>(number));
+  }
+
+  util::Value& place(util::Value v) {
+    if (!open_.empty() && open_.back()->get_type() == util::ARRAY) {
+      auto& elements = static_cast<util::value_array&>(*open_.back());
+      elements.push_back(std::move(v));
+      return elements.back();
+    }
+    return *target_ = std::move(v);
+  }
+
+  bool put(util::Value v) {
+    place(std::move(v));
+    return true;
+  }
+
+  bool enter(util::Value container) {
+    if (open_.size() == most_depth_) {
+      return refuse("nested deeper than " + std::to_string(most_depth_));
+    }
+    open_.push_back(&place(std::move(container)));
+    return true;
+  }
+
+  bool leave() {
+    open_.pop_back();
+    return true;
+  }
+
+  util::Value root_;
+  util::Value* target_ = &root_;  // where the value that comes next goes, unless into an array
+  std::vector<util::Value*> open_;
+  std::string reason_;
+  const size_t most_depth_;
+};
+
+}  // namespace
+
+json_error::json_error(size_t row, size_t column, const std::string& reason)
+    : std::runtime_error(std::to_string(row) + ":" + std::to_string(column) + ": " + reason),
+      row_(row),
+      column_(column) {}
+
+std::string to_json(const util::Value& value, unsigned style) {
+  Writer writer(style);
+  writer.value(value);
+  return writer.take();
+}
+
+util::Value from_json(const std::string& text, const JsonLimits& limits) {
+  if (text.size() > limits.size) {
+    throw json_error(1, 1, "the text is larger than " + std::to_string(limits.size) + " bytes");
+  }
+  constexpr unsigned kFlags =
+      rapidjson::kParseValidateEncodingFlag | rapidjson::kParseNumbersAsStringsFlag;
+  Builder builder(std::min(limits.depth, kMostDepth));
+  rapidjson::Reader reader;
+  rapidjson::MemoryStream stream(text.data(), text.size());
+  const rapidjson::ParseResult result = reader.Parse<kFlags>(stream, builder);
+  if (result.IsError()) {
+    const std::string& own = builder.reason();
+    throw error_at(text, result.Offset(),
+                   own.empty() ? rapidjson::GetParseError_En(result.Code()) : own);
+  }
+  // The parser takes a NUL byte for the end.
+  if (stream.Tell() != text.size()) throw error_at(text, stream.Tell(), "a NUL byte in the text");
+  return builder.take();
+}
+
+}  // namespace service
