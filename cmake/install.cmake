@@ -15,7 +15,7 @@ install(EXPORT nasutil NAMESPACE nasutil:: FILE nasutilTargets.cmake
 
 foreach(folder util service)
   install(DIRECTORY ${folder}/ DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/nasutil/${folder}"
-          COMPONENT dev FILES_MATCHING PATTERN "*.h")
+          COMPONENT dev FILES_MATCHING PATTERN "*.h" PATTERN internal EXCLUDE)
 endforeach()
 if(NOT NASUTIL_SYSTEM_TICPP)
   install(FILES ticpp/ticpp.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/nasutil" COMPONENT dev)

@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: MIT
+// The loop of a daemon. It waits for descriptors, timers, signals and children instead of sleeping:
+//
+//   service::Loop loop;
+//   loop.stop_on({SIGTERM, SIGINT});
+//   const service::Handle requests = loop.watch(socket, EPOLLIN, [&](uint32_t) { answer(); });
+//   const service::Handle saving = loop.every(60000, [&](uint64_t) { save(); });
+//   loop.run(1000);
+#pragma once
+
+#include "util/SuperLoop.h"
+#include "util/export.h"
+#include "util/system_exception.h"
+#include "util/types.h"
+
+#include <stdint.h>
+#include <sys/epoll.h>
+#include <sys/types.h>
+
+#include <functional>
+#include <initializer_list>
+#include <memory>
+#include <string>
+
+namespace service {
+
+class Registration;
+
+// The system refuses what was to be watched. what() says what and why, error_number() is the errno.
+class UTIL_EXPORT RegistrationError : public util::system_exception {
+ public:
+  RegistrationError(int error, std::string text);
+  ~RegistrationError() override = default;
+
+  const char* what() const noexcept override;
+
+ private:
+  std::string text_;
+};
+
+// Owns a registration with a Loop: when the handle goes, the callback is not called any more and
+// what it captured is destroyed. May be cancelled inside any callback, its own included (which then
+// lives until it returns), and may outlive the loop.
+class UTIL_EXPORT Handle {
+ public:
+  Handle() noexcept;  // of nothing
+  Handle(Handle&& from) noexcept;
+  Handle& operator=(Handle&& from) noexcept;  // cancels what it owned before
+  ~Handle();
+
+  void cancel() noexcept;
+
+  // Waits for other events from now on. Only for what watch() returned; throws std::logic_error for
+  // anything else, RegistrationError if the system refuses.
+  void change(uint32_t events);
+
+  // Whether the callback may still be called.
+  explicit operator bool() const noexcept;
+
+ private:
+  friend class Loop;
+  explicit Handle(std::unique_ptr<Registration> registration) noexcept;
+
+  std::unique_ptr<Registration> registration_;
+};
+
+// Sub-loops and events get their turn and their slices as in any SuperLoop. The rest of each pass,
+// which that one sleeps away, is spent waiting for descriptors, timers, signals and children, whose
+// callbacks are called at once, on the thread that runs the loop. The last milliseconds of a pass
+// are slept nevertheless (a few, more on a machine that wakes up late, a tenth of the pass at
+// most); what comes then is served in the next pass. Events are run when the waiting is over, at
+// the end of the pass.
+//
+// The loop's own clock is the monotonic one: setting the system time moves none of its timers.
+//
+// Callbacks may use the loop in every way but destroy it or run a pass of it. An exception that
+// leaves a callback ends the process. Nothing locks: a loop belongs to one thread. A process that
+// was forked off may use its copy of the loop, from which the processes watched by on_exit() are
+// gone; neither disturbs the other one.
+class UTIL_EXPORT Loop : public util::SuperLoop {
+ public:
+  // The constructors throw util::system_exception if the system has no descriptors left.
+  Loop();                            // logs to the root logger
+  explicit Loop(util::logger* log);  // not owned
+  Loop(const Loop&) = delete;
+  Loop& operator=(const Loop&) = delete;
+  ~Loop();
+
+  // Calls back with the epoll events that came, of those asked for (EPOLLIN, EPOLLOUT, ...) and
+  // EPOLLERR and EPOLLHUP, for as long as the descriptor is ready. The descriptor stays the
+  // caller's: cancel the handle, then close it. A descriptor that was closed first is forgotten, at
+  // the latest when its number is watched again. Throws RegistrationError for what cannot be
+  // watched: regular files and folders (EPERM), what is no descriptor (EBADF), what is watched
+  // already (EEXIST).
+  Handle watch(int descriptor, uint32_t readiness, std::function<void(uint32_t)> callback);
+
+  // Calls back once, `delay` milliseconds from now.
+  Handle after(util::utime_t delay, std::function<void()> callback);
+
+  // Calls back every `interval` milliseconds, which must not be 0, counted from now. The argument
+  // is how many calls were left out since the last one because the loop was busy.
+  Handle every(util::utime_t interval, std::function<void(uint64_t missed)> callback);
+
+  // Calls back when the process gets the signal, once for several that come before the loop looks.
+  // While anyone handles a signal so, the signal does nothing else; then the earlier disposition is
+  // back. Programs and processes that are started do not inherit it. Throws RegistrationError for
+  // what is no signal or cannot be handled (SIGKILL, SIGSTOP, faults such as SIGSEGV).
+  Handle on_signal(int number, std::function<void()> callback);
+
+  // Calls back once, when the child process has ended, with its status as waitpid() gives it, or -1
+  // if another part of the program has collected the status. Other children are left alone. Handles
+  // SIGCHLD meanwhile. Throws RegistrationError if it is not a child (ECHILD) or awaited already
+  // (EEXIST).
+  Handle on_exit(pid_t child, std::function<void(int status)> callback);
+
+  // The signals stop() the loop, as long as it lives.
+  void stop_on(std::initializer_list<int> signals);
+
+  // Runs passes of `cycle` milliseconds until stop(), to the end of the pass: it returns up to a
+  // cycle later. What must happen promptly is done in the callback that calls stop(). After a
+  // stop() outside run() the next run() returns at once.
+  void run(util::utime_t cycle);
+  void stop();
+
+  // One pass. Aborts inside another pass of the same loop.
+  void runLoop(util::utime_t timeout) noexcept override;
+
+  const char* name() override;  // "service::Loop"
+
+ private:
+  friend class Registration;
+  class Core;
+
+  std::unique_ptr<Core> core_;
+};
+
+}  // namespace service
