@@ -5,7 +5,7 @@
 //   fopen fclose fflush setvbuf fread fwrite ferror fscanf fprintf vfprintf fputc
 //   rename link unlink stat fstat open fchown fchmod fsync syslog
 //   gettimeofday nanosleep time localtime_r mktime strftime strptime
-//   getifaddrs freeifaddrs socket ioctl close
+//   getifaddrs freeifaddrs socket ioctl close fcntl
 #pragma once
 
 #include <errno.h>

@@ -299,6 +299,16 @@ int ioctl(int descriptor, unsigned long request, ...) {
   return REAL(ioctl)(descriptor, request, argument);
 }
 
+// ---- descriptors ----
+
+int fcntl(int descriptor, int command, ...) {
+  va_list args;
+  va_start(args, command);
+  void* const argument = va_arg(args, void*);
+  va_end(args);
+  return fails("fcntl") ? -1 : REAL(fcntl)(descriptor, command, argument);
+}
+
 // A close that fails has closed the descriptor all the same.
 int close(int descriptor) {
   const bool failing = fails("close");
