@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // nas-conf: shows and checks the configuration document. nas-conf.1 says how it is used.
 #include "tools/command.h"
-#include "tools/conf_check.h"
 #include "tools/input.h"
 #include "tools/outline.h"
 #include "util/NASConfDB.h"
@@ -35,11 +34,10 @@ Exit status: 0 good, 1 fault in the data, 2 wrong use.
 
 const char* truth(bool value) { return value ? "true" : "false"; }
 
-// The words of the document, by enumerator.
-constexpr const char* kShareTypes[] = {"none", "public", "private"};
-constexpr const char* kShareStates[] = {"none", "active", "suspended"};
-constexpr const char* kShareLocations[] = {"none", "internal_share", "external_share"};
-constexpr const char* kAccessTypes[] = {"none", "readonly", "full"};
+template <class Enum>
+std::string word(Enum enumerator) {
+  return enumerator == 0 ? "none" : util::word_of(enumerator);
+}
 
 class Display {
  public:
@@ -110,15 +108,15 @@ class Display {
 
   void show(const util::NASShare& share) {
     out_.text("name", share.name);
-    out_.item("type", kShareTypes[share.type]);
-    out_.item("status", kShareStates[share.status]);
-    out_.item("location", kShareLocations[share.location]);
+    out_.item("type", word(share.type));
+    out_.item("status", word(share.status));
+    out_.item("location", word(share.location));
     each("users", share.users);
   }
 
   void show(const util::NASAccess& access) {
     out_.text("username", access.username);
-    out_.item("accesstype", kAccessTypes[access.accesstype]);
+    out_.item("accesstype", word(access.accesstype));
   }
 
   void show(const util::NASUser& user) {
@@ -150,24 +148,20 @@ void show(const Input& file, bool with_password) {
 
 // ---- check ----
 
-std::string place(const Finding& finding) {
+std::string place(const util::NASFinding& finding) {
   if (finding.row == 0) return "";
   return ":" + std::to_string(finding.row) + ":" + std::to_string(finding.column);
 }
 
-// What NASConfDB says is the verdict, even where no finding tells why.
 void check(const Input& file) {
-  bool refused = false;
-  for (const Finding& finding : check_configuration(file.path())) {
+  for (const util::NASFinding& finding : util::NASConfDB::check(file.path())) {
     const std::string message = file.name() + place(finding) + ": " + finding.text;
     if (finding.fault) {
       fault(message);
     } else {
       warn(message);
     }
-    refused = refused || finding.fault;
   }
-  if (!refused) util::NASConfDB(file.path());
 }
 
 // ---- the command line ----

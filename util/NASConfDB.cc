@@ -3,9 +3,14 @@
 
 #include "settings.h"
 
+#include <algorithm>
 #include <cstring>
 #include <initializer_list>
 #include <iostream>
+#include <locale>
+#include <map>
+#include <sstream>
+#include <tuple>
 #include <utility>
 
 #include <ticpp.h>
@@ -63,21 +68,123 @@ std::ostream& trace(int line = __builtin_LINE()) {
 }
 
 const ticpp::Element* traced(const char* label, int line, const ticpp::Element* element) {
-  if (traces(2)) {  // Kept: nothing separates a message from its value, here and below.
+  if (line > 0 && traces(2)) {  // Kept: nothing separates a message from its value, here and below.
     trace(line) << "read " << label << " element" << static_cast<const void*>(element) << std::endl;
   }
   return element;
 }
 
+// ---- checking ----
+
+std::string tag(const ticpp::Node& element) { return "<" + element.Value() + ">"; }
+
+std::string quoted(const std::string& text) { return '"' + text + '"'; }
+
+// Gathers what is wrong with a document while its rows are read.
+class Check {
+ public:
+  void fault(const ticpp::Node& at, const std::string& text) {
+    findings_.push_back({true, at.Row(), at.Column(), text});
+  }
+
+  // A row asked for this element.
+  void found(const ticpp::Element& element) { holds_text_[&element] = false; }
+
+  // A row reads its text. Whether there is one.
+  bool has_text(const ticpp::Element& element, bool must_exist) {
+    holds_text_[&element] = true;
+    try {
+      element.GetText(must_exist);
+      return true;
+    } catch (const ticpp::Exception&) {
+      fault(element, tag(element) + " has no text at its start");
+      return false;
+    }
+  }
+
+  void number(const ticpp::Element& element) {
+    const std::string text = element.GetText(true);
+    int number = 0;
+    try {
+      element.GetText(&number, true);
+    } catch (const ticpp::Exception&) {
+      fault(element, tag(element) + ": " + quoted(text) + " is not a number, or is out of range");
+      return;
+    }
+    if (is_all_of(number, text)) return;
+    ignored(element, "what follows the number in " + tag(element) + ": " + quoted(text) +
+                         " is read as " + std::to_string(number));
+  }
+
+  void word(const ticpp::Element& element, const char* word, const char* other) {
+    const std::string text = element.GetText(true);
+    if (text == word || text == other) return;
+    ignored(element, tag(element) + ": " + quoted(text) + " is neither " + quoted(word) + " nor " +
+                         quoted(other));
+  }
+
+  // All of them, when the rows are read: what no row asked for is among them.
+  std::vector<NASFinding> findings(const ticpp::Document& document) {
+    ignore_rest(document);
+    std::stable_sort(findings_.begin(), findings_.end(), [](const auto& one, const auto& other) {
+      return std::tie(one.row, one.column, one.fault) <
+             std::tie(other.row, other.column, other.fault);
+    });
+    return std::move(findings_);
+  }
+
+ private:
+  static bool is_all_of(int number, const std::string& text) {
+    std::istringstream stream(text);
+    stream.imbue(std::locale::classic());
+    stream >> number >> std::ws;
+    return stream.eof();
+  }
+
+  void ignored(const ticpp::Node& at, const std::string& text) {
+    findings_.push_back({false, at.Row(), at.Column(), "ignored: " + text});
+  }
+
+  void ignore_rest(const ticpp::Node& parent) {
+    for (const ticpp::Element* element = parent.FirstChildElement(false); element != nullptr;
+         element = element->NextSiblingElement(false)) {
+      const auto read = holds_text_.find(element);
+      if (read != holds_text_.end()) {
+        const bool text_is_read = read->second;
+        if (!text_is_read && !element->GetText(false).empty()) {
+          ignored(*element, "the text in " + tag(*element));
+        }
+        ignore_rest(*element);
+      } else if (holds_text_.count(parent.FirstChildElement(element->Value())) != 0) {
+        ignored(*element, "another " + tag(*element) + ", only the first is read");
+      } else {
+        ignored(*element, tag(*element) + " is not known here");
+      }
+    }
+  }
+
+  std::vector<NASFinding> findings_;
+  std::map<const ticpp::Element*, bool> holds_text_;  // those that a row asked for
+};
+
 // ---- reading ----
+
+// The words of the document, by enumerator.
+using Words = std::initializer_list<const char*>;
+constexpr Words kShareTypes = {"", "public", "private"};
+constexpr Words kShareStates = {"", "active", "suspended"};
+constexpr Words kShareLocations = {"", "internal_share", "external_share"};
+constexpr Words kAccessTypes = {"", "readonly", "full"};
 
 // An element of the document, or none: on none every call does nothing.
 //
 // A label is the path that the trace shows; its last word is the element's name. The line in the
-// trace is the caller's.
+// trace is the caller's, 0 for no trace. With a check, faults are findings instead of exceptions.
 class Node {
  public:
-  explicit Node(const ticpp::Element* element) : element_(element) {}
+  Node(const ticpp::Element* element, Check* check) : element_(element), check_(check) {
+    if (element_ != nullptr && check_ != nullptr) check_->found(*element_);
+  }
 
   Node required(const char* label, int line = __builtin_LINE()) const {
     return child(label, true, line);
@@ -99,27 +206,34 @@ class Node {
   }
 
   void text(std::string& to) const {
-    if (element_) to = element_->GetText(true);
+    if (has_text(true)) to = element_->GetText(true);
   }
 
   void text_or_empty(std::string& to) const {
-    if (element_) to = element_->GetTextOrDefault("");
+    if (has_text(false)) to = element_->GetTextOrDefault("");
   }
 
   void number(int& to) const {
-    if (element_) element_->GetText(&to, true);
+    if (!has_text(true)) return;
+    if (check_ != nullptr) return check_->number(*element_);
+    element_->GetText(&to, true);
   }
 
-  void is(const char* word, bool& to) const {
-    if (element_) to = element_->GetText(true) == word;
+  // True for `word`. `other` is what a document says for false; the reader takes any text for it.
+  void is(const char* word, const char* other, bool& to) const {
+    if (!has_text(true)) return;
+    if (check_ != nullptr) check_->word(*element_, word, other);
+    to = element_->GetText(true) == word;
   }
 
   template <class Enum>
-  void one_of(const char* word, Enum value, const char* other, Enum other_value, Enum& to) const {
-    if (element_ == nullptr) return;
+  void one_of(Words words, Enum& to) const {
+    if (!has_text(true)) return;
+    if (check_ != nullptr) check_->word(*element_, name_of(1, words), name_of(2, words));
     const std::string text = element_->GetText(true);
-    if (text == word) to = value;
-    if (text == other) to = other_value;
+    for (const int value : {1, 2}) {
+      if (text == name_of(value, words)) to = static_cast<Enum>(value);
+    }
   }
 
  private:
@@ -128,16 +242,29 @@ class Node {
     return dot == nullptr ? label : dot + 1;
   }
 
+  // Without a check GetText() throws what there is to say.
+  bool has_text(bool must_exist) const {
+    if (element_ == nullptr) return false;
+    return check_ == nullptr || check_->has_text(*element_, must_exist);
+  }
+
   Node child(const char* label, bool must_exist, int line) const {
     if (element_ == nullptr) return *this;
-    return Node(traced(label, line, element_->FirstChildElement(name(label), must_exist)));
+    const bool throws = must_exist && check_ == nullptr;
+    const ticpp::Element* const child = element_->FirstChildElement(name(label), throws);
+    if (must_exist && child == nullptr) {
+      check_->fault(*element_,
+                    "<" + std::string(name(label)) + "> is missing in " + tag(*element_));
+    }
+    return Node(traced(label, line, child), check_);
   }
 
   Node next(const char* label, int line) const {
-    return Node(traced(label, line, element_->NextSiblingElement(name(label), false)));
+    return Node(traced(label, line, element_->NextSiblingElement(name(label), false)), check_);
   }
 
   const ticpp::Element* element_;
+  Check* check_;
 };
 
 void read_disk(Node disk, NASDisk& to) {
@@ -151,9 +278,9 @@ void read_system(Node system, NASSystem& to) {
   system.optional("system.hostname").text(to.hostname);
   system.optional("system.domain").text(to.domain);
   system.optional("system.language").text(to.language);
-  system.optional("system.dhcpenabled").is("true", to.dhcpenabled);
+  system.optional("system.dhcpenabled").is("true", "false", to.dhcpenabled);
   system.optional("system.timezone").text(to.timezone);
-  system.optional("system.printenabled").is("true", to.printenabled);
+  system.optional("system.printenabled").is("true", "false", to.printenabled);
   const Node webgui = system.optional("system.webgui");
   webgui.optional("system.webgui.adminpasswd").text_or_empty(to.webgui_adminpasswd);
   webgui.optional("system.webgui.protocol").text(to.webgui_protocol);
@@ -180,23 +307,19 @@ void read_samba(Node samba, NASSamba& to) {
   samba.optional("samba.netbiosname").text(to.netbiosname);
   samba.optional("samba.workgroup").text(to.workgroup);
   samba.optional("samba.serverdesc").text(to.serverdesc);
-  samba.optional("samba.localmaster").is("yes", to.localmaster);  // Kept: not "true", as elsewhere.
+  samba.optional("samba.localmaster").is("yes", "no", to.localmaster);  // Kept: not "true".
 }
 
 void read_access(Node user, NASAccess& to) {
   user.required("shares.share.access.users.user.username").text(to.username);
-  const Node accesstype = user.required("shares.share.access.users.user.accesstype");
-  accesstype.one_of("full", Full, "readonly", ReadOnly, to.accesstype);
+  user.required("shares.share.access.users.user.accesstype").one_of(kAccessTypes, to.accesstype);
 }
 
 void read_share(Node share, NASShare& to) {
   share.optional("shares.share.sharename").text(to.name);
-  const Node type = share.optional("shares.share.sharetype");
-  type.one_of("public", Public, "private", Private, to.type);
-  const Node status = share.optional("shares.share.sharestatus");
-  status.one_of("active", Active, "suspended", Suspended, to.status);
-  const Node location = share.optional("shares.share.sharelocation");
-  location.one_of("internal_share", InternalShare, "external_share", ExternalShare, to.location);
+  share.optional("shares.share.sharetype").one_of(kShareTypes, to.type);
+  share.optional("shares.share.sharestatus").one_of(kShareStates, to.status);
+  share.optional("shares.share.sharelocation").one_of(kShareLocations, to.location);
   const Node access = share.optional("shares.share.access");
   // Kept: two labels without the "access" that the elements are in.
   access.optional("shares.share.users").each("shares.share.users.user", to.users, read_access);
@@ -208,6 +331,11 @@ void read_user(Node user, NASUser& to) {
 }
 
 }  // namespace
+
+const char* word_of(NASShareType type) { return name_of(type, kShareTypes); }
+const char* word_of(NASShareStatus status) { return name_of(status, kShareStates); }
+const char* word_of(NASShareLocation location) { return name_of(location, kShareLocations); }
+const char* word_of(NASAccessType type) { return name_of(type, kAccessTypes); }
 
 const char* bad_location::what() const noexcept { return "can't determine share location"; }
 
@@ -222,21 +350,35 @@ std::string NASShare::root_path() const {
 
 NASConfDB::NASConfDB(const std::string& path) { parse(path); }
 
+std::vector<NASFinding> NASConfDB::check(const std::string& path) {
+  std::vector<NASFinding> findings;
+  NASConfDB().read(path, &findings);
+  return findings;
+}
+
 void NASConfDB::parse(const std::string& path) {
   if (traces(1)) trace() << "reading " << path << std::endl;
+  read(path, nullptr);
+  if (traces(2)) trace() << "parsed" << *this << std::endl;
+}
+
+// Where findings are wanted, no fault of the document throws.
+void NASConfDB::read(const std::string& path, std::vector<NASFinding>* findings) {
   ticpp::Document document;
   document.LoadFile(path);
-  const ticpp::Element* const root = document.FirstChildElement("nas_conf_db");
-  root->FirstChildElement("version")->GetText(&version, true);
+  Check check;
+  const ticpp::Element* root = document.FirstChildElement("nas_conf_db", findings == nullptr);
+  if (root == nullptr) check.fault(document, "<nas_conf_db> is missing");
+  const Node top(root, findings == nullptr ? nullptr : &check);
+  top.required("version", 0).number(version);
   if (traces(2)) trace() << "read version" << std::to_string(version) << std::endl;
-  const Node top(root);
   read_system(top.required("system"), system);
   top.optional("interfaces").each("interfaces.lan", lan_ifs, read_lan);
   top.optional("mounts").each("mounts.mount", mounts, read_mount);
   read_samba(top.optional("samba"), samba);
   top.optional("shares").each("shares.share", shares, read_share);
   top.optional("access").optional("access.users").each("access.users.user", users, read_user);
-  if (traces(2)) trace() << "parsed" << *this << std::endl;
+  if (findings != nullptr) *findings = check.findings(document);
 }
 
 std::ostream& operator<<(std::ostream& os, NASShareType type) {

@@ -9,6 +9,7 @@
 #include <iosfwd>
 #include <list>
 #include <string>
+#include <vector>
 
 // How much the reader tells about its work on standard output, one line each: 0 nothing, 1 the file
 // that it reads, 2 every element that it looks for and the whole database when it is done, the
@@ -24,6 +25,12 @@ enum NASShareType : int { NoType, Public, Private };
 enum NASShareStatus : int { NoStatus, Active, Suspended };
 enum NASShareLocation : int { NoLocation, InternalShare, ExternalShare };
 enum NASAccessType : int { None, ReadOnly, Full };
+
+// The word of the document for an enumerator, "" for the 0 of each.
+UTIL_EXPORT const char* word_of(NASShareType type);
+UTIL_EXPORT const char* word_of(NASShareStatus status);
+UTIL_EXPORT const char* word_of(NASShareLocation location);
+UTIL_EXPORT const char* word_of(NASAccessType type);
 
 // Asked where a share is whose location is not known.
 class UTIL_EXPORT bad_location : public std::exception {
@@ -99,13 +106,27 @@ struct NASUser {
   int uid = -1;  // -1 for none
 };
 
+// Something in a document that is not as its author meant it.
+struct NASFinding {
+  bool fault;        // the reader refuses the document; otherwise it ignores what is there
+  int row;           // where in the file, counted from 1
+  int column;        // counted from 1
+  std::string text;  // for a person, with parts of the document as they are
+};
+
 // The configuration as it was when the object was made. Lists are in document order.
 class UTIL_EXPORT NASConfDB {
  public:
   // Reads the document at `path`. Throws ticpp::Exception where it cannot be read or parsed, where
-  // a required element is missing, an element has no text, or a number is none; what() says where
-  // in the document. Words that are not known are no error: they give the enumerator 0, or false.
+  // a required element is missing, an element has no text, or a number is malformed; what() says
+  // where in the document. Words that are not known are no error: they give the enumerator 0, or
+  // false.
   NASConfDB(const std::string& path);
+
+  // Everything that is wrong with the document at `path`, in its order: the constructor throws if
+  // and only if there is a fault among the findings, or if this throws. Throws ticpp::Exception if
+  // the file cannot be read or parsed.
+  static std::vector<NASFinding> check(const std::string& path);
 
   int get_version() const { return version; }  // of the document's format
   const NASSystem& get_system() const { return system; }
@@ -116,7 +137,10 @@ class UTIL_EXPORT NASConfDB {
   const std::list<NASUser>& get_users() const { return users; }
 
  private:
+  NASConfDB() = default;
+
   void parse(const std::string& path);
+  void read(const std::string& path, std::vector<NASFinding>* findings);
 
   int version = 0;
   NASSystem system;

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
-// nas-conf, run as a child on real files, and its walk beside the reader itself.
+// nas-conf, run as a child on real files, and the library's check beside its reader.
 #include "tests/support/files.h"
 #include "tests/support/program.h"
-#include "tools/conf_check.h"
 #include "util/NASConfDB.h"
 
 #include <algorithm>
@@ -146,10 +145,10 @@ bool reader_refuses(const std::string& path) {
   }
 }
 
-// By the findings of the walk alone.
-bool walk_refuses(const std::string& path) {
+// By the findings alone.
+bool check_refuses(const std::string& path) {
   try {
-    const auto findings = tools::check_configuration(path);
+    const auto findings = util::NASConfDB::check(path);
     return std::any_of(findings.begin(), findings.end(), [](const auto& one) { return one.fault; });
   } catch (const ticpp::Exception&) {
     return true;
@@ -328,11 +327,11 @@ TEST(NasConfCheck, ListsAllInOneRun) {
       R"(7:44: ignored: <x> is not known here)",
       R"(9:7: <device> is missing in <disk>)",
       R"(9:7: <lastselftest> is missing in <disk>)",
-      R"(9:13: <inactivityperiod>: "soon" is no number, or too large a one)",
+      R"(9:13: <inactivityperiod>: "soon" is not a number, or is out of range)",
       R"(12:3: ignored: another <system>, only the first is read)",
       R"(13:10: ignored: <localmaster>: "true" is neither "yes" nor "no")",
       R"(15:5: <username> is missing in <user>)",
-      R"(15:11: <uid>: "99999999999" is no number, or too large a one)",
+      R"(15:11: <uid>: "99999999999" is not a number, or is out of range)",
   };
   std::string all;
   for (const std::string& line : expected) {
@@ -371,9 +370,9 @@ TEST(NasConfCheck, AgreesWithTheReader) {
       {"<nas_conf_db><version>0x10</version><system/></nas_conf_db>",
        "1:14: ignored: what follows the number in <version>: \"0x10\" is read as 0"                                                      },
       {"<nas_conf_db><version>2147483648</version><system/></nas_conf_db>",
-       "1:14: <version>: \"2147483648\" is no number, or too large a one"                                                                },
+       "1:14: <version>: \"2147483648\" is not a number, or is out of range"                                                             },
       {"<nas_conf_db><version>x3</version><system/></nas_conf_db>",
-       "1:14: <version>: \"x3\" is no number, or too large a one"                                                                        },
+       "1:14: <version>: \"x3\" is not a number, or is out of range"                                                                     },
       {"<nas_conf_db><version>3</version><System/><system/></nas_conf_db>",
        "1:34: ignored: <System> is not known here"                                                                                       },
       {with_system(""),                                                                    ""                                            },
@@ -420,7 +419,7 @@ TEST(NasConfCheck, AgreesWithTheReader) {
     const Outcome got = nas_conf({"check", file});
     EXPECT_EQ(row.finding.empty() ? "" : "nas-conf: " + file + ":" + row.finding + "\n", got.err);
     EXPECT_EQ(reader_refuses(file) ? 1 : 0, got.status);
-    EXPECT_EQ(reader_refuses(file), walk_refuses(file));
+    EXPECT_EQ(reader_refuses(file), check_refuses(file));
   }
 }
 
@@ -428,7 +427,7 @@ TEST(NasConfCheck, AgreesWhereverTheDocumentIsCut) {
   const TempDir dir;
   for (size_t size = 0; size <= kFull.size(); ++size) {
     dir.write("x", kFull.substr(0, size));
-    ASSERT_EQ(reader_refuses(dir.file("x")), walk_refuses(dir.file("x"))) << size;
+    ASSERT_EQ(reader_refuses(dir.file("x")), check_refuses(dir.file("x"))) << size;
   }
 }
 
@@ -450,7 +449,7 @@ TEST(NasConfCheck, AgreesWhateverIsDoneToAnElement) {
       dir.write("x", document);
       const bool expected = reader_refuses(dir.file("x"));
       ++(expected ? refused : accepted);
-      EXPECT_EQ(expected, walk_refuses(dir.file("x"))) << document;
+      EXPECT_EQ(expected, check_refuses(dir.file("x"))) << document;
     }
   }
   EXPECT_GT(refused, 100);

@@ -603,3 +603,58 @@ TEST(NASConfDBReader, AFaultIsToldWithItsPlace) {
       failure(document("<hdparams>\n<disk><device>a</device><inactivityperiod>1</inactivityperiod>"
                        "</disk></hdparams>")));
 }
+
+// ---- checking ----
+
+TEST(NASConfDBCheck, FindsFaultsAndWhatIsIgnoredInTheOrderOfTheDocument) {
+  const TempDir dir;
+  dir.write("x",
+            "<nas_conf_db>\n<version>x</version>\n<system><colour/><hostname/>\n"
+            "<dhcpenabled>yes</dhcpenabled></system></nas_conf_db>");
+  const std::vector<NASFinding> findings = NASConfDB::check(dir.file("x"));
+  ASSERT_EQ(4U, findings.size());
+  EXPECT_TRUE(findings[0].fault);
+  EXPECT_EQ(2, findings[0].row);
+  EXPECT_EQ(1, findings[0].column);
+  EXPECT_EQ("<version>: \"x\" is not a number, or is out of range", findings[0].text);
+  EXPECT_FALSE(findings[1].fault);
+  EXPECT_EQ("ignored: <colour> is not known here", findings[1].text);
+  EXPECT_TRUE(findings[2].fault);
+  EXPECT_EQ(18, findings[2].column);
+  EXPECT_EQ("<hostname> has no text at its start", findings[2].text);
+  EXPECT_EQ("ignored: <dhcpenabled>: \"yes\" is neither \"true\" nor \"false\"", findings[3].text);
+}
+
+TEST(NASConfDBCheck, FindsNothingInAGoodDocument) {
+  const TempDir dir;
+  dir.write("x", kDocument);
+  EXPECT_TRUE(NASConfDB::check(dir.file("x")).empty());
+}
+
+TEST(NASConfDBCheck, NamesTheMissingRoot) {
+  const TempDir dir;
+  dir.write("x", "<other/>");
+  const std::vector<NASFinding> findings = NASConfDB::check(dir.file("x"));
+  ASSERT_EQ(2U, findings.size());
+  EXPECT_EQ("ignored: <other> is not known here", findings[0].text);
+  EXPECT_EQ("<nas_conf_db> is missing", findings[1].text);
+}
+
+TEST(NASConfDBCheck, ThrowsForAFileThatCannotBeRead) {
+  EXPECT_THROW(NASConfDB::check("/nonexistent/x"), ticpp::Exception);
+}
+
+TEST(NASConfDBWords, AreThoseOfTheDocument) {
+  EXPECT_STREQ("public", word_of(Public));
+  EXPECT_STREQ("private", word_of(Private));
+  EXPECT_STREQ("active", word_of(Active));
+  EXPECT_STREQ("suspended", word_of(Suspended));
+  EXPECT_STREQ("internal_share", word_of(InternalShare));
+  EXPECT_STREQ("external_share", word_of(ExternalShare));
+  EXPECT_STREQ("readonly", word_of(ReadOnly));
+  EXPECT_STREQ("full", word_of(Full));
+  for (const char* none :
+       {word_of(NoType), word_of(NoStatus), word_of(NoLocation), word_of(None)}) {
+    EXPECT_STREQ("", none);
+  }
+}
