@@ -2,7 +2,7 @@
 // An input is a tree of values.
 #include "util/JSEmit.h"
 
-#include "fuzz/models.h"
+#include "fuzz/calendar.h"
 #include "fuzz/values.h"
 
 #include <locale>

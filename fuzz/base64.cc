@@ -3,7 +3,7 @@
 #include "util/base64.h"
 
 #include "fuzz/fuzz.h"
-#include "fuzz/models.h"
+#include "tests/models/texts.h"
 
 namespace {
 
@@ -13,7 +13,7 @@ std::string text_of(const util::byte_string& bytes) { return {bytes.begin(), byt
 void check_encoding(const std::string& bytes, int width) {
   std::string text = "in front ";
   fuzz::require(util::b64_encode(bytes_of(bytes), text, width) == 0, "encoding returns 0");
-  fuzz::require_equal("in front " + fuzz::base64_encoded(bytes, width), text, "encoding");
+  fuzz::require_equal("in front " + models::base64_encoded(bytes, width), text, "encoding");
   util::byte_string back;
   fuzz::require(util::b64_decode(text.substr(sizeof("in front ") - 1), back) == 0,
                 "what was encoded decodes");
@@ -23,7 +23,7 @@ void check_encoding(const std::string& bytes, int width) {
 void check_decoding(const std::string& text) {
   std::string expected = "in front ";
   util::byte_string actual = bytes_of(expected);
-  const int code = fuzz::base64_decoded(text, expected);
+  const int code = models::base64_decoded(text, expected);
   fuzz::require(util::b64_decode(text, actual) == code, "the code of decoding");
   fuzz::require_equal(expected, text_of(actual), "decoding");
 }

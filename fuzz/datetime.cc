@@ -2,8 +2,8 @@
 // An input is the number of a zone, an instant in eight bytes, and the text of a date.
 #include "util/datetime.h"
 
+#include "fuzz/calendar.h"
 #include "fuzz/fuzz.h"
-#include "fuzz/models.h"
 
 #include <time.h>
 

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "fuzz/lists.h"
 
+#include "fuzz/calendar.h"
 #include "fuzz/documents.h"
-#include "fuzz/models.h"
 #include "fuzz/values.h"
+#include "tests/models/texts.h"
 #include "tests/support/files.h"
 
 #include <filesystem>
@@ -52,7 +53,7 @@ util::Value date(const std::string& text) {
 
 util::Value data(const std::string& text) {
   std::string bytes;
-  base64_decoded(text, bytes);  // as far as it can be decoded
+  models::base64_decoded(text, bytes);  // as far as it can be decoded
   return util::byte_string(bytes.begin(), bytes.end());
 }
 

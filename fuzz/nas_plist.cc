@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 // An input is whether to force, a byte, a key, a type and a value, each ended by a NUL, and the
 // document.
+#include "fuzz/calendar.h"
 #include "fuzz/fuzz.h"
-#include "fuzz/models.h"
 #include "fuzz/tool.h"
 #include "fuzz/values.h"
+#include "tests/models/texts.h"
 #include "tests/support/files.h"
 #include "util/JSEmit.h"
 #include "util/PropertyList.h"
@@ -63,7 +64,7 @@ std::string item_text(const util::Value& value) {
     case util::DATE_TIME: return "date " + fuzz::date_text(value) + "Z";
     case util::BYTE_STRING: {
       const util::byte_string& bytes = value;
-      return "data " + fuzz::base64_encoded(std::string(bytes.begin(), bytes.end()), 0);
+      return "data " + models::base64_encoded(std::string(bytes.begin(), bytes.end()), 0);
     }
     default: return "void";
   }
@@ -184,7 +185,7 @@ std::optional<util::Value> date(const std::string& text) {
 
 std::optional<util::Value> data(const std::string& text) {
   std::string bytes;
-  if (fuzz::base64_decoded(text, bytes) < 0) return {};
+  if (models::base64_decoded(text, bytes) < 0) return {};
   return util::Value(util::byte_string(bytes.begin(), bytes.end()));
 }
 

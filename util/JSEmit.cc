@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cmath>
 #include <cstring>
 
 namespace util {
@@ -26,63 +25,6 @@ constexpr std::array<char, 256> kLetters = escape_letters();
 
 constexpr size_t kLongestInteger = sizeof("-2147483648") - 1;
 constexpr size_t kLongestReal = sizeof("-1.23457e+308") - 1;
-
-// `number` with six significant digits at `to`, as a stream writes it by default in the C locale.
-char* any_real(double number, char* to) {
-  return std::to_chars(to, to + kLongestReal, number, std::chars_format::general, 6).ptr;
-}
-
-// The decimal exponent of the numbers from `from` up, and what scales them to six digits before
-// the point.
-struct Decade {
-  double from;
-  int exponent;
-  double scale;
-};
-
-constexpr Decade kDecades[] = {
-    {1e5,  5,  1e0},
-    {1e4,  4,  1e1},
-    {1e3,  3,  1e2},
-    {1e2,  2,  1e3},
-    {1e1,  1,  1e4},
-    {1e0,  0,  1e5},
-    {1e-1, -1, 1e6},
-    {1e-2, -2, 1e7},
-    {1e-3, -3, 1e8},
-    {1e-4, -4, 1e9},
-};
-
-// Six digits with the exponent 2 are 123.456, with -2 0.0123456, without trailing zeros.
-char* place_point(int digits, int exponent, char* to) {
-  constexpr char kZeros[] = "0.000";
-  char text[6];
-  std::to_chars(text, std::end(text), digits);
-  char* end = std::end(text);
-  while (end[-1] == '0') --end;
-  if (exponent < 0) return std::copy(text, end, std::copy(kZeros, kZeros + (1 - exponent), to));
-  char* const point = text + exponent + 1;
-  to = std::copy(text, point, to);
-  if (end <= point) return to;
-  *to++ = '.';
-  return std::copy(point, end, to);
-}
-
-// any_real(), several times as fast for numbers of everyday size: the scaled number is off by less
-// than 1e-10, which matters only next to a half.
-char* real(double number, char* to) {
-  const double size = std::fabs(number);
-  const auto* const decade = std::find_if(std::begin(kDecades), std::end(kDecades),
-                                          [size](const Decade& d) { return size >= d.from; });
-  if (decade == std::end(kDecades) || size >= 1e6) return any_real(number, to);
-  const double scaled = size * decade->scale;
-  int digits = static_cast<int>(scaled);
-  const double rest = scaled - digits;
-  if (rest > 0.5) ++digits;
-  if (std::fabs(rest - 0.5) < 1e-9 || digits > 999999) return any_real(number, to);
-  if (number < 0) *to++ = '-';
-  return place_point(digits, decade->exponent, to);
-}
 
 size_t estimate(const Value& v);
 
@@ -120,6 +62,7 @@ class Script {
 
  private:
   void integer(int number);
+  void real(double number);
   void stringify(const std::string& s);
   void date(utime_t t);
   void bytes(const byte_string& bytes);
@@ -157,7 +100,7 @@ void Script::value(const Value& v) {
   switch (v.get_type()) {
     case INTEGER: integer(v); break;
     case BOOLEAN: static_cast<const bool&>(v) ? literal("true") : literal("false"); break;
-    case DOUBLE: at_ = real(v, room(kLongestReal)); break;
+    case DOUBLE: real(v); break;
     case STRING: stringify(v); break;
     case DATE_TIME: date(v); break;
     case BYTE_STRING: bytes(v); break;
@@ -177,6 +120,12 @@ void Script::date(utime_t t) {
 void Script::integer(int number) {
   char* const to = room(kLongestInteger);
   at_ = std::to_chars(to, to + kLongestInteger, number).ptr;
+}
+
+// Six significant digits, as a stream writes a number by default in the C locale.
+void Script::real(double number) {
+  char* const to = room(kLongestReal);
+  at_ = std::to_chars(to, to + kLongestReal, number, std::chars_format::general, 6).ptr;
 }
 
 void Script::stringify(const std::string& s) {

@@ -14,51 +14,41 @@ namespace {
 constexpr const char* B64 = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr unsigned char kBad = 0xFF;
 
-constexpr std::array<unsigned char, 256> digit_values() {
-  std::array<unsigned char, 256> values = {};
-  for (unsigned char& value : values) value = kBad;
-  // Kept: up to the terminator of the alphabet, so that a NUL is a digit of value 64.
-  for (unsigned char i = 0; i <= 64; ++i) values[static_cast<unsigned char>(B64[i])] = i;
-  return values;
-}
-
-constexpr std::array<unsigned char, 256> kValues = digit_values();
-
-// The two digits of each 12 bits.
+// kPairs gives the two digits of each 12 bits: two look-ups encode a group of three bytes. kPlaced
+// gives, by place in a group and character, the digit's six bits where they belong in a number
+// whose upper three bytes are the group: four look-ups decode it. What is not a digit is kBad
+// there, in the lowest byte, which no digit touches.
 struct Pair {
   char digits[2];
 };
 
-constexpr std::array<Pair, 4096> digit_pairs() {
+constexpr auto kPairs = [] {
   std::array<Pair, 4096> pairs = {};
-  for (unsigned i = 0; i < 4096; ++i)
-    pairs[i] = {
+  for (unsigned i = 0; i < pairs.size(); ++i)
+    pairs[i] = Pair{
         {B64[i >> 6], B64[i & 63]}
     };
   return pairs;
-}
+}();
 
-constexpr std::array<Pair, 4096> kPairs = digit_pairs();
-
-// By place in a group and character: the digit's six bits at that place, the group being the upper
-// three bytes; kBad, in the lowest, for what is no digit.
-constexpr std::array<std::array<uint32_t, 256>, 4> placed_values() {
+constexpr auto kPlaced = [] {
   std::array<std::array<uint32_t, 256>, 4> placed = {};
   for (unsigned place = 0; place < 4; ++place) {
-    for (unsigned c = 0; c < 256; ++c) {
-      placed[place][c] = kValues[c] < 64 ? uint32_t{kValues[c]} << (26 - 6 * place) : kBad;
+    for (uint32_t& bits : placed[place]) bits = kBad;
+    for (uint32_t i = 0; i < 64; ++i) {
+      placed[place][static_cast<unsigned char>(B64[i])] = i << (26 - 6 * place);
     }
   }
   return placed;
+}();
+
+uint32_t placed(size_t place, char digit) { return kPlaced[place][static_cast<uint8_t>(digit)]; }
+
+unsigned value_of(char c) {
+  if (c == '\0') return 64;  // Kept: the alphabet's terminator is a digit too.
+  const uint32_t bits = placed(3, c);
+  return bits == kBad ? kBad : bits >> 8;
 }
-
-constexpr std::array<std::array<uint32_t, 256>, 4> kPlaced = placed_values();
-
-uint32_t placed(size_t place, const char* group) {
-  return kPlaced[place][static_cast<unsigned char>(group[place])];
-}
-
-unsigned value_of(char c) { return kValues[static_cast<unsigned char>(c)]; }
 
 bool is_space(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
 
@@ -101,7 +91,8 @@ void wrap(char* text, size_t feeds, size_t width) {
 const char* decode_groups(const char* at, const char* end, unsigned char*& to) {
   unsigned char* out = to;  // Not `to` itself, which the bytes written might change.
   for (; end - at >= 4; at += 4, out += 3) {
-    const uint32_t group = placed(0, at) | placed(1, at) | placed(2, at) | placed(3, at);
+    const uint32_t group =
+        placed(0, at[0]) | placed(1, at[1]) | placed(2, at[2]) | placed(3, at[3]);
     if ((group & kBad) != 0) break;
     const uint32_t bytes = htobe32(group);
     // Three bytes, and one that the next group overwrites.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "util/strnatcmp.h"
 
+#include "tests/models/texts.h"
 #include "tests/support/files.h"
 #include "tests/support/real.h"
 
@@ -30,54 +31,6 @@ void expect_rows(int (*compare)(const nat_char*, const nat_char*), const Row (&r
     SCOPED_TRACE(testing::PrintToString(row.a) + " and " + testing::PrintToString(row.b));
     EXPECT_EQ(row.expected, compare(row.a.c_str(), row.b.c_str()));
     EXPECT_EQ(-row.expected, compare(row.b.c_str(), row.a.c_str()));
-  }
-}
-
-// ---- the rules once more, step by step, equal runs compared again at each of their digits ----
-
-int naive_right(const std::string& a, size_t i, const std::string& b, size_t j) {
-  int bias = 0;
-  for (;; ++i, ++j) {
-    const bool a_digit = i < a.size() && a[i] >= '0' && a[i] <= '9';
-    const bool b_digit = j < b.size() && b[j] >= '0' && b[j] <= '9';
-    if (!a_digit && !b_digit) return bias;
-    if (!a_digit) return -1;
-    if (!b_digit) return 1;
-    if (a[i] < b[j] && bias == 0) bias = -1;
-    if (a[i] > b[j] && bias == 0) bias = 1;
-  }
-}
-
-int naive_left(const std::string& a, size_t i, const std::string& b, size_t j) {
-  for (;; ++i, ++j) {
-    const bool a_digit = i < a.size() && a[i] >= '0' && a[i] <= '9';
-    const bool b_digit = j < b.size() && b[j] >= '0' && b[j] <= '9';
-    if (!a_digit && !b_digit) return 0;
-    if (!a_digit) return -1;
-    if (!b_digit) return 1;
-    if (a[i] < b[j]) return -1;
-    if (a[i] > b[j]) return 1;
-  }
-}
-
-bool naive_space(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-
-int naive_compare(const std::string& a, const std::string& b, bool fold) {
-  for (size_t i = 0, j = 0;; ++i, ++j) {
-    int ca = i < a.size() ? static_cast<unsigned char>(a[i]) : 0;
-    while (naive_space(ca)) ca = ++i < a.size() ? static_cast<unsigned char>(a[i]) : 0;
-    int cb = j < b.size() ? static_cast<unsigned char>(b[j]) : 0;
-    while (naive_space(cb)) cb = ++j < b.size() ? static_cast<unsigned char>(b[j]) : 0;
-    if (ca >= '0' && ca <= '9' && cb >= '0' && cb <= '9') {
-      const bool fractional = ca == '0' || cb == '0';
-      const int result = fractional ? naive_left(a, i, b, j) : naive_right(a, i, b, j);
-      if (result != 0) return result;
-    }
-    if (ca == 0 && cb == 0) return 0;
-    if (fold && ca >= 'a' && ca <= 'z') ca -= 'a' - 'A';
-    if (fold && cb >= 'a' && cb <= 'z') cb -= 'a' - 'A';
-    if (ca < cb) return -1;
-    if (ca > cb) return 1;
   }
 }
 
@@ -231,8 +184,9 @@ TEST(Strnatcmp, TakesEveryByte) {
     for (int other = 1; other < 256; ++other) {
       const std::string a(1, static_cast<char>(one));
       const std::string b(1, static_cast<char>(other));
-      ASSERT_EQ(naive_compare(a, b, false), strnatcmp(a.c_str(), b.c_str())) << one << " " << other;
-      ASSERT_EQ(naive_compare(a, b, true), strnatcasecmp(a.c_str(), b.c_str()))
+      ASSERT_EQ(models::natural_order(a, b, false), strnatcmp(a.c_str(), b.c_str()))
+          << one << " " << other;
+      ASSERT_EQ(models::natural_order(a, b, true), strnatcasecmp(a.c_str(), b.c_str()))
           << one << " " << other;
     }
   }
@@ -268,8 +222,10 @@ TEST(Strnatcmp, FollowsTheRulesForEveryPairOfShortTexts) {
   for (const auto& texts : {all_texts("019aA _\xC3", 3), all_texts("02 a", 5)}) {
     for (const std::string& a : texts) {
       for (const std::string& b : texts) {
-        ASSERT_EQ(naive_compare(a, b, false), strnatcmp(a.c_str(), b.c_str())) << a << "/" << b;
-        ASSERT_EQ(naive_compare(a, b, true), strnatcasecmp(a.c_str(), b.c_str())) << a << "/" << b;
+        ASSERT_EQ(models::natural_order(a, b, false), strnatcmp(a.c_str(), b.c_str()))
+            << a << "/" << b;
+        ASSERT_EQ(models::natural_order(a, b, true), strnatcasecmp(a.c_str(), b.c_str()))
+            << a << "/" << b;
       }
     }
   }
@@ -287,8 +243,9 @@ TEST(Strnatcmp, FollowsTheRulesForRandomTexts) {
     const std::string start = random_text(random() % 12);  // in common, so that the rest counts
     const std::string a = start + random_text(random() % 6);
     const std::string b = start + random_text(random() % 6);
-    ASSERT_EQ(naive_compare(a, b, false), strnatcmp(a.c_str(), b.c_str())) << a << "/" << b;
-    ASSERT_EQ(naive_compare(a, b, true), strnatcasecmp(a.c_str(), b.c_str())) << a << "/" << b;
+    ASSERT_EQ(models::natural_order(a, b, false), strnatcmp(a.c_str(), b.c_str())) << a << "/" << b;
+    ASSERT_EQ(models::natural_order(a, b, true), strnatcasecmp(a.c_str(), b.c_str()))
+        << a << "/" << b;
   }
 }
 
@@ -331,7 +288,7 @@ TEST(Strnatcmp, ReadsNothingBehindTheEnd) {
       // Blocks of just the right size: the address sanitizer guards their ends.
       char* const a_copy = strdup(a.c_str());
       char* const b_copy = strdup(b.c_str());
-      EXPECT_EQ(naive_compare(a, b, false), strnatcmp(a_copy, b_copy));
+      EXPECT_EQ(models::natural_order(a, b, false), strnatcmp(a_copy, b_copy));
       free(a_copy);
       free(b_copy);
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "fuzz/models.h"
+#include "fuzz/calendar.h"
 
 #include <time.h>
 
@@ -8,17 +8,7 @@
 namespace fuzz {
 namespace {
 
-constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
 bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-
-// The value of a digit, -1 for what is none. A NUL counts as a digit of value 64.
-int digit_of(char c) {
-  for (int value = 0; value <= 64; ++value) {
-    if (kDigits[value] == c) return value;
-  }
-  return -1;
-}
 
 bool is_leap(int64_t year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
 
@@ -42,57 +32,6 @@ int64_t read_number(const std::string& text, size_t& at, int digits, int64_t fro
 }
 
 }  // namespace
-
-std::string base64_encoded(const std::string& bytes, int width) {
-  std::string bits;
-  for (const char byte : bytes) {
-    for (int bit = 7; bit >= 0; --bit) bits += (static_cast<uint8_t>(byte) >> bit & 1) ? '1' : '0';
-  }
-  while (bits.size() % 6 != 0) bits += '0';
-  std::string text;
-  for (size_t at = 0; at < bits.size(); at += 6) {
-    int value = 0;
-    for (size_t bit = at; bit < at + 6; ++bit) value = 2 * value + (bits[bit] - '0');
-    text += kDigits[value];
-  }
-  while (text.size() % 4 != 0) text += '=';
-  if (width <= 0) return text;
-  std::string wrapped;
-  for (size_t at = 0; at < text.size(); ++at) {
-    wrapped += text[at];
-    if ((at + 1) % static_cast<size_t>(width) == 0) wrapped += '\n';
-  }
-  return wrapped;
-}
-
-int base64_decoded(const std::string& text, std::string& bytes) {
-  std::string plain;  // without white space
-  for (const char c : text) {
-    if (!is_space(c)) plain += c;
-  }
-  size_t at = 0;
-  for (int pending = 0; at < plain.size() && plain[at] != '='; ++at) {
-    const int digit = digit_of(plain[at]);
-    if (digit < 0) return -1;
-    switch (at % 4) {
-      case 0: pending = digit << 2; break;
-      case 1:
-        bytes += static_cast<char>(pending | digit >> 4);
-        pending = digit << 4;
-        break;
-      case 2:
-        bytes += static_cast<char>(pending | digit >> 2);
-        pending = digit << 6;
-        break;
-      default: bytes += static_cast<char>(pending | digit);
-    }
-    pending &= at % 4 == 1 ? 0xF0 : at % 4 == 2 ? 0xC0 : 0xFF;
-  }
-  if (at == plain.size()) return 0;
-  if (at % 4 < 2) return -2;
-  if (at % 4 == 2 && plain.substr(at, 2) != "==") return -3;
-  return 0;
-}
 
 Moment moment_of(int64_t seconds) {
   seconds += kDaysIn400Years * 86400;  // since 1570, so not negative

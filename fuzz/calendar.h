@@ -1,20 +1,12 @@
 // SPDX-License-Identifier: MIT
-// The library's rules written once more, slow and plain: what the targets compare it with.
+// The calendar in UTC, written once more, slow and plain: what the targets compare the library
+// with.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
 namespace fuzz {
-
-// ---- base64 ----
-
-std::string base64_encoded(const std::string& bytes, int width);
-
-// The code that the decoder returns; the bytes are appended.
-int base64_decoded(const std::string& text, std::string& bytes);
-
-// ---- the calendar, in UTC ----
 
 struct Moment {
   int64_t year;
