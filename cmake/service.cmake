@@ -2,7 +2,17 @@
 # The additions for daemons, a library of their own on top of nasutil: shared and static from the
 # same objects.
 
-set(NASUTIL_SERVICE_MODULES InstanceLock Loop internal/SignalInbox json notify utf8)
+set(NASUTIL_SERVICE_MODULES
+    HmacAuthenticator
+    InstanceLock
+    Loop
+    bytes
+    internal/SignalInbox
+    json
+    natural_order
+    notify
+    share_path
+    utf8)
 
 # Headers only, and only here: no client needs them.
 find_path(RAPIDJSON_INCLUDE_DIR rapidjson/reader.h)

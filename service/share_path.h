@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "util/NASConfDB.h"
+#include "util/export.h"
+
+#include <string>
+
+namespace service {
+
+// The folder that holds the share's files, below the base of its location whatever the share is
+// called: root_path() of the name that util::escape_string() makes, as the share's folder has it on
+// the disk. ".." becomes ".%2E".
+//
+// Throws util::bad_location if the share has no location, std::invalid_argument if its name is
+// empty or holds a slash or a NUL byte.
+UTIL_EXPORT std::string share_path(util::NASShare share);
+
+}  // namespace service
