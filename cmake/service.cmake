@@ -3,14 +3,17 @@
 # same objects.
 
 set(NASUTIL_SERVICE_MODULES
+    FileLock
     HmacAuthenticator
     InstanceLock
     Loop
     bytes
     internal/SignalInbox
     json
+    key_path
     natural_order
     notify
+    recovery
     share_path
     utf8)
 

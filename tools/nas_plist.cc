@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // nas-plist: shows, checks, converts and changes property lists. nas-plist.1 says how it is used.
+#include "service/FileLock.h"
+#include "service/key_path.h"
 #include "tools/command.h"
 #include "tools/input.h"
-#include "tools/key_path.h"
 #include "tools/outline.h"
 #include "util/JSEmit.h"
 #include "util/PropertyList.h"
@@ -52,6 +53,8 @@ Exit status: 0 good, 1 fault in the data, 2 wrong use.
 )";
 
 constexpr char kDateFormat[] = "%Y-%m-%dT%H:%M:%SZ";
+
+constexpr util::utime_t kPatience = 30000;  // milliseconds
 
 // ---- loading ----
 
@@ -285,11 +288,13 @@ bool may_be_saved(const util::PropertyList& list, const Input& file,
   return good;
 }
 
-int save(const Input& file, const KeyPath& key, const util::Value& value, bool force) {
+int save(const Input& file, const std::string& key, const util::Value& value, bool force) {
   util::PropertyList list(file.path());
+  service::find(list, key);  // refuses what is not a path before the list is read
+  const service::FileLock lock(file.path(), kPatience);
   load(list, file);
   const std::vector<std::string> problems = list.problems();
-  key.find_or_make(list.getProperties()) = value;
+  service::set(list, key, value);
   if (may_be_saved(list, file, problems, force)) {
     list.saveDurably();
   } else {
@@ -311,11 +316,11 @@ int run_set(const Request& request) {
   const std::optional<util::Value> value = type->read(text);
   if (!value) return wrong_use("'" + text + "' is no " + words[2]);
   try {
-    return save(Input(words[0]), KeyPath(words[1]), *value, request.force);
-  } catch (const KeyPath::Malformed& fault_in_key) {
-    return wrong_use("'" + words[1] + "' " + fault_in_key.what());
-  } catch (const KeyPath::Mismatch& mismatch) {
-    throw std::runtime_error(words[0] + ": " + words[1] + ": " + mismatch.what());
+    return save(Input(words[0]), words[1], *value, request.force);
+  } catch (const service::MalformedPath& malformed) {
+    return wrong_use(malformed.what());
+  } catch (const service::PathMismatch& mismatch) {
+    throw std::runtime_error(words[0] + ": " + mismatch.what());
   }
 }
 

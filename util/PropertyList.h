@@ -60,7 +60,7 @@ class UTIL_EXPORT malformed_property_list : public std::exception {
 // date and data. Dates are written and read as local time, whatever their "Z" says; reals have six
 // significant digits. problems() tells what would be lost on the way.
 //
-// Not locked: processes that share a list take turns in saving it.
+// Not locked: processes that share a list take turns in changing it (service/FileLock.h).
 class UTIL_EXPORT PropertyList {
  public:
   using value_struct = std::map<std::string, Value>;
@@ -110,6 +110,7 @@ class UTIL_EXPORT PropertyList {
   // list, with paths like "network/servers[2]/name". Empty where all would.
   std::vector<std::string> problems() const;
 
+  const std::string& path() const { return file; }
   bool exists() const;  // stat() succeeds
   bool backup_exists() const;
 

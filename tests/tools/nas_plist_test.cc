@@ -320,10 +320,10 @@ TEST(NasPlistSet, RefusesKeysThatDoNotFit) {
     std::string key;
     std::string message;
   } rows[] = {
-      {"n/a",  "n/a: there is no dictionary that \"a\" could be in"},
-      {"n[0]", "n[0]: there is no array that [0] could be in"      },
-      {"l/a",  "l/a: there is no dictionary that \"a\" could be in"},
-      {"l[1]", "l[1]: [1] is behind the end of an array of 0"      },
+      {"n/a",  "n/a: n is not a dictionary"        },
+      {"n[0]", "n[0]: n is not an array"           },
+      {"l/a",  "l/a: l is not a dictionary"        },
+      {"l[1]", "l[1]: the next element of l is [0]"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.key);
@@ -425,6 +425,24 @@ TEST(NasPlistSet, KeepsByForceNothingThatCannotBeSaved) {
   EXPECT_EQ(Words{"p"}, dir.list());
 }
 
+TEST(NasPlistSet, LosesNothingOfManyAtOnce) {
+  const TempDir dir;
+  dir.write("p", list(""));
+  const Outcome got = support::run(
+      {"/bin/bash", "-c",
+       "for i in {10..49}; do \"$0\" set \"$1\" k$i integer $i & processes+=($!); done\n"
+       "for one in ${processes[@]}; do wait $one || exit 1; done",
+       TOOL, dir.file("p")});
+  EXPECT_EQ("", got.err);
+  EXPECT_EQ(0, got.status);
+  std::string expected;
+  for (int i = 10; i < 50; ++i) {
+    expected += "k" + std::to_string(i) + ": " + std::to_string(i) + "\n";
+  }
+  EXPECT_EQ(expected, nas_plist({"show", dir.file("p")}).out);
+  EXPECT_EQ((Words{"p", "p~"}), dir.list());
+}
+
 TEST(NasPlistSet, ReportsAFailedSave) {
   const TempDir dir;
   const std::string old = list(pair("k", "<true />"));
@@ -468,15 +486,15 @@ TEST(NasPlist, RefusesWrongUse) {
       {{"set", "x", "k", "dict", "1"},        "nas-plist: dict has no VALUE\n"                         },
       {{"set", "x", "k", "number", "1"},      "nas-plist: 'number' is no TYPE\n"                       },
       {{"set", "-", "k", "integer", "1"},     "nas-plist: standard input cannot be changed\n"          },
-      {{"set", "x", "", "integer", "1"},      "nas-plist: '' has an empty key\n"                       },
-      {{"set", "x", "a//b", "integer", "1"},  "nas-plist: 'a//b' has an empty key\n"                   },
+      {{"set", "x", "", "integer", "1"},      "nas-plist: '': a key is empty\n"                        },
+      {{"set", "x", "a//b", "integer", "1"},  "nas-plist: 'a//b': a key is empty\n"                    },
       {{"set", "x", "a[x]", "integer", "1"},
-       "nas-plist: 'a[x]' has no number and \"]\" behind a \"[\"\n"                                    },
+       "nas-plist: 'a[x]': expected a number and \"]\" behind a \"[\"\n"                               },
       {{"set", "x", "a[1", "integer", "1"},
-       "nas-plist: 'a[1' has no number and \"]\" behind a \"[\"\n"                                     },
+       "nas-plist: 'a[1': expected a number and \"]\" behind a \"[\"\n"                                },
       {{"set", "x", "a[1]b", "integer", "1"},
-       "nas-plist: 'a[1]b' has no \"/\" or \"[\" behind a \"]\"\n"                                     },
-      {{"set", "x", "a\\", "integer", "1"},   "nas-plist: 'a\\' ends with a \"\\\"\n"                  },
+       "nas-plist: 'a[1]b': expected \"/\" or \"[\" behind a \"]\"\n"                                  },
+      {{"set", "x", "a\\", "integer", "1"},   "nas-plist: 'a\\': ends with a \"\\\"\n"                 },
       {{"check", "--all", "x"},               "nas-plist: '--all' is not an option\n"                  },
       {{"check", "-1", "x"},                  "nas-plist: '-1' is not an option\n"                     },
       {{"check", "--help=x"},                 "nas-plist: '--help' does not take an argument\n"        },

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#include "service/FileLock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+namespace service {
+namespace {
+
+constexpr util::utime_t kPause = 10;
+
+void pause() {
+  const timespec time = {0, static_cast<long>(kPause) * 1000000};
+  nanosleep(&time, nullptr);
+}
+
+// Whether the open file still bears this name. Whoever lets go of a lock removes the name first, so
+// that what waited for it holds a file that nobody else will find.
+bool bears_name(int descriptor, const std::string& name) {
+  struct stat open = {};
+  struct stat named = {};
+  return fstat(descriptor, &open) == 0 && stat(name.c_str(), &named) == 0 &&
+         open.st_ino == named.st_ino && open.st_dev == named.st_dev;
+}
+
+}  // namespace
+
+FileLock::FileLock(const std::string& file, util::utime_t patience) : name_(file + ".lock") {
+  for (util::utime_t waited = 0; !take(file); waited += kPause) {
+    if (waited >= patience) {
+      throw LockFailed(file + ": another process has been changing it for too long (it holds " +
+                       name_ + ")");
+    }
+    pause();
+  }
+}
+
+FileLock::~FileLock() {
+  unlink(name_.c_str());
+  close(descriptor_);
+}
+
+// False where another holds the lock.
+bool FileLock::take(const std::string& file) {
+  while (true) {
+    // Readable by all: a lock that root holds must not look like a failure to a daemon.
+    const int descriptor =
+        open(name_.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644);
+    const bool locked = descriptor >= 0 && flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+    const int error = errno;
+    if (locked && bears_name(descriptor, name_)) {
+      descriptor_ = descriptor;
+      return true;
+    }
+    if (descriptor >= 0) close(descriptor);
+    if (locked) continue;
+    if (descriptor >= 0 && error == EWOULDBLOCK) return false;
+    throw LockFailed(file + ": cannot lock it: " + strerror(error));
+  }
+}
+
+}  // namespace service

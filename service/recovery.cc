@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: MIT
+#include "service/recovery.h"
+
+#include "util/system_exception.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace service {
+namespace {
+
+std::string backup_of(const util::PropertyList& list) { return list.path() + "~"; }
+
+// False, and changes nothing, where the backup is missing or cannot be loaded.
+bool load_backup(util::PropertyList& list) try {
+  util::PropertyList backup(backup_of(list));
+  if (!backup.exists()) return false;
+  backup.load();
+  list.getProperties() = std::move(backup.getProperties());
+  return true;
+} catch (const util::malformed_property_list&) {
+  return false;
+}
+
+// A failed system call: throws with the errno of the moment.
+void check(int result) {
+  if (result < 0) throw util::system_exception();
+}
+
+void sync(const std::string& path) {
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  check(descriptor);
+  const int error = fsync(descriptor) < 0 ? errno : 0;
+  close(descriptor);
+  if (error != 0) throw util::system_exception(error);
+}
+
+std::string folder_of(const std::string& file) {
+  const size_t slash = file.rfind('/');
+  return slash == std::string::npos ? "." : file.substr(0, slash + 1);
+}
+
+// The steps of restore(). Between moving the one away and giving the other its name, load() finds
+// the backup.
+void make_file(const std::string& backup, const std::string& file) {
+  struct stat good = {};
+  struct stat old = {};
+  check(stat(backup.c_str(), &good));
+  const bool existed = lstat(file.c_str(), &old) == 0;
+  if (existed && old.st_ino == good.st_ino && old.st_dev == good.st_dev) return;
+  sync(backup);  // save() has left this to the system
+  if (existed) check(rename(file.c_str(), (file + ".replaced").c_str()));
+  check(link(backup.c_str(), file.c_str()));
+  sync(folder_of(file));
+}
+
+}  // namespace
+
+Recovery recover(util::PropertyList& list) {
+  const bool exists = list.exists();
+  const int error = errno;
+  try {
+    if (!exists && !list.backup_exists()) return {Recovery::Source::none, ""};
+    list.load();
+    if (exists) return {Recovery::Source::file, ""};
+    return {Recovery::Source::backup, list.path() + ": " + strerror(error)};
+  } catch (const util::malformed_property_list& failure) {
+    if (!exists || !load_backup(list)) throw;
+    return {Recovery::Source::backup, failure.what()};
+  }
+}
+
+void restore(util::PropertyList& list) {
+  util::PropertyList backup(backup_of(list));
+  if (!backup.exists()) throw util::save_failed(list.path(), "there is no backup");
+  backup.load();
+  try {
+    make_file(backup.path(), list.path());
+  } catch (const util::system_exception& failure) {
+    throw util::save_failed(list.path(), failure.what());
+  }
+  list.getProperties() = std::move(backup.getProperties());
+}
+
+}  // namespace service

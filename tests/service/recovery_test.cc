@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: MIT
+#include "service/recovery.h"
+
+#include "tests/support/faults.h"
+#include "tests/support/files.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using service::Recovery;
+using support::TempDir;
+
+using Names = std::vector<std::string>;
+
+std::string list_of(int number) {
+  return "<plist><dict><key>a</key><integer>" + std::to_string(number) +
+         "</integer></dict></plist>";
+}
+
+const std::string kBroken = "<plist><dict>";
+
+struct Folder : TempDir {
+  std::string path() const { return file("p"); }
+  ino_t inode(const std::string& name) const {
+    struct stat status = {};
+    return stat(file(name).c_str(), &status) == 0 ? status.st_ino : 0;
+  }
+};
+
+// What it throws.
+template <class Operation>
+std::string failure(Operation operation) {
+  try {
+    operation();
+    return "nothing";
+  } catch (const util::malformed_property_list& e) {
+    return e.what();
+  } catch (const util::save_failed& e) {
+    return e.what();
+  }
+}
+
+}  // namespace
+
+TEST(Recover, LoadsTheFile) {
+  const Folder folder;
+  folder.write("p", list_of(1));
+  folder.write("p~", list_of(2));
+  util::PropertyList list(folder.path());
+  const Recovery got = service::recover(list);
+  EXPECT_EQ(Recovery::Source::file, got.source);
+  EXPECT_EQ("", got.reason);
+  EXPECT_EQ(1, list.intForKey("a"));
+}
+
+TEST(Recover, LoadsTheBackupOfAMissingFile) {
+  const Folder folder;
+  folder.write("p~", list_of(2));
+  util::PropertyList list(folder.path());
+  const Recovery got = service::recover(list);
+  EXPECT_EQ(Recovery::Source::backup, got.source);
+  EXPECT_EQ(folder.path() + ": No such file or directory", got.reason);
+  EXPECT_EQ(2, list.intForKey("a"));
+}
+
+TEST(Recover, LoadsTheBackupOfABrokenFile) {
+  const Folder folder;
+  folder.write("p", kBroken);
+  folder.write("p~", list_of(2));
+  util::PropertyList list(folder.path());
+  const Recovery got = service::recover(list);
+  EXPECT_EQ(Recovery::Source::backup, got.source);
+  EXPECT_EQ(folder.path() + ": load failed", got.reason);
+  EXPECT_EQ(2, list.intForKey("a"));
+  EXPECT_EQ(kBroken, folder.read("p"));
+}
+
+TEST(Recover, LeavesTheListWhereThereIsNothing) {
+  const Folder folder;
+  util::PropertyList list(folder.path());
+  list["a"] = 5;
+  const Recovery got = service::recover(list);
+  EXPECT_EQ(Recovery::Source::none, got.source);
+  EXPECT_EQ("", got.reason);
+  EXPECT_EQ(5, list.intForKey("a"));
+}
+
+TEST(Recover, ThrowsForTheFileWhereNeitherLoads) {
+  const struct {
+    std::string file, backup;
+  } rows[] = {
+      {kBroken, kBroken},
+      {kBroken, ""     },
+      {"",      kBroken},
+  };
+  for (const auto& row : rows) {
+    const Folder folder;
+    if (!row.file.empty()) folder.write("p", row.file);
+    if (!row.backup.empty()) folder.write("p~", row.backup);
+    util::PropertyList list(folder.path());
+    list["a"] = 5;
+    EXPECT_EQ(folder.path() + ": load failed", failure([&] { service::recover(list); }));
+    EXPECT_EQ(5, list.intForKey("a"));
+  }
+}
+
+TEST(Restore, MakesTheBackupTheFileAndKeepsWhatItReplaces) {
+  const Folder folder;
+  folder.write("p", kBroken);
+  folder.write("p~", list_of(2));
+  util::PropertyList list(folder.path());
+  service::restore(list);
+  EXPECT_EQ(2, list.intForKey("a"));
+  EXPECT_EQ((Names{"p", "p.replaced", "p~"}), folder.list());
+  EXPECT_EQ(list_of(2), folder.read("p"));
+  EXPECT_EQ(list_of(2), folder.read("p~"));
+  EXPECT_EQ(kBroken, folder.read("p.replaced"));
+}
+
+TEST(Restore, NeedsNoFile) {
+  const Folder folder;
+  folder.write("p~", list_of(2));
+  util::PropertyList list(folder.path());
+  service::restore(list);
+  EXPECT_EQ((Names{"p", "p~"}), folder.list());
+  EXPECT_EQ(list_of(2), folder.read("p"));
+}
+
+TEST(Restore, ChangesNothingTheSecondTime) {
+  const Folder folder;
+  folder.write("p", list_of(1));
+  folder.write("p~", list_of(2));
+  util::PropertyList list(folder.path());
+  service::restore(list);
+  service::restore(list);
+  EXPECT_EQ(list_of(1), folder.read("p.replaced"));
+  EXPECT_EQ(folder.inode("p"), folder.inode("p~"));
+}
+
+TEST(Restore, IsFollowedByDurableSaves) {
+  const Folder folder;
+  folder.write("p", kBroken);
+  folder.write("p~", list_of(2));
+  util::PropertyList list(folder.path());
+  service::restore(list);
+  list["a"] = 3;
+  list.saveDurably();
+  EXPECT_EQ(list_of(2), folder.read("p~"));
+  util::PropertyList loaded(folder.path());
+  loaded.load();
+  EXPECT_EQ(3, loaded.intForKey("a"));
+}
+
+TEST(Restore, LeavesAllAsItIsWithoutAGoodBackup) {
+  const Folder folder;
+  folder.write("p", list_of(1));
+  util::PropertyList list(folder.path());
+  EXPECT_EQ(folder.path() + ": there is no backup", failure([&] { service::restore(list); }));
+  folder.write("p~", kBroken);
+  EXPECT_EQ(folder.path() + "~: load failed", failure([&] { service::restore(list); }));
+  EXPECT_EQ((Names{"p", "p~"}), folder.list());
+  EXPECT_TRUE(list.getProperties().empty());
+}
+
+TEST(Restore, LosesNothingWhicheverCallFails) {
+  for (const char* call : {"open", "fsync", "rename", "link"}) {
+    const Folder folder;
+    folder.write("p", kBroken);
+    folder.write("p~", list_of(2));
+    util::PropertyList list(folder.path());
+    {
+      const support::Fault fault(call, EIO);
+      EXPECT_EQ(folder.path() + ": Input/output error", failure([&] { service::restore(list); }))
+          << call;
+    }
+    EXPECT_TRUE(list.getProperties().empty());
+    EXPECT_EQ(list_of(2), folder.read("p~"));
+    EXPECT_EQ(Recovery::Source::backup, service::recover(list).source);
+    EXPECT_EQ(2, list.intForKey("a"));
+  }
+}
+
+TEST(Restore, LoadsTheBackupOrTheFileBetweenAnyTwoCalls) {
+  const Folder folder;
+  folder.write("p", list_of(1));
+  folder.write("p~", list_of(2));
+  support::Recorder calls({"open", "fsync", "rename", "link"});
+  calls.before = [&folder](const std::string& call) {
+    util::PropertyList seen(folder.path());
+    seen.load();
+    EXPECT_FALSE(seen.getProperties().empty()) << call;
+  };
+  util::PropertyList list(folder.path());
+  service::restore(list);
+  EXPECT_EQ(1, calls.count("rename"));
+  EXPECT_EQ(1, calls.count("link"));
+  EXPECT_EQ(2, calls.count("fsync"));
+}
