@@ -299,6 +299,18 @@ int expected_status(const Setting& setting, Loaded& loaded) {
   }
 }
 
+// Of a list that was saved without a loss: its value is there, is a difference, and can go.
+void check_the_rest(const Setting& setting) {
+  const std::string path = folder().file("list");
+  fuzz::require_equal(setting.type + "\n", run({"get", "--type", "--", path, setting.key}).out,
+                      "the type of the value");
+  const fuzz::ToolRun equal = run({"diff", path, path});
+  fuzz::require(equal.status == 0 && equal.out.empty(), "a list equals itself");
+  fuzz::require(run({"delete", "--", path, setting.key}).status == 0, "the value can go");
+  Loaded rest("list");
+  fuzz::require(rest.good, "the rest loads");
+}
+
 void check_setting(const Setting& setting, Loaded& loaded, const std::string& document) {
   const int expected = expected_status(setting, loaded);
   const fuzz::ToolRun set = run(setting.words());
@@ -315,6 +327,7 @@ void check_setting(const Setting& setting, Loaded& loaded, const std::string& do
   fuzz::require(again.good, "what was saved loads");
   fuzz::require_equal(fuzz::spelled(loaded.list.getProperties()),
                       fuzz::spelled(again.list.getProperties()), "the list with the value");
+  check_the_rest(setting);
 }
 
 }  // namespace

@@ -1,23 +1,25 @@
 // SPDX-License-Identifier: MIT
 // nas-plist: shows, checks, converts and changes property lists. nas-plist.1 says how it is used.
 #include "service/FileLock.h"
+#include "service/json.h"
 #include "service/key_path.h"
+#include "service/recovery.h"
 #include "tools/command.h"
 #include "tools/input.h"
+#include "tools/list_values.h"
 #include "tools/outline.h"
 #include "util/JSEmit.h"
 #include "util/PropertyList.h"
 #include "util/Value.h"
-#include "util/base64.h"
-#include "util/datetime.h"
 
 #include <getopt.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
-#include <cmath>
 #include <cstring>
+#include <fstream>
+#include <functional>
+#include <iostream>
 #include <iterator>
 #include <optional>
 #include <stdexcept>
@@ -30,29 +32,29 @@ namespace tools {
 namespace {
 
 constexpr char kUsage[] =
-    R"(usage: nas-plist show FILE
-       nas-plist check FILE
-       nas-plist js [--function NAME] FILE
-       nas-plist set [--force] FILE KEY TYPE [VALUE]
-Looks into a property list, and changes it. "-" is standard input, except for set.
+    R"(usage: nas-plist COMMAND [OPTION]... FILE [ARGUMENT]...
+Looks into a property list, and changes it. FILE "-" is standard input.
 
-  show             prints the list as an outline
-  check            says whether it loads, and what a save would not keep
-  js               prints the list as script text
-  set              sets the value of KEY, as in network/servers[2]/name, and saves the list
+  show FILE [PATH]              prints the list, or a part of it, as an outline
+  get [--type] FILE PATH        prints a value, or its type, for scripts
+  check FILE                    says whether it loads and what save() would lose
+  diff FILE FILE                prints what differs
+  json FILE [PATH]              prints the list, or a part of it, as JSON
+  js [--function NAME] FILE     prints the list as script text, or a function
+  new FILE                      makes an empty list
+  set FILE PATH TYPE [VALUE]... sets values, all in one save
+  delete FILE PATH...           removes values, all in one save
+  import FILE                   replaces the list by JSON from standard input
+  restore FILE                  makes the backup the file again
 
-  --function NAME  script text of a function of this name that returns the list
-  --force          saves although something else in the list will not be kept
-  --input-limit N  reads at most N MiB of standard input; without it, 64
-  -h, --help       shows this
-  --version        shows the version
+  --force                       set, delete, import: save what loses something
+  --input-limit MIB             of standard input; without it, 64
+  -h, --help, --version         show this, or the version
 
-TYPE and VALUE: integer 42, real 0.5, string TEXT, boolean true or false, data BASE64,
-date 2008-05-01T14:03:59Z (local time), dict and array (empty, without VALUE).
-Exit status: 0 good, 1 fault in the data, 2 wrong use.
+PATH: network/servers[2]/name. TYPE VALUE: integer 42, real 0.5, string TEXT,
+boolean true, date 2008-05-01T14:03:59Z (local time), data BASE64, dict, array.
+Exit status: 0 good, 1 fault in the data, 2 wrong use; of diff also 1 different.
 )";
-
-constexpr char kDateFormat[] = "%Y-%m-%dT%H:%M:%SZ";
 
 constexpr util::utime_t kPatience = 30000;  // milliseconds
 
@@ -101,86 +103,112 @@ void load(util::PropertyList& list, const Input& file) {
   if (!exists) warn(missing + "; its backup " + file.name() + "~ was read");
 }
 
-// ---- show ----
-
-std::string shown(double number) {
-  char text[32];
-  const auto end = std::to_chars(std::begin(text), std::end(text), number).ptr;
-  const std::string digits(text, end);
-  return digits.find_first_not_of("-0123456789") == digits.npos ? digits + ".0" : digits;
-}
-
-std::string shown(const util::byte_string& bytes) {
-  std::string text = "data ";
-  util::b64_encode(bytes, text, 0);
-  return text;
-}
-
-void show(Outline& out, const std::string& name, const util::Value& value);
-
-void show_entries(Outline& out, const util::value_struct& entries) {
-  for (const auto& entry : entries) show(out, plain_or_quoted(entry.first), entry.second);
-}
-
-void show_elements(Outline& out, const util::value_array& elements) {
-  size_t number = 0;
-  for (const util::Value& element : elements) {
-    show(out, "[" + std::to_string(number++) + "]", element);
-  }
-}
-
-template <class Container>
-void show_all(Outline& out, const std::string& name, const Container& items, const char* empty,
-              void (*show_items)(Outline&, const Container&)) {
-  if (items.empty()) return out.item(name, empty);
-  out.open(name);
-  show_items(out, items);
-  out.close();
-}
-
-void show(Outline& out, const std::string& name, const util::Value& value) {
-  switch (value.get_type()) {
-    case util::INTEGER: return out.item(name, std::to_string(static_cast<const int&>(value)));
-    case util::BOOLEAN: return out.item(name, static_cast<const bool&>(value) ? "true" : "false");
-    case util::DOUBLE: return out.item(name, shown(static_cast<const double&>(value)));
-    case util::STRING: return out.text(name, static_cast<const std::string&>(value));
-    case util::DATE_TIME: return out.item(name, "date " + util::unparse_time(value, kDateFormat));
-    case util::BYTE_STRING:
-      return out.item(name, shown(static_cast<const util::byte_string&>(value)));
-    case util::STRUCT: return show_all<util::value_struct>(out, name, value, "{}", show_entries);
-    case util::ARRAY: return show_all<util::value_array>(out, name, value, "[]", show_elements);
-    case util::VOID: return out.item(name, "void");
-  }
-}
-
-// ---- the commands ----
-
-std::string about(const Input& file, const std::string& problem) {
-  return file.name() + ": " + problem;
-}
-
 // What follows the command.
 struct Request {
   std::optional<std::string> function;
+  bool type = false;
   bool force = false;
   std::vector<std::string> words;
 };
 
+// Refuses what is not a path before anything is read.
+void check_path(const std::string& path) { service::find(util::PropertyList(""), path); }
+
+// A list that is only looked into.
+struct Loaded {
+  explicit Loaded(const std::string& name) : file(name), list(file.path()) { load(list, file); }
+
+  Input file;
+  util::PropertyList list;
+};
+
+std::string about(const Input& file, const std::string& text) { return file.name() + ": " + text; }
+
+// ---- looking ----
+
+// The list, or the part of it that the second word names. Throws where there is none.
+util::Value part(const Loaded& from, const Request& request) {
+  if (request.words.size() == 1) return from.list.getProperties();
+  const std::string& path = request.words[1];
+  const util::Value* const found = service::find(from.list, path);
+  if (found == nullptr)
+    throw std::runtime_error(about(from.file, path + ": there is no such value"));
+  return *found;
+}
+
 int run_show(const Request& request) {
-  const Input file(request.words[0]);
-  util::PropertyList list(file.path());
-  load(list, file);
+  const Loaded from(request.words[0]);
+  const util::Value value = part(from, request);
   Outline out;
-  show_entries(out, list.getProperties());
+  switch (value.get_type()) {
+    case util::STRUCT: show_entries(out, value); break;
+    case util::ARRAY: show_elements(out, value); break;
+    default: std::cout << outline_text(value) << '\n';
+  }
   return finish();
+}
+
+int run_get(const Request& request) {
+  const Loaded from(request.words[0]);
+  const std::string& path = request.words[1];
+  const util::Value* const value = service::find(from.list, path);
+  if (value == nullptr) return kFault;
+  if (request.type) return print(std::string(name_of_type(*value)) + "\n");
+  if (value->get_type() == util::STRUCT || value->get_type() == util::ARRAY) {
+    throw std::runtime_error(
+        about(from.file, path + ": is not a single value; show and json print it"));
+  }
+  return print(for_output(raw_text(*value)) + "\n");
+}
+
+// Says what a backup would be good for, if there is one and that is news.
+void check_backup(const Input& file, bool file_is_good) {
+  util::PropertyList backup(file.path() + "~");
+  if (!backup.exists()) return;
+  try {
+    refuse_special_file(backup.path());
+    backup.load();
+    if (!file_is_good) warn(backup.path() + ": the backup is good; restore makes it the file");
+  } catch (const util::malformed_property_list& failure) {
+    warn(failure.what() + reason_in(backup.path()) + ": the backup is of no use");
+  }
 }
 
 int run_check(const Request& request) {
   const Input file(request.words[0]);
   util::PropertyList list(file.path());
-  load(list, file);
+  const bool exists = list.exists();
+  try {
+    load(list, file);
+  } catch (const std::runtime_error& failure) {
+    fault(failure.what());
+    if (exists) check_backup(file, false);
+    return finish();
+  }
   for (const std::string& problem : list.problems()) fault(about(file, problem));
+  if (exists) check_backup(file, true);
   return finish();
+}
+
+int run_json(const Request& request) {
+  const Loaded from(request.words[0]);
+  return print(for_output(service::to_json(part(from, request), service::INDENTED)) + "\n");
+}
+
+// As with diff(1), 1 says that they differ and 2 that something is wrong.
+int run_diff(const Request& request) {
+  constexpr int kDifferent = 1;
+  constexpr int kTrouble = 2;
+  try {
+    const Loaded old(request.words[0]);
+    const Loaded current(request.words[1]);
+    const bool different = show_differences(old.list.getProperties(), current.list.getProperties());
+    if (finish() != kGood) return kTrouble;
+    return different ? kDifferent : kGood;
+  } catch (const std::exception& failure) {
+    fault(failure.what());
+    return kTrouble;
+  }
 }
 
 bool holds_date(const util::Value& value) {
@@ -217,62 +245,7 @@ int run_js(const Request& request) {
                "\n");
 }
 
-// ---- set ----
-
-template <class Number>
-std::optional<util::Value> number(const std::string& text) {
-  Number number = 0;
-  const char* const end = text.data() + text.size();
-  const auto result = std::from_chars(text.data(), end, number);
-  if (result.ec != std::errc() || result.ptr != end) return std::nullopt;
-  return util::Value(number);
-}
-
-std::optional<util::Value> real(const std::string& text) {
-  std::optional<util::Value> value = number<double>(text);
-  if (value && !std::isfinite(static_cast<double&>(*value))) return std::nullopt;
-  return value;
-}
-
-std::optional<util::Value> string(const std::string& text) { return util::Value(text); }
-
-std::optional<util::Value> boolean(const std::string& text) {
-  if (text != "true" && text != "false") return std::nullopt;
-  return util::Value(text == "true");
-}
-
-std::optional<util::Value> date(const std::string& text) {
-  const util::utime_t instant = util::parse_time(text, kDateFormat);
-  if (util::unparse_time(instant, kDateFormat) != text) return std::nullopt;
-  return util::Value(instant);
-}
-
-std::optional<util::Value> data(const std::string& text) {
-  util::byte_string bytes;
-  if (util::b64_decode(text, bytes) < 0) return std::nullopt;
-  return util::Value(bytes);
-}
-
-std::optional<util::Value> dict(const std::string&) { return util::Value(util::value_struct()); }
-
-std::optional<util::Value> array(const std::string&) { return util::Value(util::value_array()); }
-
-struct Type {
-  const char* name;
-  bool has_value;
-  std::optional<util::Value> (*read)(const std::string& text);
-};
-
-constexpr Type kTypes[] = {
-    {"integer", true,  number<int>},
-    {"real",    true,  real       },
-    {"string",  true,  string     },
-    {"boolean", true,  boolean    },
-    {"date",    true,  date       },
-    {"data",    true,  data       },
-    {"dict",    false, dict       },
-    {"array",   false, array      },
-};
+// ---- changing ----
 
 // What the list had already may be lost if `force` says so, but nothing that is new in it.
 bool may_be_saved(const util::PropertyList& list, const Input& file,
@@ -288,40 +261,122 @@ bool may_be_saved(const util::PropertyList& list, const Input& file,
   return good;
 }
 
-int save(const Input& file, const std::string& key, const util::Value& value, bool force) {
+// Loads the list, changes and saves it, while nobody else does.
+int change(const Request& request, const std::function<void(util::PropertyList& list)>& apply) {
+  const Input file(request.words[0]);
   util::PropertyList list(file.path());
-  service::find(list, key);  // refuses what is not a path before the list is read
   const service::FileLock lock(file.path(), kPatience);
   load(list, file);
   const std::vector<std::string> problems = list.problems();
-  service::set(list, key, value);
-  if (may_be_saved(list, file, problems, force)) {
+  apply(list);
+  if (may_be_saved(list, file, problems, request.force)) {
     list.saveDurably();
   } else {
-    fault(file.name() + ": not saved");
+    fault(about(file, "not saved"));
   }
   return finish();
 }
 
+struct Setting {
+  std::string path;
+  util::Value value;
+};
+
+// From the words behind the file. The status to exit with where they are not settings.
+std::optional<int> parse_settings(const std::vector<std::string>& words, std::vector<Setting>& to) {
+  for (size_t i = 1; i < words.size();) {
+    const std::string& path = words[i++];
+    check_path(path);
+    if (i == words.size()) return wrong_use("'" + path + "' needs a TYPE");
+    const std::string& name = words[i++];
+    const ListType* const type = find_list_type(name);
+    if (type == nullptr) return wrong_use("'" + name + "' is not a TYPE");
+    if (type->has_text && i == words.size()) return wrong_use(name + " needs a VALUE");
+    const std::string text = type->has_text ? words[i++] : "";
+    const std::optional<util::Value> value = type->read(text);
+    if (!value) return wrong_use("'" + text + "' does not fit " + name);
+    to.push_back({path, *value});
+  }
+  return std::nullopt;
+}
+
 int run_set(const Request& request) {
-  const std::vector<std::string>& words = request.words;
-  if (words[0] == "-") return wrong_use("standard input cannot be changed");
-  const auto* const type = std::find_if(std::begin(kTypes), std::end(kTypes),
-                                        [&words](const Type& row) { return words[2] == row.name; });
-  if (type == std::end(kTypes)) return wrong_use("'" + words[2] + "' is no TYPE");
-  if (type->has_value != (words.size() == 4)) {
-    return wrong_use(words[2] + (type->has_value ? " needs a VALUE" : " has no VALUE"));
+  std::vector<Setting> settings;
+  if (const auto status = parse_settings(request.words, settings)) return *status;
+  return change(request, [&](util::PropertyList& list) {
+    try {
+      for (const Setting& one : settings) service::set(list, one.path, one.value);
+    } catch (const service::PathMismatch& mismatch) {
+      throw std::runtime_error(request.words[0] + ": " + mismatch.what());
+    }
+  });
+}
+
+int run_delete(const Request& request) {
+  const std::vector<std::string> paths(request.words.begin() + 1, request.words.end());
+  for (const std::string& path : paths) check_path(path);
+  return change(request, [&](util::PropertyList& list) {
+    for (const std::string& path : paths) {
+      if (service::erase(list, path)) continue;
+      throw std::runtime_error(request.words[0] + ": " + path + ": there is no such value");
+    }
+  });
+}
+
+int make(const std::string& name) {
+  refuse_special_file(name);
+  util::PropertyList list(name);
+  const service::FileLock lock(name, kPatience);
+  if (list.exists()) throw std::runtime_error(name + ": is there already");
+  if (list.backup_exists()) {
+    throw std::runtime_error(name + "~: is there already; restore makes it the file");
   }
-  const std::string text = type->has_value ? words[3] : "";
-  const std::optional<util::Value> value = type->read(text);
-  if (!value) return wrong_use("'" + text + "' is no " + words[2]);
+  list.saveDurably();
+  return finish();
+}
+
+int run_new(const Request& request) { return make(request.words[0]); }
+
+util::Value json_from_standard_input() {
+  const Input input("-");
+  std::ifstream stream(input.path());
+  const std::string text((std::istreambuf_iterator<char>(stream)),
+                         std::istreambuf_iterator<char>());
+  service::JsonLimits limits;
+  limits.size = text.size();
   try {
-    return save(Input(words[0]), words[1], *value, request.force);
-  } catch (const service::MalformedPath& malformed) {
-    return wrong_use(malformed.what());
-  } catch (const service::PathMismatch& mismatch) {
-    throw std::runtime_error(words[0] + ": " + mismatch.what());
+    util::Value value = service::from_json(text, limits);
+    if (value.get_type() == util::STRUCT) return value;
+  } catch (const service::json_error& error) {
+    throw std::runtime_error(input.name() + ":" + error.what());
   }
+  throw std::runtime_error(about(input, "a list is a JSON object"));
+}
+
+int run_import(const Request& request) {
+  const util::Value value = json_from_standard_input();
+  const util::PropertyList list(request.words[0]);
+  if (!list.exists() && !list.backup_exists()) {
+    const int status = make(request.words[0]);
+    if (status != kGood) return status;
+  }
+  return change(request, [&](util::PropertyList& to) {
+    to.getProperties() = static_cast<const util::value_struct&>(value);
+  });
+}
+
+int run_restore(const Request& request) {
+  const std::string& name = request.words[0];
+  refuse_special_file(name);
+  refuse_special_file(name + "~");
+  util::PropertyList list(name);
+  const service::FileLock lock(name, kPatience);
+  try {
+    service::restore(list);
+  } catch (const util::malformed_property_list& failure) {
+    throw std::runtime_error(failure.what() + reason_in(name + "~"));
+  }
+  return finish();
 }
 
 // ---- the command line ----
@@ -329,39 +384,59 @@ int run_set(const Request& request) {
 struct Command {
   const char* name;
   size_t least, most;  // words behind it
+  bool changes;        // the file, which cannot be standard input
   int (*run)(const Request& request);
 };
 
+constexpr size_t kAny = SIZE_MAX;
+
 constexpr Command kCommands[] = {
-    {"show",  1, 1, run_show },
-    {"check", 1, 1, run_check},
-    {"js",    1, 1, run_js   },
-    {"set",   3, 4, run_set  },
+    {"show",    1, 2,    false, run_show   },
+    {"get",     2, 2,    false, run_get    },
+    {"check",   1, 1,    false, run_check  },
+    {"diff",    2, 2,    false, run_diff   },
+    {"json",    1, 2,    false, run_json   },
+    {"js",      1, 1,    false, run_js     },
+    {"new",     1, 1,    true,  run_new    },
+    {"set",     3, kAny, true,  run_set    },
+    {"delete",  2, kAny, true,  run_delete },
+    {"import",  1, 1,    true,  run_import },
+    {"restore", 1, 1,    true,  run_restore},
 };
 
-enum Option { kFunction = 256, kForce, kInputLimit, kVersion, kHelp = 'h' };
+std::string command_names() {
+  std::string names;
+  for (const Command& command : kCommands) {
+    names += (names.empty() ? "" : ", ") + std::string(command.name);
+  }
+  return names;
+}
+
+enum Option { kType = 256, kFunction, kForce, kInputLimit, kVersion, kHelp = 'h' };
 
 constexpr option kOptions[] = {
+    {"type",        no_argument,       nullptr, kType      },
     {"function",    required_argument, nullptr, kFunction  },
     {"force",       no_argument,       nullptr, kForce     },
-    {"help",        no_argument,       nullptr, kHelp      },
     {"input-limit", required_argument, nullptr, kInputLimit},
+    {"help",        no_argument,       nullptr, kHelp      },
     {"version",     no_argument,       nullptr, kVersion   },
     {nullptr,       0,                 nullptr, 0          }
 };
 
-// The options up to the next word. The status to exit with where one ends the run.
-std::optional<int> parse_options(int argc, char** argv, Request& to) {
+// Options wherever they stand, or, with "+", up to the first other word. The status to exit with
+// where one ends the run.
+std::optional<int> parse_options(int argc, char** argv, const std::string& where, Request& to) {
+  const std::string letters = where + ":h";
   for (int option = 0;
-       (option = getopt_long(argc, argv, "+:h", std::begin(kOptions), nullptr)) != -1;) {
+       (option = getopt_long(argc, argv, letters.c_str(), std::begin(kOptions), nullptr)) != -1;) {
     switch (option) {
+      case kType: to.type = true; break;
       case kFunction: to.function = optarg; break;
       case kForce: to.force = true; break;
       case kInputLimit:
-        if (!set_input_limit(optarg)) {
-          return wrong_use("'" + std::string(optarg) + "' is not a number of MiB");
-        }
-        break;
+        if (set_input_limit(optarg)) break;
+        return wrong_use("'" + std::string(optarg) + "' is not a number of MiB");
       case kHelp: return print(kUsage);
       case kVersion: return print_version();
       default: return wrong_option(option, argv, std::begin(kOptions));
@@ -370,25 +445,45 @@ std::optional<int> parse_options(int argc, char** argv, Request& to) {
   return std::nullopt;
 }
 
+int run_command(const Command& command, const Request& request) {
+  const std::string name = command.name;
+  if (request.type && command.run != run_get) return wrong_use("--type is for get");
+  if (request.function && command.run != run_js) return wrong_use("--function is for js");
+  if (request.force && !command.changes) return wrong_use("--force is for set, delete, import");
+  if (request.words.size() < command.least) return wrong_use(name + " needs more arguments");
+  if (request.words.size() > command.most) return wrong_use(name + " has too many arguments");
+  if (command.changes && request.words[0] == "-") {
+    return wrong_use("standard input cannot be changed");
+  }
+  try {
+    if (!command.changes && request.words.size() == 2 && command.run != run_diff) {
+      check_path(request.words[1]);
+    }
+    return command.run(request);
+  } catch (const service::MalformedPath& malformed) {
+    return wrong_use(malformed.what());
+  }
+}
+
 int run(int argc, char** argv) {
   Request request;
-  if (const auto status = parse_options(argc, argv, request)) return *status;
-  if (optind == argc) return wrong_use("a command is needed: show, check, js, set");
-  const std::string name = argv[optind++];
-  if (const auto status = parse_options(argc, argv, request)) return *status;
-  request.words.assign(argv + optind, argv + argc);
-
+  if (const auto status = parse_options(argc, argv, "+", request)) return *status;
+  if (optind == argc) return wrong_use("a command is needed: " + command_names());
+  const std::string name = argv[optind];
   const auto* const command =
       std::find_if(std::begin(kCommands), std::end(kCommands),
                    [&name](const Command& row) { return name == row.name; });
   if (command == std::end(kCommands)) {
-    return wrong_use("'" + name + "' is no command: show, check, js, set");
+    return wrong_use("'" + name + "' is not a command: " + command_names());
   }
-  if (request.function && command->run != run_js) return wrong_use("--function is for js");
-  if (request.force && command->run != run_set) return wrong_use("--force is for set");
-  if (request.words.size() < command->least) return wrong_use(name + " needs more arguments");
-  if (request.words.size() > command->most) return wrong_use(name + " has too many arguments");
-  return command->run(request);
+  argc -= optind;
+  argv += optind;
+  optind = 0;  // from the start: the command stands where the program's name stood
+  // A VALUE may look like an option.
+  const std::string where = command->run == run_set ? "+" : "";
+  if (const auto status = parse_options(argc, argv, where, request)) return *status;
+  request.words.assign(argv + optind, argv + argc);
+  return run_command(*command, request);
 }
 
 }  // namespace

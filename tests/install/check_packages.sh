@@ -43,7 +43,9 @@ holds libnasutil-dev '/cmake/nasutil/nasutilConfig\.cmake$'
 for tool in nas-log nas-plist nas-conf; do
   holds nasutil-tools "/bin/$tool\$"
   holds nasutil-tools "/man1/$tool\.1\$"
+  holds nasutil-tools "/bash-completion/completions/$tool\$"
 done
+holds nasutil-tools '/zsh/vendor-completions/_nasutil$'
 [[ $(field nasutil-tools Depends) == *"libnasutil1"* ]] || fail "nasutil-tools Depends"
 soname=$(objdump -p "$build/libnasutil.so" | awk '/SONAME/ {print $2}')
 [ "$soname" = libnasutil.so.1 ] || fail "SONAME is $soname"

@@ -6,6 +6,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -117,10 +118,11 @@ TEST(NasPlistShow, ReadsTheBackupOfAMissingFileAndSaysSo) {
 TEST(NasPlist, ReportsAMissingFile) {
   const TempDir dir;
   const std::string file = dir.file("p");
-  for (const char* command : {"show", "check", "js", "set"}) {
+  for (const char* command : {"show", "check", "js", "json", "set", "delete", "get"}) {
     SCOPED_TRACE(command);
     Words arguments = {command, file};
     if (arguments[0] == "set") arguments.insert(arguments.end(), {"a", "integer", "1"});
+    if (arguments[0] == "delete" || arguments[0] == "get") arguments.emplace_back("a");
     const Outcome got = nas_plist(arguments);
     EXPECT_EQ("", got.out);
     EXPECT_EQ("nas-plist: " + file + ": No such file or directory\n", got.err);
@@ -362,8 +364,9 @@ TEST(NasPlistSet, RefusesValuesThatAreNone) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.type + " " + row.value);
     const Outcome got = nas_plist({"set", dir.file("p"), "k", row.type, row.value});
-    EXPECT_EQ("nas-plist: '" + row.value + "' is no " + row.type + "\nTry 'nas-plist --help'.\n",
-              got.err);
+    EXPECT_EQ(
+        "nas-plist: '" + row.value + "' does not fit " + row.type + "\nTry 'nas-plist --help'.\n",
+        got.err);
     EXPECT_EQ(2, got.status);
   }
   EXPECT_EQ(old, dir.read("p"));
@@ -465,6 +468,344 @@ TEST(NasPlistSet, DoesNotWriteMessagesIntoTheList) {
   EXPECT_EQ(list(pair("a", "<real>3.14159</real>") + pair("k", "<true />")), dir.read("p"));
 }
 
+TEST(NasPlistSet, SetsSeveralInOneSave) {
+  const TempDir dir;
+  const std::string old = list(pair("k", "<true />"));
+  dir.write("p", old);
+  const Outcome got = nas_plist({"set", dir.file("p"), "a", "dict", "a/n", "integer", "-1", "l",
+                                 "array", "l[0]", "string", "--help"});
+  EXPECT_EQ("", got.err);
+  EXPECT_EQ("a:\n  n: -1\nk: true\nl:\n  [0]: \"--help\"\n",
+            nas_plist({"show", dir.file("p")}).out);
+  EXPECT_EQ(old, dir.read("p~"));
+}
+
+TEST(NasPlistSet, SetsNoneWhereOneDoesNotFit) {
+  const TempDir dir;
+  const std::string old = list(pair("k", "<true />"));
+  dir.write("p", old);
+  const std::string file = dir.file("p");
+  EXPECT_EQ(1, nas_plist({"set", file, "a", "integer", "1", "k/x", "integer", "1"}).status);
+  EXPECT_EQ(2, nas_plist({"set", file, "a", "integer", "1", "b", "integer", "x"}).status);
+  EXPECT_EQ(old, dir.read("p"));
+  EXPECT_EQ(Words{"p"}, dir.list());
+}
+
+TEST(NasPlistSet, LeavesTheFileAloneWhileAnotherChangesIt) {
+  const TempDir dir;
+  const std::string file = dir.file("p");
+  dir.write("p", list(""));
+  const Outcome got =
+      support::run({"/bin/bash", "-c",
+                    "exec 9>\"$1.lock\" && flock 9 && { \"$0\" set \"$1\" a integer 1 9>&- & } &&\n"
+                    "sleep 0.1 && \"$0\" show \"$1\" && flock -u 9 && wait",
+                    TOOL, file});
+  EXPECT_EQ("", got.out);
+  EXPECT_EQ("a: 1\n", nas_plist({"show", file}).out);
+}
+
+// ---- delete ----
+
+TEST(NasPlistDelete, RemovesValuesInOneSave) {
+  const TempDir dir;
+  const std::string old = list(
+      "<key>a</key><integer>1</integer><key>l</key><array>"
+      "<integer>1</integer><integer>2</integer></array>");
+  dir.write("p", old);
+  const Outcome got = nas_plist({"delete", dir.file("p"), "a", "l[0]"});
+  EXPECT_EQ("", got.err);
+  EXPECT_EQ(0, got.status);
+  EXPECT_EQ("l:\n  [0]: 2\n", nas_plist({"show", dir.file("p")}).out);
+  EXPECT_EQ(old, dir.read("p~"));
+}
+
+TEST(NasPlistDelete, RemovesNoneWhereOneIsMissing) {
+  const TempDir dir;
+  const std::string old = list_of("<true />");
+  dir.write("p", old);
+  const Outcome got = nas_plist({"delete", dir.file("p"), "a", "b/c"});
+  EXPECT_EQ("nas-plist: " + dir.file("p") + ": b/c: there is no such value\n", got.err);
+  EXPECT_EQ(1, got.status);
+  EXPECT_EQ(old, dir.read("p"));
+}
+
+// ---- get ----
+
+TEST(NasPlistGet, PrintsRawTextOrTheType) {
+  const TempDir dir;
+  dir.write("p",
+            list(R"(<key>a</key><string>it's "x"&#10;\</string><key>d</key><integer>-42</integer>
+      <key>e</key><real>2</real><key>f</key><real>0.1</real><key>g</key><true/>
+      <key>h</key><date>2008-05-01T14:03:59Z</date><key>i</key><data>AQID</data>
+      <key>k</key><dict><key>z</key><array><string>deep</string></array></dict>)"));
+  const struct {
+    const char* path;
+    const char* text;
+    const char* type;
+  } rows[] = {
+      {"a",      "it's \"x\"\n\\\n",       "string\n" },
+      {"d",      "-42\n",                  "integer\n"},
+      {"e",      "2\n",                    "real\n"   },
+      {"f",      "0.1\n",                  "real\n"   },
+      {"g",      "true\n",                 "boolean\n"},
+      {"h",      "2008-05-01T14:03:59Z\n", "date\n"   },
+      {"i",      "AQID\n",                 "data\n"   },
+      {"k/z[0]", "deep\n",                 "string\n" },
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.path);
+    EXPECT_EQ(row.text, nas_plist({"get", dir.file("p"), row.path}).out);
+    const Outcome type = nas_plist({"get", dir.file("p"), row.path, "--type"});
+    EXPECT_EQ(row.type, type.out);
+    EXPECT_EQ(0, type.status);
+  }
+  EXPECT_EQ("dict\n", nas_plist({"get", "--type", dir.file("p"), "k"}).out);
+  EXPECT_EQ("array\n", nas_plist({"get", "--type", dir.file("p"), "k/z"}).out);
+}
+
+TEST(NasPlistGet, PrintsNothingOfWhatIsMissing) {
+  for (const char* path : {"b", "a/b", "a[0]"}) {
+    for (const Words& command : {
+             Words{"get",     "-", path},
+             Words{ "get", "--type", "-", path}
+    }) {
+      const Outcome got = nas_plist(command, list_of("<true />"));
+      EXPECT_EQ("", got.out);
+      EXPECT_EQ("", got.err);
+      EXPECT_EQ(1, got.status);
+    }
+  }
+}
+
+TEST(NasPlistGet, SaysWhatPrintsContainers) {
+  const Outcome got = nas_plist({"get", "-", "a"}, list_of("<dict />"));
+  EXPECT_EQ("", got.out);
+  EXPECT_EQ("nas-plist: standard input: a: is not a single value; show and json print it\n",
+            got.err);
+  EXPECT_EQ(1, got.status);
+}
+
+TEST(NasPlistGet, ServesALoopOfTheShell) {
+  const TempDir dir;
+  dir.write("p", list("<key>s</key><array><dict><key>n</key><string>one two</string></dict>"
+                      "<dict><key>n</key><string>three</string></dict></array>"));
+  const Outcome got = support::run(
+      {"/bin/sh", "-c",
+       "i=0; while n=$(\"$0\" get \"$1\" \"s[$i]/n\"); do echo \"<$n>\"; i=$((i+1)); done", TOOL,
+       dir.file("p")});
+  EXPECT_EQ("<one two>\n<three>\n", got.out);
+  EXPECT_EQ("", got.err);
+}
+
+TEST(NasPlistShow, PrintsAPart) {
+  const std::string file = list(
+      "<key>d</key><dict><key>n</key><integer>1</integer><key>l</key><array><true/></array></"
+      "dict>");
+  EXPECT_EQ("l:\n  [0]: true\nn: 1\n", nas_plist({"show", "-", "d"}, file).out);
+  EXPECT_EQ("[0]: true\n", nas_plist({"show", "-", "d/l"}, file).out);
+  EXPECT_EQ("1\n", nas_plist({"show", "-", "d/n"}, file).out);
+  const Outcome missing = nas_plist({"show", "-", "d/x"}, file);
+  EXPECT_EQ("nas-plist: standard input: d/x: there is no such value\n", missing.err);
+  EXPECT_EQ(1, missing.status);
+}
+
+// ---- json, import ----
+
+TEST(NasPlistJson, PrintsWhatOthersRead) {
+  const support::TimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+  const std::string file = list(
+      "<key>d</key><date>2008-07-01T14:03:59Z</date>"
+      "<key>l</key><array><integer>1</integer><true/></array>");
+  EXPECT_EQ("{\n  \"d\": \"2008-07-01T12:03:59.000Z\",\n  \"l\": [\n    1,\n    true\n  ]\n}\n",
+            nas_plist({"json", "-"}, file).out);
+  EXPECT_EQ("1\n", nas_plist({"json", "-", "l[0]"}, file).out);
+  const TempDir dir;
+  dir.write("p", file);
+  const Outcome jq =
+      support::run({"/bin/sh", "-c", "\"$0\" json \"$1\" | jq -c .l", TOOL, dir.file("p")});
+  EXPECT_EQ("[1,true]\n", jq.out);
+}
+
+TEST(NasPlistImport, ReplacesTheList) {
+  const TempDir dir;
+  const std::string old = list(pair("k", "<true />"));
+  dir.write("p", old);
+  const Outcome got = nas_plist({"import", dir.file("p")},
+                                R"({"a": 1, "b": [0.5, "x", false], "c": {"d": 4000000000}})");
+  EXPECT_EQ("", got.err);
+  EXPECT_EQ(0, got.status);
+  EXPECT_EQ("a: 1\nb:\n  [0]: 0.5\n  [1]: \"x\"\n  [2]: false\nc:\n  d: 4e+09\n",
+            nas_plist({"show", dir.file("p")}).out);
+  EXPECT_EQ(old, dir.read("p~"));
+}
+
+TEST(NasPlistImport, MakesAMissingFile) {
+  const TempDir dir;
+  EXPECT_EQ(0, nas_plist({"import", dir.file("p")}, R"({"a": 1})").status);
+  EXPECT_EQ("a: 1\n", nas_plist({"show", dir.file("p")}).out);
+}
+
+TEST(NasPlistImport, RefusesWhatIsNoList) {
+  const struct {
+    std::string json;
+    std::string message;
+  } rows[] = {
+      {"[1]",                 "standard input: a list is a JSON object\n"},
+      {"{\n  \"a\": x}",      "standard input:2:8: "                     },
+      {"",                    "standard input:1:1: "                     },
+      {R"({"a": 1, "a": 2})", "standard input:1:"                        },
+  };
+  const TempDir dir;
+  const std::string old = list(pair("k", "<true />"));
+  dir.write("p", old);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.json);
+    const Outcome got = nas_plist({"import", dir.file("p")}, row.json);
+    EXPECT_EQ("nas-plist: " + row.message, got.err.substr(0, 11 + row.message.size()));
+    EXPECT_EQ(1, got.status);
+  }
+  const Outcome nothing = nas_plist({"import", dir.file("p")}, R"({"a": {"b": null}})");
+  EXPECT_EQ("nas-plist: " + dir.file("p") + ": a/b: ",
+            nothing.err.substr(0, dir.file("p").size() + 18));
+  EXPECT_EQ(1, nothing.status);
+  EXPECT_EQ(old, dir.read("p"));
+  EXPECT_EQ(Words{"p"}, dir.list());
+  EXPECT_EQ(1, nas_plist({"import", dir.file("q")}, "[]").status);
+  EXPECT_EQ(Words{"p"}, dir.list());
+}
+
+// ---- new, restore ----
+
+TEST(NasPlistNew, MakesAnEmptyList) {
+  const TempDir dir;
+  EXPECT_EQ(0, nas_plist({"new", dir.file("p")}).status);
+  EXPECT_EQ(Words{"p"}, dir.list());
+  const Outcome show = nas_plist({"show", dir.file("p")});
+  EXPECT_EQ("", show.out + show.err);
+  EXPECT_EQ(0, show.status);
+}
+
+TEST(NasPlistNew, ReplacesNothing) {
+  const TempDir dir;
+  dir.write("p", "precious");
+  const Outcome file = nas_plist({"new", dir.file("p")});
+  EXPECT_EQ("nas-plist: " + dir.file("p") + ": is there already\n", file.err);
+  EXPECT_EQ(1, file.status);
+  EXPECT_EQ("precious", dir.read("p"));
+  dir.write("q~", "precious");
+  EXPECT_EQ("nas-plist: " + dir.file("q") + "~: is there already; restore makes it the file\n",
+            nas_plist({"new", dir.file("q")}).err);
+  EXPECT_EQ((Words{"p", "q~"}), dir.list());
+}
+
+TEST(NasPlistRestore, MakesTheBackupTheFile) {
+  const TempDir dir;
+  dir.write("p", "<plist");
+  dir.write("p~", list_of("<true />"));
+  const Outcome got = nas_plist({"restore", dir.file("p")});
+  EXPECT_EQ("", got.err);
+  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(list_of("<true />"), dir.read("p"));
+  EXPECT_EQ("<plist", dir.read("p.replaced"));
+  EXPECT_EQ((Words{"p", "p.replaced", "p~"}), dir.list());
+}
+
+TEST(NasPlistRestore, RefusesABackupThatDoesNotLoad) {
+  const TempDir dir;
+  dir.write("p", list_of("<true />"));
+  EXPECT_EQ("nas-plist: " + dir.file("p") + ": there is no backup\n",
+            nas_plist({"restore", dir.file("p")}).err);
+  dir.write("p~", "<plist");
+  const Outcome got = nas_plist({"restore", dir.file("p")});
+  const std::string start = "nas-plist: " + dir.file("p") + "~: load failed";
+  EXPECT_EQ(start, got.err.substr(0, start.size()));
+  EXPECT_EQ(1, got.status);
+  EXPECT_EQ((Words{"p", "p~"}), dir.list());
+}
+
+TEST(NasPlistCheck, SaysWhetherTheBackupWouldLoad) {
+  const TempDir dir;
+  const std::string file = dir.file("p");
+  dir.write("p", list_of("<true />"));
+  dir.write("p~", list_of("<false />"));
+  EXPECT_EQ("", nas_plist({"check", file}).err);
+
+  dir.write("p~", "<plist");
+  const Outcome useless = nas_plist({"check", file});
+  EXPECT_NE(std::string::npos, useless.err.find(file + "~: ")) << useless.err;
+  EXPECT_NE(std::string::npos, useless.err.find(": the backup is of no use\n")) << useless.err;
+  EXPECT_EQ(0, useless.status);
+
+  dir.write("p", "<plist");
+  const Outcome neither = nas_plist({"check", file});
+  EXPECT_NE(std::string::npos, neither.err.find(": the backup is of no use\n")) << neither.err;
+  EXPECT_EQ(1, neither.status);
+
+  dir.write("p~", list_of("<false />"));
+  const Outcome good = nas_plist({"check", file});
+  EXPECT_NE(std::string::npos, good.err.find("\nnas-plist: " + file +
+                                             "~: the backup is good; restore makes it the file\n"))
+      << good.err;
+  EXPECT_EQ(1, good.status);
+}
+
+// ---- diff ----
+
+TEST(NasPlistDiff, PrintsWhatDiffers) {
+  const TempDir dir;
+  dir.write("a",
+            list("<key>gone</key><dict><key>x/y</key><array><integer>1</integer></array></dict>"
+                 "<key>kind</key><integer>1</integer><key>l</key><array><true/><true/></array>"
+                 "<key>same</key><dict><key>a</key><real>0.1</real></dict>"
+                 "<key>turned</key><dict/>"));
+  dir.write("b", list("<key>came</key><string>a&#10;b</string>"
+                      "<key>kind</key><real>1</real><key>l</key><array><false/></array>"
+                      "<key>same</key><dict><key>a</key><real>0.1</real></dict>"
+                      "<key>turned</key><array><string>x</string></array>"));
+  const Outcome got = nas_plist({"diff", dir.file("a"), dir.file("b")});
+  EXPECT_EQ(R"(+came: "a\nb"
+-gone/x\/y[0]: 1
+-kind: 1
++kind: 1.0
+-l[0]: true
++l[0]: false
+-l[1]: true
+-turned: {}
++turned[0]: "x"
+)",
+            got.out);
+  EXPECT_EQ("", got.err);
+  EXPECT_EQ(1, got.status);
+}
+
+TEST(NasPlistDiff, IsSilentAboutEqualLists) {
+  const TempDir dir;
+  dir.write("a", kMany);
+  const Outcome got = nas_plist({"diff", dir.file("a"), "-"}, kMany);
+  EXPECT_EQ("", got.out + got.err);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasPlistDiff, TellsTroubleFromDifference) {
+  const TempDir dir;
+  dir.write("a", list_of("<true />"));
+  EXPECT_EQ(2, nas_plist({"diff", dir.file("a"), dir.file("none")}).status);
+  EXPECT_EQ(2, nas_plist({"diff", dir.file("a"), "-"}, list(""), "/dev/full").status);
+}
+
+TEST(NasPlistDiff, UsesColoursOnATerminal) {
+  const TempDir dir;
+  dir.write("a", list_of("<true />"));
+  dir.write("b", list(""));
+  const auto diff = [&dir](const std::string& environment) {
+    return support::run_on_terminal({"/usr/bin/env", environment, "TERM=xterm", TOOL, "diff",
+                                     dir.file("a"), dir.file("b")})
+        .out;
+  };
+  EXPECT_EQ("\033[31m-a: true\033[0m\r\n", diff("NO_COLOR="));
+  EXPECT_EQ("-a: true\r\n", diff("NO_COLOR=1"));
+}
+
 // ---- use ----
 
 TEST(NasPlist, RefusesWrongUse) {
@@ -472,34 +813,47 @@ TEST(NasPlist, RefusesWrongUse) {
     Words arguments;
     std::string message;
   } rows[] = {
-      {{},                                    "nas-plist: a command is needed: show, check, js, set\n" },
-      {{"dump", "x"},                         "nas-plist: 'dump' is no command: show, check, js, set\n"},
-      {{"show"},                              "nas-plist: show needs more arguments\n"                 },
-      {{"show", "x", "y"},                    "nas-plist: show has too many arguments\n"               },
-      {{"js", "--function", "1x", "x"},       "nas-plist: '1x' is no name of a function\n"             },
-      {{"js", "--function", "", "x"},         "nas-plist: '' is no name of a function\n"               },
-      {{"js", "--function", "f(){}", "x"},    "nas-plist: 'f(){}' is no name of a function\n"          },
-      {{"show", "--function", "f", "x"},      "nas-plist: --function is for js\n"                      },
-      {{"show", "--force", "x"},              "nas-plist: --force is for set\n"                        },
-      {{"set", "x", "k"},                     "nas-plist: set needs more arguments\n"                  },
-      {{"set", "x", "k", "integer"},          "nas-plist: integer needs a VALUE\n"                     },
-      {{"set", "x", "k", "dict", "1"},        "nas-plist: dict has no VALUE\n"                         },
-      {{"set", "x", "k", "number", "1"},      "nas-plist: 'number' is no TYPE\n"                       },
-      {{"set", "-", "k", "integer", "1"},     "nas-plist: standard input cannot be changed\n"          },
-      {{"set", "x", "", "integer", "1"},      "nas-plist: '': a key is empty\n"                        },
-      {{"set", "x", "a//b", "integer", "1"},  "nas-plist: 'a//b': a key is empty\n"                    },
+      {{},
+       "nas-plist: a command is needed: show, get, check, diff, json, js, new, set, delete, "
+       "import, restore\n"                                                                     },
+      {{"dump", "x"},
+       "nas-plist: 'dump' is not a command: show, get, check, diff, json, js, new, set, delete, "
+       "import, restore\n"                                                                     },
+      {{"show"},                              "nas-plist: show needs more arguments\n"         },
+      {{"show", "x", "y", "z"},               "nas-plist: show has too many arguments\n"       },
+      {{"js", "--function", "1x", "x"},       "nas-plist: '1x' is no name of a function\n"     },
+      {{"js", "--function", "", "x"},         "nas-plist: '' is no name of a function\n"       },
+      {{"js", "--function", "f(){}", "x"},    "nas-plist: 'f(){}' is no name of a function\n"  },
+      {{"show", "--function", "f", "x"},      "nas-plist: --function is for js\n"              },
+      {{"show", "--force", "x"},              "nas-plist: --force is for set, delete, import\n"},
+      {{"set", "x", "k"},                     "nas-plist: set needs more arguments\n"          },
+      {{"set", "x", "k", "integer"},          "nas-plist: integer needs a VALUE\n"             },
+      {{"set", "x", "k", "dict", "1"},        "nas-plist: '1' needs a TYPE\n"                  },
+      {{"set", "x", "k", "number", "1"},      "nas-plist: 'number' is not a TYPE\n"            },
+      {{"show", "--type", "x"},               "nas-plist: --type is for get\n"                 },
+      {{"get", "x"},                          "nas-plist: get needs more arguments\n"          },
+      {{"get", "x", "a//b"},                  "nas-plist: 'a//b': a key is empty\n"            },
+      {{"show", "x", "a//b"},                 "nas-plist: 'a//b': a key is empty\n"            },
+      {{"delete", "x", "a", "a//b"},          "nas-plist: 'a//b': a key is empty\n"            },
+      {{"delete", "x"},                       "nas-plist: delete needs more arguments\n"       },
+      {{"set", "x", "k", "dict", "l"},        "nas-plist: 'l' needs a TYPE\n"                  },
+      {{"new", "-"},                          "nas-plist: standard input cannot be changed\n"  },
+      {{"import", "-"},                       "nas-plist: standard input cannot be changed\n"  },
+      {{"set", "-", "k", "integer", "1"},     "nas-plist: standard input cannot be changed\n"  },
+      {{"set", "x", "", "integer", "1"},      "nas-plist: '': a key is empty\n"                },
+      {{"set", "x", "a//b", "integer", "1"},  "nas-plist: 'a//b': a key is empty\n"            },
       {{"set", "x", "a[x]", "integer", "1"},
-       "nas-plist: 'a[x]': expected a number and \"]\" behind a \"[\"\n"                               },
+       "nas-plist: 'a[x]': expected a number and \"]\" behind a \"[\"\n"                       },
       {{"set", "x", "a[1", "integer", "1"},
-       "nas-plist: 'a[1': expected a number and \"]\" behind a \"[\"\n"                                },
+       "nas-plist: 'a[1': expected a number and \"]\" behind a \"[\"\n"                        },
       {{"set", "x", "a[1]b", "integer", "1"},
-       "nas-plist: 'a[1]b': expected \"/\" or \"[\" behind a \"]\"\n"                                  },
-      {{"set", "x", "a\\", "integer", "1"},   "nas-plist: 'a\\': ends with a \"\\\"\n"                 },
-      {{"check", "--all", "x"},               "nas-plist: '--all' is not an option\n"                  },
-      {{"check", "-1", "x"},                  "nas-plist: '-1' is not an option\n"                     },
-      {{"check", "--help=x"},                 "nas-plist: '--help' does not take an argument\n"        },
-      {{"js", "--function"},                  "nas-plist: '--function' needs an argument\n"            },
-      {{"show", "--input-limit", "x", "y"},   "nas-plist: 'x' is not a number of MiB\n"                },
+       "nas-plist: 'a[1]b': expected \"/\" or \"[\" behind a \"]\"\n"                          },
+      {{"set", "x", "a\\", "integer", "1"},   "nas-plist: 'a\\': ends with a \"\\\"\n"         },
+      {{"check", "--all", "x"},               "nas-plist: '--all' is not an option\n"          },
+      {{"check", "-1", "x"},                  "nas-plist: '-1' is not an option\n"             },
+      {{"check", "--help=x"},                 "nas-plist: '--help' does not take an argument\n"},
+      {{"js", "--function"},                  "nas-plist: '--function' needs an argument\n"    },
+      {{"show", "--input-limit", "x", "y"},   "nas-plist: 'x' is not a number of MiB\n"        },
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.message);
@@ -584,15 +938,29 @@ TEST(NasPlist, ShowsItsVersion) {
   EXPECT_EQ(0, got.status);
 }
 
+TEST(NasPlist, HelpFitsOneScreen) {
+  const std::string help = nas_plist({"--help"}).out;
+  EXPECT_LE(std::count(help.begin(), help.end(), '\n'), 24);
+  for (size_t at = 0; at < help.size(); at = help.find('\n', at) + 1) {
+    EXPECT_LE(help.find('\n', at) - at, 80U) << help.substr(at, 80);
+  }
+}
+
 TEST(NasPlist, HelpAndManualNameEveryCommandOptionAndType) {
   const Outcome help = nas_plist({"--help"});
   EXPECT_EQ(0, help.status);
+  EXPECT_EQ(help.out, nas_plist({"-h"}).out);
+  EXPECT_EQ(help.out, nas_plist({"show", "-h"}).out);
   const std::string manual = support::read_file(MANUAL);
-  for (const std::string& command : Words{"show", "check", "js", "set"}) {
+  for (const std::string& command : Words{"show", "get", "check", "diff", "json", "js", "new",
+                                          "set", "delete", "import", "restore"}) {
     EXPECT_NE(std::string::npos, help.out.find("\n  " + command + " ")) << command;
+    EXPECT_NE(std::string::npos, manual.find("nas-plist " + command + " "))
+        << command;  // an example
     EXPECT_NE(std::string::npos, manual.find(".It Cm " + command)) << command;
   }
-  for (const std::string& option : Words{"function", "force", "input-limit", "help", "version"}) {
+  for (const std::string& option :
+       Words{"type", "function", "force", "input-limit", "help", "version"}) {
     EXPECT_NE(std::string::npos, help.out.find("--" + option)) << option;
     EXPECT_NE(std::string::npos, manual.find("Fl -" + option)) << option;
   }
