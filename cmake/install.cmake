@@ -3,6 +3,15 @@
 
 include(CMakePackageConfigHelpers)
 
+# Installed programs find their library beside them, wherever the folder is moved.
+# A package for system folders needs none of that: -DCMAKE_SKIP_INSTALL_RPATH=ON.
+file(RELATIVE_PATH nasutil_libdir_from_bin "/prefix/${CMAKE_INSTALL_BINDIR}"
+     "/prefix/${CMAKE_INSTALL_LIBDIR}")
+set(CMAKE_INSTALL_RPATH "$ORIGIN/${nasutil_libdir_from_bin}")
+if(nasutil_service_targets)
+  set_target_properties(nasutil_service PROPERTIES INSTALL_RPATH "$ORIGIN")
+endif()
+
 set(nasutil_cmake_dir "${CMAKE_INSTALL_LIBDIR}/cmake/nasutil")
 
 install(
