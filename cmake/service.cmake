@@ -6,8 +6,10 @@ set(NASUTIL_SERVICE_MODULES
     FileLock
     HmacAuthenticator
     InstanceLock
+    LogFile
     Loop
     bytes
+    internal/OldLogs
     internal/SignalInbox
     json
     key_path

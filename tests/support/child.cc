@@ -49,4 +49,9 @@ void replace_dev(const std::string& dev) {
   EXPECT_EQ(0, mount(dev.c_str(), "/dev", "none", MS_BIND, nullptr));
 }
 
+void mount_memory(const std::string& folder, const std::string& options) {
+  EXPECT_TRUE(enter_namespace());
+  EXPECT_EQ(0, mount("none", folder.c_str(), "tmpfs", 0, options.c_str()));
+}
+
 }  // namespace support

@@ -18,4 +18,8 @@ bool namespaces_work();
 // Only in a child: moves it into a mount namespace of its own, whose /dev is the folder `dev`.
 void replace_dev(const std::string& dev);
 
+// Only in a child: mounts a file system in memory on `folder`, for this child and its own children.
+// `options` are mount's: "size=64k,nr_inodes=8".
+void mount_memory(const std::string& folder, const std::string& options);
+
 }  // namespace support

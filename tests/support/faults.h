@@ -3,8 +3,8 @@
 // passes on to the real one, and can be counted, recorded and made to fail.
 //
 //   fopen fclose fflush setvbuf fread fwrite ferror fscanf fprintf vfprintf fputc
-//   rename link unlink stat fstat open fchown fchmod fsync syslog
-//   gettimeofday nanosleep time localtime_r mktime strftime strptime
+//   rename link unlink stat lstat fstat open opendir write flock fchown fchmod fsync fdatasync
+//   syncfs fork syslog gettimeofday nanosleep time localtime_r mktime strftime strptime
 //   getifaddrs freeifaddrs socket ioctl close fcntl
 #pragma once
 
@@ -86,7 +86,7 @@ class Redirect {
   Redirect* outer_;
 };
 
-// From construction to destruction fsync() takes no time and syncs nothing.
+// From construction to destruction fsync() and its like take no time and sync nothing.
 class Unsynced {
  public:
   Unsynced();

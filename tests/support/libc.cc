@@ -7,11 +7,13 @@
 #include "tests/support/network.h"
 #include "tests/support/real.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <ifaddrs.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -193,6 +195,34 @@ int fsync(int descriptor) {
   if (fails("fsync")) return -1;
   return support::unsynced() ? 0 : REAL(fsync)(descriptor);
 }
+
+ssize_t write(int descriptor, const void* bytes, size_t size) {
+  return fails("write") ? -1 : REAL(write)(descriptor, bytes, size);
+}
+
+int fdatasync(int descriptor) {
+  if (fails("fdatasync")) return -1;
+  return support::unsynced() ? 0 : REAL(fdatasync)(descriptor);
+}
+
+int syncfs(int descriptor) {
+  if (fails("syncfs")) return -1;
+  return support::unsynced() ? 0 : REAL(syncfs)(descriptor);
+}
+
+int lstat(const char* path, struct stat* to) {
+  return fails("lstat", path) ? -1 : REAL(lstat)(path, to);
+}
+
+int flock(int descriptor, int operation) {
+  return fails("flock") ? -1 : REAL(flock)(descriptor, operation);
+}
+
+DIR* opendir(const char* path) { return fails("opendir", path) ? nullptr : REAL(opendir)(path); }
+
+// ---- processes ----
+
+pid_t fork() { return fails("fork") ? -1 : REAL(fork)(); }
 
 // ---- system log ----
 
