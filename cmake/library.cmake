@@ -14,6 +14,7 @@ set(NASUTIL_MODULES
     NetworkInterface
     PropertyList
     PropertyList_durable
+    PropertyList_encoding
     PropertyList_problems
     SuperLoop
     Timer
@@ -38,10 +39,9 @@ endforeach()
 set_source_files_properties(
   util/Authenticator.cc util/EventLoop.cc util/MD5Authenticator.cc util/NASConfDB.cc
   util/NetworkInterface.cc util/PropertyList.cc util/PropertyList_durable.cc
-  util/PropertyList_problems.cc util/ZEB_GPIO.cc util/datetime.cc util/print_str.cc
-  util/system_exception.cc
+  util/PropertyList_encoding.cc util/PropertyList_problems.cc util/ZEB_GPIO.cc util/datetime.cc
+  util/print_str.cc util/system_exception.cc ticpp/document.cc ticpp/element.cc ticpp/tree.cc
   PROPERTIES COMPILE_OPTIONS "$<$<NOT:$<CONFIG:Debug>>:-Os>")
-set_source_files_properties(ticpp/ticpp.cc PROPERTIES COMPILE_OPTIONS -fno-inline-functions)
 target_compile_options(nasutil_objects PRIVATE
   $<$<CXX_COMPILER_ID:GNU>:-fno-reorder-blocks-and-partition>)
 set_target_properties(nasutil_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
@@ -58,7 +58,8 @@ if(NASUTIL_SYSTEM_TICPP)  # Its users link to it and compile against it as well.
   set(nasutil_ticpp "${NASUTIL_TICPP_LIBRARY}")
   set(nasutil_ticpp_include "${NASUTIL_TICPP_INCLUDE_DIR}")
 else()
-  target_sources(nasutil_objects PRIVATE ticpp/ticpp.cc)
+  target_sources(nasutil_objects PRIVATE ticpp/document.cc ticpp/element.cc ticpp/scan.cc
+                                         ticpp/tree.cc)
   set(nasutil_ticpp_include "$<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/ticpp>")
 endif()
 target_include_directories(nasutil_objects PRIVATE "${nasutil_ticpp_include}")

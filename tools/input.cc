@@ -79,12 +79,11 @@ Input::Input(const std::string& file) : name_(file), path_(file) {
     return;
   }
   if (file == "-") name_ = "standard input";
-  const Descriptor stream(file == "-" ? dup(STDIN_FILENO) : open(file.c_str(), O_RDONLY));
-  if (stream.get() < 0) fail(name_);
-  copy_ = std::make_unique<Descriptor>(memfd_create("input", MFD_CLOEXEC));
-  if (copy_->get() < 0) fail(name_);
-  copy(stream.get(), copy_->get(), name_);
-  path_ = "/proc/self/fd/" + std::to_string(copy_->get());
+  const util::Descriptor stream(file == "-" ? dup(STDIN_FILENO) : open(file.c_str(), O_RDONLY),
+                                name_);
+  copy_ = util::Descriptor(memfd_create("input", MFD_CLOEXEC), name_);
+  copy(stream.number(), copy_.number(), name_);
+  path_ = "/proc/self/fd/" + std::to_string(copy_.number());
 }
 
 std::string Input::named(std::string message) const {

@@ -2,27 +2,11 @@
 // An input file of a tool that reads it by name.
 #pragma once
 
-#include <unistd.h>
+#include "util/internal/owners.h"
 
-#include <memory>
 #include <string>
 
 namespace tools {
-
-class Descriptor {
- public:
-  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
-  ~Descriptor() {
-    if (descriptor_ >= 0) close(descriptor_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int get() const { return descriptor_; }
-
- private:
-  int descriptor_;
-};
 
 // Throws std::runtime_error for a FIFO, a device or a socket: reading it may block or never end.
 void refuse_special_file(const std::string& path);
@@ -47,7 +31,7 @@ class Input {
  private:
   std::string name_;
   std::string path_;
-  std::unique_ptr<Descriptor> copy_;
+  util::Descriptor copy_;
 };
 
 }  // namespace tools

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "util/NetworkInterface.h"
 
+#include "util/internal/owners.h"
 #include "util/system_exception.h"
 
 #include <ifaddrs.h>
@@ -41,26 +42,19 @@ class InterfaceList {
 
 class Socket {
  public:
-  Socket() : descriptor_(socket(AF_INET, SOCK_DGRAM, 0)) {
-    if (descriptor_ < 0) throw system_exception();
-  }
-  ~Socket() { close(descriptor_); }
-  Socket(const Socket&) = delete;
-  Socket& operator=(const Socket&) = delete;
-
   // The first six bytes of the interface's hardware address.
   byte_string mac_address(const std::string& name) const {
     ifreq request = {};
     // The kernel's names always fit. One cut short would ask about another interface.
     if (name.size() >= sizeof request.ifr_name) throw system_exception(ENAMETOOLONG);
     name.copy(request.ifr_name, name.size());
-    if (ioctl(descriptor_, SIOCGIFHWADDR, &request) < 0) throw system_exception();
+    if (ioctl(descriptor_.number(), SIOCGIFHWADDR, &request) < 0) throw system_exception();
     const auto* const mac = reinterpret_cast<const unsigned char*>(request.ifr_hwaddr.sa_data);
     return {mac, kMacSize};
   }
 
  private:
-  const int descriptor_;
+  const Descriptor descriptor_{socket(AF_INET, SOCK_DGRAM, 0)};
 };
 
 // The bytes of an IPv4 or IPv6 address; empty for every other kind and for none.

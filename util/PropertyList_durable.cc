@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "util/PropertyList.h"
+#include "util/internal/owners.h"
 #include "util/system_exception.h"
 
 #include <fcntl.h>
@@ -18,27 +19,6 @@ namespace {
 void check(int result) {
   if (result < 0) throw system_exception();
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int descriptor) : descriptor_(descriptor) { check(descriptor_); }
-  ~Descriptor() {
-    if (descriptor_ >= 0) ::close(descriptor_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int get() const { return descriptor_; }
-
-  void close() {
-    const int descriptor = descriptor_;
-    descriptor_ = -1;
-    check(::close(descriptor));
-  }
-
- private:
-  int descriptor_;
-};
 
 // A name beside the file that `make` could create; what still bears it goes in the end.
 class OwnName {
@@ -118,14 +98,14 @@ void PropertyList::saveDurably() try {
   });
   Descriptor written(fresh.made());
   write(document, fresh.get());
-  if (has_owner) take_over(old, written.get());
-  check(fsync(written.get()));
+  if (has_owner) take_over(old, written.number());
+  check(fsync(written.number()));
   written.close();
 
   if (unlink(temporary().c_str()) < 0 && errno != ENOENT) throw system_exception();
   if (existed) make_backup(file, backup());
   check(rename(fresh.get(), file.c_str()));
-  check(fsync(folder.get()));
+  check(fsync(folder.number()));
 } catch (const system_exception& e) {
   throw save_failed(file, e.what());
 }

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include "ticpp/syntax.h"
 #include "util/PropertyList.h"
 #include "util/datetime.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
-#include <cstring>
 #include <ctime>
 
 #include <ticpp.h>
@@ -13,31 +12,17 @@
 namespace util {
 namespace {
 
-bool is_blank(char c) { return isspace(static_cast<unsigned char>(c)) != 0; }
-
-// Written as "&...;".
-bool is_escaped(char c) {
-  return static_cast<unsigned char>(c) < ' ' || strchr("&<>\"'", c) != nullptr;
-}
-
-// The parser goes by the first byte of a character and takes what follows unseen.
-size_t character_size(char lead) {
-  const auto byte = static_cast<unsigned char>(lead);
-  if (byte < 0xC2 || byte > 0xF4) return 1;
-  return byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : 4;
-}
-
-bool starts_with_mark(const std::string& text) {
-  const std::string start = text.substr(0, 3);
-  return start == "\xEF\xBB\xBF" || start == "\xEF\xBF\xBE" || start == "\xEF\xBF\xBF";
-}
+using ticpp::character_size;
+using ticpp::is_blank;
+using ticpp::is_escaped;
+using ticpp::starts_with_mark;
 
 // Line feeds and the like are escaped and come back; blanks are not and are condensed: to none at
 // both ends, to one within.
 const char* problem_of_text(const std::string& text) {
   if (text.empty()) return "an empty text cannot be loaded";
   if (std::all_of(text.begin(), text.end(), is_blank)) return "a text of blanks cannot be loaded";
-  if (starts_with_mark(text)) return "a byte order mark at the start is dropped";
+  if (starts_with_mark(text.c_str())) return "a byte order mark at the start is dropped";
   bool after_blank = true;
   for (size_t i = 0, size = 0; i < text.size(); i += size) {
     size = character_size(text[i]);
@@ -130,8 +115,10 @@ class Examiner {
   }
 
   void value(const Value& v) {
-    if (depth_ > PropertyList::kMaxDepth)
-      return note("values nested deeper than 1023 cannot be saved");
+    if (depth_ > PropertyList::kMaxDepth) {
+      const std::string limit = std::to_string(PropertyList::kMaxDepth);
+      return note(("values nested deeper than " + limit + " cannot be saved").c_str());
+    }
     switch (v.get_type()) {
       case INTEGER:
       case BOOLEAN: return;

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "util/ZEB_GPIO.h"
 
+#include "util/internal/owners.h"
+
 #include <cstdio>
 #include <iterator>
-#include <memory>
 
 namespace util {
 
@@ -15,11 +16,6 @@ constexpr unsigned int kStatusRegister = 65808;
 // The bit of the register by Pin.
 constexpr unsigned int kBits[] = {4, 11, 12, 22, 23, 24, 25};
 static_assert(std::size(kBits) == ZEB_GPIO::TemperatureHigh + 1, "one bit a pin");
-
-struct Close {
-  void operator()(FILE* file) const { fclose(file); }
-};
-using File = std::unique_ptr<FILE, Close>;
 
 // The kernel sees the request when the file is closed. Kept: two blanks in the request.
 bool request(unsigned int address) {

@@ -13,7 +13,7 @@ quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
 
 mkdir -p "$work"/ticpp/{include,lib}
 cp "$source/ticpp/ticpp.h" "$work/ticpp/include"
-"$compiler" -std=c++17 -fPIC -shared -I"$source" "$source/ticpp/ticpp.cc" \
+"$compiler" -std=c++17 -fPIC -shared -I"$source" "$source"/ticpp/*.cc \
   -o "$work/ticpp/lib/libticpp.so" -ltinyxml
 
 quietly cmake -S "$source" -B "$work/build" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \

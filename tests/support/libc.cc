@@ -41,8 +41,15 @@ bool fails(const char* call, const char* first = nullptr, const char* second = n
   return error != 0;
 }
 
-// The open stream on which fread() was last made to fail.
-thread_local FILE* failed_reading = nullptr;
+// The open stream on which reading or writing was last made to fail.
+thread_local FILE* failed_stream = nullptr;
+
+// As fails(); ferror() tells of it from then on.
+bool fails_on(FILE* stream, const char* call) {
+  const bool failing = fails(call);
+  if (failing) failed_stream = stream;
+  return failing;
+}
 
 std::string formatted(const char* format, va_list args) {
   va_list copy;
@@ -77,7 +84,7 @@ FILE* fopen(const char* path, const char* mode) {
 int fclose(FILE* stream) {
   const bool failing = fails("fclose");
   const int error = errno;
-  if (stream == failed_reading) failed_reading = nullptr;
+  if (stream == failed_stream) failed_stream = nullptr;
   const int result = REAL(fclose)(stream);
   if (!failing) return result;
   errno = error;
@@ -91,32 +98,30 @@ int setvbuf(FILE* stream, char* buffer, int mode, size_t size) {
 }
 
 size_t fread(void* to, size_t size, size_t count, FILE* stream) {
-  if (!fails("fread")) return REAL(fread)(to, size, count, stream);
-  failed_reading = stream;
-  return 0;
+  return fails_on(stream, "fread") ? 0 : REAL(fread)(to, size, count, stream);
 }
 
-// Fails by telling that reading did.
+// Fails by telling that reading or writing did.
 int ferror(FILE* stream) {
-  return stream == failed_reading || fails("ferror") ? 1 : REAL(ferror)(stream);
+  return stream == failed_stream || fails("ferror") ? 1 : REAL(ferror)(stream);
 }
 
 size_t fwrite(const void* from, size_t size, size_t count, FILE* stream) {
-  return fails("fwrite") ? 0 : REAL(fwrite)(from, size, count, stream);
+  return fails_on(stream, "fwrite") ? 0 : REAL(fwrite)(from, size, count, stream);
 }
 
-int fputc(int c, FILE* stream) { return fails("fputc") ? EOF : REAL(fputc)(c, stream); }
+int fputc(int c, FILE* stream) { return fails_on(stream, "fputc") ? EOF : REAL(fputc)(c, stream); }
 
 int vfprintf(FILE* stream, const char* format, va_list args) {
-  return fails("vfprintf") ? -1 : REAL(vfprintf)(stream, format, args);
+  return fails_on(stream, "vfprintf") ? -1 : REAL(vfprintf)(stream, format, args);
 }
 
 int __vfprintf_chk(FILE* stream, int, const char* format, va_list args) {
-  return fails("vfprintf") ? -1 : REAL(vfprintf)(stream, format, args);
+  return fails_on(stream, "vfprintf") ? -1 : REAL(vfprintf)(stream, format, args);
 }
 
 static int print(FILE* stream, const char* format, va_list args) {
-  return fails("fprintf") ? -1 : REAL(vfprintf)(stream, format, args);
+  return fails_on(stream, "fprintf") ? -1 : REAL(vfprintf)(stream, format, args);
 }
 
 int fprintf(FILE* stream, const char* format, ...) {

@@ -95,11 +95,14 @@ TEST(ReplacedCalls, AreUsedByEachPartOfTheLibrary) {
       calls_of(log_and_rotate));
   EXPECT_EQ("localtime_r strftime syslog time", calls_of(log_to_system));
   EXPECT_EQ(
-      "fclose ferror fflush fopen fread fstat fwrite link localtime_r mktime stat strftime "
+      "fclose ferror fflush fopen fprintf fputc fread fstat fwrite link localtime_r mktime stat "
+      "strftime "
       "strptime unlink",
       calls_of(save_and_load));
-  EXPECT_EQ("close fchmod fchown fclose fflush fopen fsync fwrite link open rename stat unlink",
-            calls_of(save_durably));
+  EXPECT_EQ(
+      "close fchmod fchown fclose ferror fflush fopen fprintf fputc fsync fwrite link open rename "
+      "stat unlink",
+      calls_of(save_durably));
   EXPECT_EQ("fclose fopen fprintf fscanf", calls_of(read_pins));
   EXPECT_EQ("close freeifaddrs getifaddrs ioctl socket", calls_of(list_interfaces));
   EXPECT_EQ("gettimeofday nanosleep", calls_of(sleep));

@@ -3,9 +3,9 @@
 // gone: linked with the static library, this program's come first.
 #include "util/PropertyList.h"
 
-#include <stdlib.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -36,10 +36,14 @@ std::string saved_and_loaded() try {
 }
 
 struct Settings {
+  Settings() = default;
   // Fails the program if the list does not come back at its end.
   ~Settings() {
     if (saved_and_loaded() != "whole") _exit(1);
   }
+
+  Settings(const Settings&) = delete;
+  Settings& operator=(const Settings&) = delete;
 
   const std::string early = saved_and_loaded();
 };

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+// What the objects of ticpp.h share: the tree behind them.
+#pragma once
+
+#include "ticpp/ticpp.h"
+
+#include <deque>
+#include <memory>
+#include <string>
+
+#include <tinyxml.h>
+
+namespace ticpp {
+
+// What belongs to a tree beside its nodes.
+class Tree {
+ public:
+  // One for each node that was looked up; the node's user data points to it.
+  Element* element(TiXmlElement* node) {
+    if (node->GetUserData() == nullptr) {
+      node->SetUserData(&elements_.emplace_back(node, this));
+    }
+    return static_cast<Kept*>(node->GetUserData());
+  }
+
+  // The text that the tree was read from, as the parser had it; empty once the tree was changed.
+  std::string text;
+
+  // The same tree with its rows counted, from when they are first asked for.
+  std::unique_ptr<TiXmlDocument> counted;
+
+ private:
+  struct Kept : Element {
+    Kept(TiXmlElement* node, Tree* tree) : Element(node, tree) {}
+  };
+
+  std::deque<Kept> elements_;
+};
+
+// The nodes that are made here carry the elements looked up below them.
+struct Root : TiXmlDocument {
+  Tree tree;
+};
+
+struct Built : TiXmlElement {
+  explicit Built(const std::string& name) : TiXmlElement(name) {}
+
+  std::unique_ptr<Tree> tree;  // made late: most elements built are never searched
+};
+
+// Of the document; else of the element built by name that is looked at, or that holds a
+// declaration.
+Tree& tree_of(TiXmlNode& node, Tree* tree);
+
+// What knows the row of `node`; null for what was not read from a file. Rows are not counted while
+// reading, which would take a fifth of its time, but here once more.
+const TiXmlNode* counted(const TiXmlNode& node, Tree* tree);
+
+// Throws an Exception of the text and " (/plist/dict, row 3, column 5)".
+[[noreturn]] void fail_at(const TiXmlNode& node, Tree* tree, const std::string& text);
+
+}  // namespace ticpp
