@@ -2,9 +2,9 @@
 # SPDX-License-Identifier: MIT
 """Checks a page of the guide against its program.
 
-    check_guide.py <page>.md <page>.cc <program> [argument...]
+    check_guide.py <page>.md <source> <program> [argument...]
 
-The page's block "cpp" is the source, its block "text" what the program prints, its block "stderr",
+The page's block "cpp", or "sh" for a script, is the source, its block "text" what the program prints, its block "stderr",
 if any, what it writes to standard error. The program runs in an empty folder, in UTC and the C
 locale, and must end with status 0. A date with a time matches every other one.
 """
@@ -37,7 +37,8 @@ def main(page_file, source_file, *command):
     if ran.returncode != 0:
         faults += 1
         sys.stderr.write(f"{command}: status {ran.returncode}\n")
-    for kind, actual in ("cpp", source), ("text", ran.stdout), ("stderr", ran.stderr):
+    language = "sh" if source_file.endswith(".sh") else "cpp"
+    for kind, actual in (language, source), ("text", ran.stdout), ("stderr", ran.stderr):
         if undated(blocks(page, kind)) != undated(actual):
             faults += 1
             sys.stderr.write(f"{page_file}: its block {kind} should be\n{actual}\n")

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "service/recovery.h"
 
+#include "service/internal/Descriptor.h"
 #include "util/system_exception.h"
 
 #include <fcntl.h>
@@ -33,11 +34,8 @@ void check(int result) {
 }
 
 void sync(const std::string& path) {
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  check(descriptor);
-  const int error = fsync(descriptor) < 0 ? errno : 0;
-  close(descriptor);
-  if (error != 0) throw util::system_exception(error);
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  check(fsync(file.number()));
 }
 
 std::string folder_of(const std::string& file) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/command.h"
 
+#include "service/utf8.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -27,28 +29,7 @@ std::string hexadecimal(std::string_view bytes) {
   return text;
 }
 
-// How UTF-8 writes the characters of one range of first bytes: how long they are, and between what
-// the second byte lies. U+0080 to U+009F are left out, for they are control characters too.
-struct Sequence {
-  unsigned char first, last, size, low, high;
-};
-
-constexpr Sequence kSequences[] = {
-    {0x20, 0x7E, 1, 0,    0   },
-    {'\t', '\n', 1, 0,    0   },
-    {0xC2, 0xC2, 2, 0xA0, 0xBF},
-    {0xC3, 0xDF, 2, 0x80, 0xBF},
-    {0xE0, 0xE0, 3, 0xA0, 0xBF},
-    {0xE1, 0xEC, 3, 0x80, 0xBF},
-    {0xED, 0xED, 3, 0x80, 0x9F},
-    {0xEE, 0xEF, 3, 0x80, 0xBF},
-    {0xF0, 0xF0, 4, 0x90, 0xBF},
-    {0xF1, 0xF3, 4, 0x80, 0xBF},
-    {0xF4, 0xF4, 4, 0x80, 0x8F},
-};
-
-// Left out too: U+061C, U+200E, U+200F, U+202A to U+202E, U+2066 to U+2069, which let a name look
-// like another.
+// U+061C, U+200E, U+200F, U+202A to U+202E and U+2066 to U+2069 let a name look like another.
 constexpr std::string_view kDirections[] = {
     "\xD8\x9C",     "\xE2\x80\x8E", "\xE2\x80\x8F", "\xE2\x80\xAA", "\xE2\x80\xAB", "\xE2\x80\xAC",
     "\xE2\x80\xAD", "\xE2\x80\xAE", "\xE2\x81\xA6", "\xE2\x81\xA7", "\xE2\x81\xA8", "\xE2\x81\xA9",
@@ -60,20 +41,19 @@ bool changes_direction(std::string_view text) {
       [text](std::string_view sequence) { return text.substr(0, sequence.size()) == sequence; });
 }
 
-bool continues(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+// Below U+0020, except tab and newline, and from U+007F to U+009F.
+bool is_control(std::string_view character) {
+  const auto byte = static_cast<unsigned char>(character.back());
+  if (character.size() == 1) return (byte < 0x20 && byte != '\t' && byte != '\n') || byte == 0x7F;
+  return character[0] == '\xC2' && byte < 0xA0;
+}
 
 // Bytes of the harmless character that `text` begins with, or 0.
 size_t harmless(std::string_view text) {
-  if (changes_direction(text)) return 0;
-  const auto byte = [&text](size_t at) { return static_cast<unsigned char>(text[at]); };
-  for (const Sequence& s : kSequences) {
-    if (byte(0) < s.first || byte(0) > s.last) continue;
-    if (s.size == 1) return 1;
-    if (text.size() < s.size || byte(1) < s.low || byte(1) > s.high) return 0;
-    const std::string_view rest = text.substr(2, s.size - 2);
-    return std::all_of(rest.begin(), rest.end(), continues) ? s.size : 0;
-  }
-  return 0;
+  const service::Utf8Piece piece = service::utf8_piece(text.data(), text.data() + text.size());
+  const bool shown =
+      piece.valid && !is_control(text.substr(0, piece.size)) && !changes_direction(text);
+  return shown ? piece.size : 0;
 }
 
 // A file opened later must not become standard output by chance. What was closed still fails when

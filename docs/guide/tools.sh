@@ -1,0 +1,37 @@
+# SPDX-License-Identifier: MIT
+set -eu
+settings=settings.plist
+
+# The first time there is no list yet.
+[ -e $settings ] || nas-plist new $settings
+
+# Several values are one save: all of them or none.
+nas-plist set $settings \
+  hostname string nas \
+  network/mtu integer 1500 \
+  network/servers array \
+  network/servers[0]/name string ntp1.example.org \
+  network/servers[1]/name string ntp2.example.org
+
+# What is missing has a default.
+language=$(nas-plist get $settings language) || language=en
+echo "$(nas-plist get $settings hostname) speaks $language"
+
+# Each element of an array.
+i=0
+while server=$(nas-plist get $settings "network/servers[$i]/name"); do
+  echo "server $i is $server"
+  i=$((i + 1))
+done
+
+# A change, what it did, and back again.
+nas-plist set $settings network/mtu integer 9000
+nas-plist diff $settings~ $settings || true
+nas-plist restore $settings
+echo "mtu $(nas-plist get $settings network/mtu)"
+
+# Another program changes the list as JSON.
+nas-plist json $settings | sed 's/example\.org/example.net/' | nas-plist import $settings
+nas-plist delete $settings 'network/servers[0]'
+nas-plist check $settings
+nas-plist show $settings
