@@ -289,8 +289,8 @@ bool control(const Descriptor& epoll, int operation, const Watch& watch) {
 }  // namespace
 
 Loop::Core::~Core() {
-  for (size_t i = 0; i < watches_.size(); ++i) {
-    if (watches_[i] != nullptr) watches_[i]->end();
+  for (Watch* const watch : watches_) {
+    if (watch != nullptr) watch->end();
   }
   while (!timers_.empty()) static_cast<Timer*>(timers_.front())->end();
   while (!children_.empty()) children_.front()->end();
@@ -447,6 +447,7 @@ void Loop::Core::runLoop(utime_t) {
   if (end_ - now() < kMillisecond) return;
   waited_ = true;
   serve(end_);
+  if (end_ - now() >= kMillisecond) return;  // the system refused to wait
   // The pass goes by the system's time. Where that was set back, the rest is waited for as well:
   // otherwise it would be slept.
   const int64_t spent = duration(util::Timer::now() - wall_start_);

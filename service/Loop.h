@@ -74,9 +74,9 @@ class UTIL_EXPORT Handle {
 // The loop's own clock is the monotonic one: setting the system time moves none of its timers.
 //
 // Callbacks may use the loop in every way but destroy it or run a pass of it. An exception that
-// leaves a callback ends the process. Nothing locks: a loop belongs to one thread. A process that
-// was forked off may use its copy of the loop, from which the processes watched by on_exit() are
-// gone; neither disturbs the other one.
+// leaves a callback ends the process. Nothing locks: a loop belongs to one thread, and so does its
+// logger. A process that was forked off may use its copy of the loop, from which the processes
+// watched by on_exit() are gone; neither disturbs the other one.
 class UTIL_EXPORT Loop : public util::SuperLoop {
  public:
   // The constructors throw util::system_exception if the system has no descriptors left.

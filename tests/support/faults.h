@@ -6,6 +6,7 @@
 //   rename link unlink stat lstat fstat open opendir write flock fchown fchmod fsync fdatasync
 //   syncfs fork syslog gettimeofday nanosleep time localtime_r mktime strftime strptime
 //   getifaddrs freeifaddrs socket ioctl close fcntl
+//   epoll_create1 epoll_ctl epoll_wait eventfd
 #pragma once
 
 #include <errno.h>

@@ -13,6 +13,8 @@
 #include <ifaddrs.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -342,6 +344,22 @@ int fcntl(int descriptor, int command, ...) {
   void* const argument = va_arg(args, void*);
   va_end(args);
   return fails("fcntl") ? -1 : REAL(fcntl)(descriptor, command, argument);
+}
+
+// ---- waiting ----
+
+int epoll_create1(int flags) { return fails("epoll_create1") ? -1 : REAL(epoll_create1)(flags); }
+
+int epoll_ctl(int epoll, int operation, int descriptor, struct epoll_event* event) {
+  return fails("epoll_ctl") ? -1 : REAL(epoll_ctl)(epoll, operation, descriptor, event);
+}
+
+int epoll_wait(int epoll, struct epoll_event* events, int size, int timeout) {
+  return fails("epoll_wait") ? -1 : REAL(epoll_wait)(epoll, events, size, timeout);
+}
+
+int eventfd(unsigned int count, int flags) {
+  return fails("eventfd") ? -1 : REAL(eventfd)(count, flags);
 }
 
 // A close that fails has closed the descriptor all the same.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The functions that may run in several threads at once do, on different inputs, and give each
 // thread its own answer. The thread sanitizer sees what they share (scripts/test thread).
+#include "service/Loop.h"
 #include "tests/support/clock.h"
 #include "tests/support/network.h"
 #include "util/JSEmit.h"
@@ -9,8 +10,10 @@
 #include "util/Timer.h"
 #include "util/util.h"
 
+#include <signal.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <functional>
@@ -228,4 +231,29 @@ TEST(Threads, ClockAndSleep) {
       Timer::sleep(2);
     }
   });
+}
+
+// Each thread has a logger and loops of its own, one after the other, while signals keep coming.
+TEST(Threads, Loops) {
+  service::Loop outer;  // keeps the handler while there is no other loop
+  const service::Handle handled = outer.on_signal(SIGUSR1, [] {});
+  std::atomic<bool> ended{false};
+  std::thread sender([&ended] {
+    while (!ended) kill(getpid(), SIGUSR1);
+  });
+  std::vector<logger*> loggers;
+  for (const char* const name : {"a", "b", "c", "d"}) loggers.push_back(logger::getLogger(name));
+  at_once([&loggers](size_t number) {
+    for (int round = 0; round < 20; ++round) {
+      service::Loop loop(loggers.at(number));
+      const auto thread = std::this_thread::get_id();
+      const service::Handle signal = loop.on_signal(SIGUSR1, [&loop, thread] {
+        EXPECT_EQ(thread, std::this_thread::get_id());
+        loop.stop();
+      });
+      loop.run(5);
+    }
+  });
+  ended = true;
+  sender.join();
 }
