@@ -3,6 +3,8 @@
 # same objects.
 
 set(NASUTIL_SERVICE_MODULES
+    Command
+    ControlSocket
     FileLock
     HmacAuthenticator
     InstanceLock

@@ -3,10 +3,11 @@
 // passes on to the real one, and can be counted, recorded and made to fail.
 //
 //   fopen fclose fflush setvbuf fread fwrite ferror fscanf fprintf vfprintf fputc
-//   rename link unlink stat lstat fstat open opendir write flock fchown fchmod fsync fdatasync
-//   syncfs fork syslog gettimeofday nanosleep time localtime_r mktime strftime strptime
-//   getifaddrs freeifaddrs socket ioctl close fcntl
-//   epoll_create1 epoll_ctl epoll_wait eventfd
+//   rename link unlink stat lstat fstat open opendir write flock chmod fchown fchmod lchown fsync
+//   fdatasync syncfs fork posix_spawnp waitid syslog
+//   gettimeofday nanosleep time localtime_r mktime strftime strptime
+//   getifaddrs freeifaddrs socket ioctl bind listen accept4 connect getsockopt send recv
+//   close fcntl pipe2 memfd_create epoll_create1 epoll_ctl epoll_wait eventfd
 #pragma once
 
 #include <errno.h>

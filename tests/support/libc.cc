@@ -11,15 +11,18 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <ifaddrs.h>
+#include <spawn.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
+#include <sys/wait.h>
 #include <syslog.h>
 #include <time.h>
 #include <unistd.h>
@@ -198,6 +201,18 @@ int fchmod(int descriptor, mode_t mode) {
   return fails("fchmod") ? -1 : REAL(fchmod)(descriptor, mode);
 }
 
+int lstat(const char* path, struct stat* to) {
+  return fails("lstat", path) ? -1 : REAL(lstat)(path, to);
+}
+
+int chmod(const char* path, mode_t mode) {
+  return fails("chmod", path) ? -1 : REAL(chmod)(path, mode);
+}
+
+int lchown(const char* path, uid_t owner, gid_t group) {
+  return fails("lchown", path) ? -1 : REAL(lchown)(path, owner, group);
+}
+
 int fsync(int descriptor) {
   if (fails("fsync")) return -1;
   return support::unsynced() ? 0 : REAL(fsync)(descriptor);
@@ -215,10 +230,6 @@ int fdatasync(int descriptor) {
 int syncfs(int descriptor) {
   if (fails("syncfs")) return -1;
   return support::unsynced() ? 0 : REAL(syncfs)(descriptor);
-}
-
-int lstat(const char* path, struct stat* to) {
-  return fails("lstat", path) ? -1 : REAL(lstat)(path, to);
 }
 
 int flock(int descriptor, int operation) {
@@ -336,7 +347,41 @@ int ioctl(int descriptor, unsigned long request, ...) {
   return REAL(ioctl)(descriptor, request, argument);
 }
 
+int bind(int descriptor, const struct sockaddr* address, socklen_t size) {
+  return fails("bind") ? -1 : REAL(bind)(descriptor, address, size);
+}
+
+int listen(int descriptor, int backlog) {
+  return fails("listen") ? -1 : REAL(listen)(descriptor, backlog);
+}
+
+int accept4(int descriptor, struct sockaddr* address, socklen_t* size, int flags) {
+  return fails("accept4") ? -1 : REAL(accept4)(descriptor, address, size, flags);
+}
+
+int connect(int descriptor, const struct sockaddr* address, socklen_t size) {
+  return fails("connect") ? -1 : REAL(connect)(descriptor, address, size);
+}
+
+int getsockopt(int descriptor, int level, int option, void* to, socklen_t* size) {
+  return fails("getsockopt") ? -1 : REAL(getsockopt)(descriptor, level, option, to, size);
+}
+
+ssize_t send(int descriptor, const void* from, size_t size, int flags) {
+  return fails("send") ? -1 : REAL(send)(descriptor, from, size, flags);
+}
+
+ssize_t recv(int descriptor, void* to, size_t size, int flags) {
+  return fails("recv") ? -1 : REAL(recv)(descriptor, to, size, flags);
+}
+
 // ---- descriptors ----
+
+int pipe2(int* ends, int flags) { return fails("pipe2") ? -1 : REAL(pipe2)(ends, flags); }
+
+int memfd_create(const char* name, unsigned flags) {
+  return fails("memfd_create") ? -1 : REAL(memfd_create)(name, flags);
+}
 
 int fcntl(int descriptor, int command, ...) {
   va_list args;
@@ -370,6 +415,19 @@ int close(int descriptor) {
   if (!failing) return result;
   errno = error;
   return -1;
+}
+
+// ---- processes ----
+
+int posix_spawnp(pid_t* process, const char* file, const posix_spawn_file_actions_t* actions,
+                 const posix_spawnattr_t* attributes, char* const* arguments,
+                 char* const* environment) {
+  if (fails("posix_spawnp", file)) return errno;
+  return REAL(posix_spawnp)(process, file, actions, attributes, arguments, environment);
+}
+
+int waitid(idtype_t kind, id_t id, siginfo_t* to, int options) {
+  return fails("waitid") ? -1 : REAL(waitid)(kind, id, to, options);
 }
 
 }  // extern "C"

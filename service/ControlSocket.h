@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+// Lets command-line programs ask a running daemon. In the daemon:
+//
+//   service::ControlSocket control(loop, "/run/nasd/control", [&](const service::Request& request)
+//   {
+//     if (request.line == "status") return status();
+//     throw std::invalid_argument("unknown command: " + request.line);
+//   });
+//
+// and in the program:
+//
+//   std::cout << service::ask("/run/nasd/control", "status", 2000);
+#pragma once
+
+#include "service/Loop.h"
+#include "util/export.h"
+#include "util/types.h"
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+namespace service {
+
+// A line that a client sent. Who the client is comes from the system and cannot be forged.
+struct Request {
+  std::string line;  // without its line feed
+  uid_t user;
+  gid_t group;
+  pid_t process;
+};
+
+struct ControlOptions {
+  mode_t mode = 0600;                    // who may connect: needs to write
+  uid_t owner = static_cast<uid_t>(-1);  // of the socket; as the process has it
+  gid_t group = static_cast<gid_t>(-1);
+  size_t clients = 16;             // at a time; another one is told that there are too many
+  size_t line = 4096;              // bytes of a request
+  size_t answer = 1 << 20;         // bytes; a longer one becomes an error
+  util::utime_t patience = 30000;  // from one request to the next, sending its answer included
+};
+
+// Answers lines on a Unix-domain stream socket, on the thread of a Loop, which outlives it.
+//
+// A request is a line. Its answer is what the handler returns, any number of lines, and ends with a
+// NUL byte, so that a client can tell a whole answer from one that was cut. What the handler throws
+// becomes the answer "error: " and the exception's text.
+//
+// Nothing that a client does stops the loop. A client's next request is read when it has taken its
+// answer, so that one that does not read keeps nobody but itself waiting, and no more than one
+// answer in memory. Without descriptors for new clients, these wait; that is logged once.
+class UTIL_EXPORT ControlSocket {
+ public:
+  // May destroy the ControlSocket; what it returns is still sent, as far as that takes no waiting.
+  using Handler = std::function<std::string(const Request&)>;
+
+  // Listens at `path`. A socket that another process has left there is replaced. Throws
+  // AlreadyRunning if a process listens to it; std::system_error if the system refuses, also if
+  // something else than a socket is there (EEXIST); RegistrationError.
+  ControlSocket(Loop& loop, const std::string& path, Handler handler,
+                const ControlOptions& options = ControlOptions());
+  // Removes the socket and lets all clients go.
+  ~ControlSocket();
+  ControlSocket(const ControlSocket&) = delete;
+  ControlSocket& operator=(const ControlSocket&) = delete;
+
+ private:
+  class Server;
+
+  std::shared_ptr<Server> server_;
+};
+
+// The daemon answered with an error, whose text this is.
+class UTIL_EXPORT Refused : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Sends a line to the ControlSocket at `path` and returns the answer. Waits at most `limit`
+// milliseconds, so not to be called on the thread that answers.
+//
+// Throws Refused; std::system_error if nobody listens (ENOENT, ECONNREFUSED), the caller may not
+// connect (EACCES), the time is up (ETIMEDOUT) or the connection ends in the middle of the answer
+// (ECONNRESET); std::invalid_argument if the line holds a line feed.
+UTIL_EXPORT std::string ask(const std::string& path, const std::string& line, util::utime_t limit);
+
+}  // namespace service
