@@ -40,7 +40,8 @@ void sync(const std::string& path) {
 
 std::string folder_of(const std::string& file) {
   const size_t slash = file.rfind('/');
-  return slash == std::string::npos ? "." : file.substr(0, slash + 1);
+  if (slash == std::string::npos) return ".";
+  return file.substr(0, slash == 0 ? 1 : slash);
 }
 
 // The steps of restore(). Between moving the one away and giving the other its name, load() finds

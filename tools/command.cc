@@ -29,31 +29,38 @@ std::string hexadecimal(std::string_view bytes) {
   return text;
 }
 
-// U+061C, U+200E, U+200F, U+202A to U+202E and U+2066 to U+2069 let a name look like another.
-constexpr std::string_view kDirections[] = {
-    "\xD8\x9C",     "\xE2\x80\x8E", "\xE2\x80\x8F", "\xE2\x80\xAA", "\xE2\x80\xAB", "\xE2\x80\xAC",
-    "\xE2\x80\xAD", "\xE2\x80\xAE", "\xE2\x81\xA6", "\xE2\x81\xA7", "\xE2\x81\xA8", "\xE2\x81\xA9",
+// Characters that a terminal may not see: controls except tab and newline, and what changes the
+// direction of writing, by which a name looks like another.
+constexpr struct {
+  char32_t first, last;
+} kHidden[] = {
+    {0x00,   0x08  },
+    {0x0B,   0x1F  },
+    {0x7F,   0x9F  },
+    {0x061C, 0x061C},
+    {0x200E, 0x200F},
+    {0x202A, 0x202E},
+    {0x2066, 0x2069},
 };
 
-bool changes_direction(std::string_view text) {
-  return std::any_of(
-      std::begin(kDirections), std::end(kDirections),
-      [text](std::string_view sequence) { return text.substr(0, sequence.size()) == sequence; });
-}
-
-// Below U+0020, except tab and newline, and from U+007F to U+009F.
-bool is_control(std::string_view character) {
-  const auto byte = static_cast<unsigned char>(character.back());
-  if (character.size() == 1) return (byte < 0x20 && byte != '\t' && byte != '\n') || byte == 0x7F;
-  return character[0] == '\xC2' && byte < 0xA0;
+// Of a character in UTF-8.
+char32_t code_point(std::string_view character) {
+  const auto byte = [&character](size_t at) { return static_cast<unsigned char>(character[at]); };
+  if (character.size() == 1) return byte(0);
+  char32_t point = byte(0) & (0x7FU >> character.size());
+  for (size_t at = 1; at < character.size(); ++at) point = point << 6 | (byte(at) & 0x3FU);
+  return point;
 }
 
 // Bytes of the harmless character that `text` begins with, or 0.
 size_t harmless(std::string_view text) {
   const service::Utf8Piece piece = service::utf8_piece(text.data(), text.data() + text.size());
-  const bool shown =
-      piece.valid && !is_control(text.substr(0, piece.size)) && !changes_direction(text);
-  return shown ? piece.size : 0;
+  if (!piece.valid) return 0;
+  const char32_t point = code_point(text.substr(0, piece.size));
+  const bool hidden = std::any_of(
+      std::begin(kHidden), std::end(kHidden),
+      [point](const auto& range) { return range.first <= point && point <= range.last; });
+  return hidden ? 0 : piece.size;
 }
 
 // A file opened later must not become standard output by chance. What was closed still fails when

@@ -294,7 +294,7 @@ std::optional<int> parse_settings(const std::vector<std::string>& words, std::ve
     if (type->has_text && i == words.size()) return wrong_use(name + " needs a VALUE");
     const std::string text = type->has_text ? words[i++] : "";
     const std::optional<util::Value> value = type->read(text);
-    if (!value) return wrong_use("'" + text + "' does not fit " + name);
+    if (!value) return wrong_use("'" + text + "' does not fit " + type->name);
     to.push_back({path, *value});
   }
   return std::nullopt;

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "service/recovery.h"
 
+#include "service/key_path.h"
+#include "tests/support/disk.h"
 #include "tests/support/faults.h"
 #include "tests/support/files.h"
+#include "tests/support/trace.h"
 
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -27,7 +31,7 @@ std::string list_of(int number) {
 const std::string kBroken = "<plist><dict>";
 
 struct Folder : TempDir {
-  std::string path() const { return file("p"); }
+  std::string list_file() const { return file("p"); }
   ino_t inode(const std::string& name) const {
     struct stat status = {};
     return stat(file(name).c_str(), &status) == 0 ? status.st_ino : 0;
@@ -53,7 +57,7 @@ TEST(Recover, LoadsTheFile) {
   const Folder folder;
   folder.write("p", list_of(1));
   folder.write("p~", list_of(2));
-  util::PropertyList list(folder.path());
+  util::PropertyList list(folder.list_file());
   const Recovery got = service::recover(list);
   EXPECT_EQ(Recovery::Source::file, got.source);
   EXPECT_EQ("", got.reason);
@@ -63,10 +67,10 @@ TEST(Recover, LoadsTheFile) {
 TEST(Recover, LoadsTheBackupOfAMissingFile) {
   const Folder folder;
   folder.write("p~", list_of(2));
-  util::PropertyList list(folder.path());
+  util::PropertyList list(folder.list_file());
   const Recovery got = service::recover(list);
   EXPECT_EQ(Recovery::Source::backup, got.source);
-  EXPECT_EQ(folder.path() + ": No such file or directory", got.reason);
+  EXPECT_EQ(folder.list_file() + ": No such file or directory", got.reason);
   EXPECT_EQ(2, list.intForKey("a"));
 }
 
@@ -74,17 +78,17 @@ TEST(Recover, LoadsTheBackupOfABrokenFile) {
   const Folder folder;
   folder.write("p", kBroken);
   folder.write("p~", list_of(2));
-  util::PropertyList list(folder.path());
+  util::PropertyList list(folder.list_file());
   const Recovery got = service::recover(list);
   EXPECT_EQ(Recovery::Source::backup, got.source);
-  EXPECT_EQ(folder.path() + ": load failed", got.reason);
+  EXPECT_EQ(folder.list_file() + ": load failed", got.reason);
   EXPECT_EQ(2, list.intForKey("a"));
   EXPECT_EQ(kBroken, folder.read("p"));
 }
 
 TEST(Recover, LeavesTheListWhereThereIsNothing) {
   const Folder folder;
-  util::PropertyList list(folder.path());
+  util::PropertyList list(folder.list_file());
   list["a"] = 5;
   const Recovery got = service::recover(list);
   EXPECT_EQ(Recovery::Source::none, got.source);
@@ -104,9 +108,9 @@ TEST(Recover, ThrowsForTheFileWhereNeitherLoads) {
     const Folder folder;
     if (!row.file.empty()) folder.write("p", row.file);
     if (!row.backup.empty()) folder.write("p~", row.backup);
-    util::PropertyList list(folder.path());
+    util::PropertyList list(folder.list_file());
     list["a"] = 5;
-    EXPECT_EQ(folder.path() + ": load failed", failure([&] { service::recover(list); }));
+    EXPECT_EQ(folder.list_file() + ": load failed", failure([&] { service::recover(list); }));
     EXPECT_EQ(5, list.intForKey("a"));
   }
 }
@@ -115,7 +119,7 @@ TEST(Restore, MakesTheBackupTheFileAndKeepsWhatItReplaces) {
   const Folder folder;
   folder.write("p", kBroken);
   folder.write("p~", list_of(2));
-  util::PropertyList list(folder.path());
+  util::PropertyList list(folder.list_file());
   service::restore(list);
   EXPECT_EQ(2, list.intForKey("a"));
   EXPECT_EQ((Names{"p", "p.replaced", "p~"}), folder.list());
@@ -127,7 +131,7 @@ TEST(Restore, MakesTheBackupTheFileAndKeepsWhatItReplaces) {
 TEST(Restore, NeedsNoFile) {
   const Folder folder;
   folder.write("p~", list_of(2));
-  util::PropertyList list(folder.path());
+  util::PropertyList list(folder.list_file());
   service::restore(list);
   EXPECT_EQ((Names{"p", "p~"}), folder.list());
   EXPECT_EQ(list_of(2), folder.read("p"));
@@ -137,7 +141,7 @@ TEST(Restore, ChangesNothingTheSecondTime) {
   const Folder folder;
   folder.write("p", list_of(1));
   folder.write("p~", list_of(2));
-  util::PropertyList list(folder.path());
+  util::PropertyList list(folder.list_file());
   service::restore(list);
   service::restore(list);
   EXPECT_EQ(list_of(1), folder.read("p.replaced"));
@@ -148,12 +152,12 @@ TEST(Restore, IsFollowedByDurableSaves) {
   const Folder folder;
   folder.write("p", kBroken);
   folder.write("p~", list_of(2));
-  util::PropertyList list(folder.path());
+  util::PropertyList list(folder.list_file());
   service::restore(list);
   list["a"] = 3;
   list.saveDurably();
   EXPECT_EQ(list_of(2), folder.read("p~"));
-  util::PropertyList loaded(folder.path());
+  util::PropertyList loaded(folder.list_file());
   loaded.load();
   EXPECT_EQ(3, loaded.intForKey("a"));
 }
@@ -161,10 +165,10 @@ TEST(Restore, IsFollowedByDurableSaves) {
 TEST(Restore, LeavesAllAsItIsWithoutAGoodBackup) {
   const Folder folder;
   folder.write("p", list_of(1));
-  util::PropertyList list(folder.path());
-  EXPECT_EQ(folder.path() + ": there is no backup", failure([&] { service::restore(list); }));
+  util::PropertyList list(folder.list_file());
+  EXPECT_EQ(folder.list_file() + ": there is no backup", failure([&] { service::restore(list); }));
   folder.write("p~", kBroken);
-  EXPECT_EQ(folder.path() + "~: load failed", failure([&] { service::restore(list); }));
+  EXPECT_EQ(folder.list_file() + "~: load failed", failure([&] { service::restore(list); }));
   EXPECT_EQ((Names{"p", "p~"}), folder.list());
   EXPECT_TRUE(list.getProperties().empty());
 }
@@ -174,10 +178,11 @@ TEST(Restore, LosesNothingWhicheverCallFails) {
     const Folder folder;
     folder.write("p", kBroken);
     folder.write("p~", list_of(2));
-    util::PropertyList list(folder.path());
+    util::PropertyList list(folder.list_file());
     {
       const support::Fault fault(call, EIO);
-      EXPECT_EQ(folder.path() + ": Input/output error", failure([&] { service::restore(list); }))
+      EXPECT_EQ(folder.list_file() + ": Input/output error",
+                failure([&] { service::restore(list); }))
           << call;
     }
     EXPECT_TRUE(list.getProperties().empty());
@@ -193,13 +198,39 @@ TEST(Restore, LoadsTheBackupOrTheFileBetweenAnyTwoCalls) {
   folder.write("p~", list_of(2));
   support::Recorder calls({"open", "fsync", "rename", "link"});
   calls.before = [&folder](const std::string& call) {
-    util::PropertyList seen(folder.path());
+    util::PropertyList seen(folder.list_file());
     seen.load();
     EXPECT_FALSE(seen.getProperties().empty()) << call;
   };
-  util::PropertyList list(folder.path());
+  util::PropertyList list(folder.list_file());
   service::restore(list);
   EXPECT_EQ(1, calls.count("rename"));
   EXPECT_EQ(1, calls.count("link"));
   EXPECT_EQ(2, calls.count("fsync"));
+}
+
+// ---- power ----
+
+TEST(Restore, CutOffFromPowerAnywhereLeavesTheFileOrTheBackup) {
+  const Folder folder;
+  folder.write("p", list_of(1));
+  folder.write("p~", list_of(2));
+  support::Disk disk(folder.path(), 4096);
+  const std::vector<support::FileCall> calls = support::file_calls([&folder] {
+    util::PropertyList list(folder.list_file());
+    service::restore(list);
+  });
+  for (size_t done = 0; done <= calls.size(); ++done) {
+    if (done > 0) disk.apply(calls[done - 1]);
+    support::EachWay ways;
+    do {
+      const Folder left;
+      for (const auto& [name, text] : disk.left(std::ref(ways))) left.write(name, text);
+      util::PropertyList list(left.list_file());
+      service::recover(list);
+      EXPECT_TRUE(list.exists() || list.backup_exists());
+      const int found = service::get(list, "a", 0);
+      EXPECT_TRUE(found == 2 || (found == 1 && done < calls.size())) << done << ": " << found;
+    } while (ways.next());
+  }
 }
