@@ -9,6 +9,7 @@ set(NASUTIL_SERVICE_MODULES
     HmacAuthenticator
     InstanceLock
     LogFile
+    LogReader
     Loop
     bytes
     internal/OldLogs
@@ -41,11 +42,14 @@ foreach(module IN LISTS NASUTIL_SERVICE_MODULES)
 endforeach()
 # Small where the kernel decides the time.
 foreach(module IN LISTS NASUTIL_SERVICE_MODULES)
-  if(NOT module MATCHES "^(json|utf8)$")
+  if(NOT module MATCHES "^(json|utf8|LogReader)$")
     set_source_files_properties(service/${module}.cc PROPERTIES COMPILE_OPTIONS
                                                                 "$<$<NOT:$<CONFIG:Debug>>:-Os>")
   endif()
 endforeach()
+# Files of any size, on 32-bit boards too.
+set_source_files_properties(service/LogReader.cc PROPERTIES COMPILE_DEFINITIONS
+                                                            _FILE_OFFSET_BITS=64)
 set_target_properties(nasutil_service_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
 target_include_directories(nasutil_service_objects PRIVATE "${CMAKE_SOURCE_DIR}"
                                                            "${nasutil_ticpp_include}")

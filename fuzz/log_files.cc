@@ -135,7 +135,7 @@ class Follower {
 
  private:
   tools::Log log_;
-  tools::Entry entry_;
+  service::LogEntry entry_;
 };
 
 class Run {

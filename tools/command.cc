@@ -121,6 +121,12 @@ int print_version() {
   return print(std::string(program_invocation_short_name) + " (nasutil) " NASUTIL_VERSION "\n");
 }
 
+void write_out(std::string_view text) {
+  errno = 0;
+  const bool failed = fwrite(text.data(), 1, text.size(), stdout) != text.size();
+  if (failed && output_error == 0) output_error = errno;
+}
+
 bool flush() {
   errno = 0;
   std::cout.flush();

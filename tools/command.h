@@ -32,6 +32,9 @@ int wrong_option(int result, char* const argv[], const option* table);
 int print(const std::string& text);
 int print_version();
 
+// Writes to standard output. finish() says why that failed.
+void write_out(std::string_view text);
+
 // Brings out what was written to standard output. False, now or later, where that failed.
 bool flush();
 

@@ -47,12 +47,11 @@ mode_t kind_of(const std::string& path) {
   return stat(path.c_str(), &status) == 0 ? status.st_mode & S_IFMT : 0;
 }
 
-// A name of a descriptor that is open already, which the shell hands over for "<(command)".
+}  // namespace
+
 bool is_open_stream(const std::string& path) {
   return (path == "/dev/stdin" || path.compare(0, 8, "/dev/fd/") == 0) && kind_of(path) != S_IFREG;
 }
-
-}  // namespace
 
 void refuse_special_file(const std::string& path) {
   switch (kind_of(path)) {

@@ -8,6 +8,10 @@
 
 namespace tools {
 
+// Whether it names a descriptor that is open already, and not as a file: the shell hands one over
+// for "<(command)".
+bool is_open_stream(const std::string& path);
+
 // Throws std::runtime_error for a FIFO, a device or a socket: reading it may block or never end.
 void refuse_special_file(const std::string& path);
 

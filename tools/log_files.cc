@@ -2,25 +2,36 @@
 #include "tools/log_files.h"
 
 #include "tools/command.h"
+#include "tools/input.h"
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <iterator>
 #include <set>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 namespace tools {
 namespace {
 
+constexpr size_t kHeadSize = 256;  // enough to tell two files apart: it holds an entry's time
+constexpr std::string_view kCompressed = ".gz";
+
 struct CloseFolder {
   void operator()(DIR* folder) const { closedir(folder); }
 };
+
+bool ends_with(const std::string& text, std::string_view end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
 
 // The number of an old file, as in ".12"; -1 where it is none.
 long number_of(const std::string& suffix) {
@@ -31,62 +42,167 @@ long number_of(const std::string& suffix) {
   return std::stol(digits);
 }
 
-// The numbers of the files beside `path` that rotation has made of it. Each number's successor is
-// among them, for a rotation may come before the files are opened.
-std::set<long> old_numbers(const std::string& path) {
+struct OldFiles {
+  std::set<long> plain, compressed;  // numbers
+};
+
+// The files beside `path` that rotation has made of it.
+OldFiles old_files(const std::string& path) {
   const size_t name = path.rfind('/') + 1;
   const std::string folder = name == 0 ? "." : path.substr(0, name);
   const std::string prefix = path.substr(name);
-  std::set<long> numbers;
+  OldFiles files;
   const std::unique_ptr<DIR, CloseFolder> entries(opendir(folder.c_str()));
-  if (!entries) return numbers;
+  if (!entries) return files;
   errno = 0;  // readdir() tells an error from the end by it alone
   while (const dirent* const entry = readdir(entries.get())) {
-    const std::string file = entry->d_name;
+    std::string file = entry->d_name;
+    errno = 0;
+    const bool compressed = ends_with(file, kCompressed);
+    if (compressed) file.resize(file.size() - kCompressed.size());
     if (file.compare(0, prefix.size(), prefix) != 0) continue;
     const long number = number_of(file.substr(prefix.size()));
-    if (number >= 0) numbers.insert({number, number + 1});
-    errno = 0;
+    if (number >= 0) (compressed ? files.compressed : files.plain).insert(number);
   }
   if (errno != 0) fault(folder + ": " + strerror(errno));
-  return numbers;
+  return files;
 }
 
 // The files of a log that may exist, newest first. Opened in this order none is missed when a
-// rotation comes in between, only met twice.
+// rotation comes in between, only met twice: each number's successor is among them. Beside a plain
+// file a compressed one is not complete.
 std::vector<std::string> names_newest_first(const std::string& path) {
+  const OldFiles files = old_files(path);
+  std::set<long> numbers;
+  for (const auto* const found : {&files.plain, &files.compressed}) {
+    for (const long number : *found) numbers.insert({number, number + 1});
+  }
   std::vector<std::string> names = {path};
-  for (const long number : old_numbers(path)) names.push_back(path + "." + std::to_string(number));
+  for (const long number : numbers) {
+    names.push_back(path + "." + std::to_string(number));
+    const bool only_compressed =
+        files.compressed.count(number) != 0 && files.plain.count(number) == 0;
+    if (only_compressed) names.push_back(names.back() + std::string(kCompressed));
+  }
   return names;
 }
 
-bool contains(const std::deque<std::unique_ptr<EntryReader>>& files, const struct stat& file) {
-  return std::any_of(files.begin(), files.end(),
-                     [&file](const auto& reader) { return reader->is(file); });
+struct stat status_of(int descriptor) {
+  struct stat status = {};
+  fstat(descriptor, &status);
+  return status;
 }
 
 }  // namespace
+
+// ---- a file ----
+
+LogPart::LogPart(const std::string& name, int descriptor)
+    : name_(name),
+      compressed_(ends_with(name, kCompressed) ? util::Descriptor(descriptor) : util::Descriptor()),
+      status_(status_of(descriptor)),
+      reader_(name, compressed_.number() < 0 ? descriptor : start_gzip()) {}
+
+LogPart::~LogPart() {
+  reader_.stop();  // gzip ends when nobody reads
+  if (gzip_ > 0) waitpid(gzip_, nullptr, 0);
+}
+
+// Returns where to read what the compressed file holds.
+int LogPart::start_gzip() {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), name_);
+  gzip_ = fork();
+  if (gzip_ == 0) {
+    signal(SIGPIPE, SIG_DFL);
+    dup2(compressed_.number(), STDIN_FILENO);
+    dup2(ends[1], STDOUT_FILENO);
+    execlp("gzip", "gzip", "-dc", nullptr);
+    _exit(127);
+  }
+  const int error = errno;
+  close(ends[1]);
+  if (gzip_ > 0) return ends[0];
+  close(ends[0]);
+  throw std::system_error(error, std::generic_category(), name_);
+}
+
+// The first bytes of what the file holds, whatever was read.
+std::string LogPart::head() const {
+  std::string text(kHeadSize, '\0');
+  ssize_t got = 0;
+  if (compressed_.number() < 0) {
+    got = pread(reader_.descriptor(), text.data(), text.size(), 0);
+  } else {
+    const std::string itself = "/proc/self/fd/" + std::to_string(compressed_.number());
+    const LogPart again(name_, ::open(itself.c_str(), O_RDONLY | O_CLOEXEC));
+    got = read(again.reader_.descriptor(), text.data(), text.size());
+  }
+  text.resize(static_cast<size_t>(std::max<ssize_t>(got, 0)));
+  return text;
+}
+
+bool LogPart::is(const struct stat& file) const {
+  return status_.st_dev == file.st_dev && status_.st_ino == file.st_ino;
+}
+
+bool LogPart::is(const LogPart& other) const {
+  if (is(other.status_)) return true;
+  if ((compressed_.number() < 0) == (other.compressed_.number() < 0)) return false;
+  const std::string one = head();
+  const std::string two = other.head();
+  const size_t size = std::min(one.size(), two.size());
+  return size > 0 && one.compare(0, size, two, 0, size) == 0;
+}
+
+bool LogPart::next(service::LogEntry& to) {
+  try {
+    return reader_.next(to);
+  } catch (const std::system_error& failure) {
+    fault(failure.what());
+    return false;
+  }
+}
+
+bool LogPart::rest(service::LogEntry& to) {
+  if (reader_.rest(to)) return true;
+  int status = 0;
+  if (gzip_ > 0 && waitpid(std::exchange(gzip_, -1), &status, 0) > 0 && status != 0) {
+    fault(name_ + ": gzip could not read all of it");
+  }
+  return false;
+}
+
+// ---- all files ----
 
 Log::Log(std::string path, bool follow) : path_(std::move(path)), follow_(follow) {}
 
 bool Log::open() {
   if (path_ == "-") {
-    files_.push_back(std::make_unique<EntryReader>("standard input", STDIN_FILENO));
+    parts_.push_back(std::make_unique<LogPart>("standard input", STDIN_FILENO));
     return true;
   }
+  if (!is_open_stream(path_)) refuse_special_file(path_);
   open_newer();
+  if (!parts_.empty()) return true;
   struct stat file = {};
-  if (files_.empty() && stat(path_.c_str(), &file) != 0) fault(path_ + ": " + strerror(errno));
-  return !files_.empty();
+  if (stat(path_.c_str(), &file) == 0) return false;  // it was reported why
+  const std::string message = path_ + ": " + strerror(errno);
+  if (!follow_ || errno != ENOENT) {
+    fault(message);
+    return false;
+  }
+  warn(message + "; waiting for it");
+  return true;
 }
 
-bool Log::next(Entry& to) {
-  while (!files_.empty()) {
-    if (files_.front()->next(to)) return true;
-    if (follow_ && files_.size() == 1) return false;
-    if (files_.front()->rest(to)) return true;
-    read_ = std::move(files_.front());
-    files_.pop_front();
+bool Log::next(service::LogEntry& to) {
+  while (!parts_.empty()) {
+    if (parts_.front()->next(to)) return true;
+    if (follow_ && parts_.size() == 1) return false;
+    if (parts_.front()->rest(to)) return true;
+    read_ = std::move(parts_.front());
+    parts_.pop_front();
   }
   return false;
 }
@@ -94,38 +210,49 @@ bool Log::next(Entry& to) {
 void Log::look_for_change() {
   struct stat now = {};
   if (stat(path_.c_str(), &now) != 0) return;  // renamed, and not yet made anew
-  EntryReader& last = *files_.back();
-  if (!last.is(now)) {
+  if (parts_.empty() || !parts_.back()->is(now)) {
     open_newer();
-  } else if (last.rewritten()) {
-    last.stop();
-    if (auto file = open_file(path_)) files_.push_back(std::move(file));
+  } else if (parts_.back()->reader().rewritten()) {
+    parts_.back()->reader().stop();
+    if (auto part = open_part(path_)) parts_.push_back(std::move(part));
   }
 }
 
-bool Log::settled(Entry& to) { return files_.size() == 1 && files_.front()->settled(to); }
+bool Log::settled(service::LogEntry& to) {
+  return parts_.size() == 1 && parts_.front()->reader().settled(to);
+}
 
-bool Log::unfinished(Entry& to) { return !files_.empty() && files_.front()->rest(to); }
+bool Log::unfinished(service::LogEntry& to) {
+  return !parts_.empty() && parts_.front()->reader().rest(to);
+}
 
 // Null where the file does not exist, or with a message, given once, where it cannot be opened.
-std::unique_ptr<EntryReader> Log::open_file(const std::string& name) {
+std::unique_ptr<LogPart> Log::open_part(const std::string& name) {
   const int descriptor = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor >= 0) return std::make_unique<EntryReader>(name, descriptor);
+  if (descriptor >= 0) return std::make_unique<LogPart>(name, descriptor);
   const std::string message = name + ": " + strerror(errno);
   if (errno != ENOENT && message != complaint_) fault(complaint_ = message);
   return nullptr;
 }
 
+bool Log::is_known(const LogPart& part) const {
+  return (read_ && part.is(*read_)) ||
+         std::any_of(parts_.begin(), parts_.end(),
+                     [&part](const auto& known) { return part.is(*known); });
+}
+
 // Opens the files that came after those already open, or all of them.
 void Log::open_newer() {
-  std::deque<std::unique_ptr<EntryReader>> newer;
+  std::deque<std::unique_ptr<LogPart>> newer;
   for (const std::string& name : names_newest_first(path_)) {
-    auto file = open_file(name);
-    if (!file || contains(newer, file->status())) continue;
-    if (contains(files_, file->status()) || (read_ && read_->is(file->status()))) break;
-    newer.push_front(std::move(file));
+    auto part = open_part(name);
+    if (!part) continue;
+    if (is_known(*part)) break;
+    const bool met = std::any_of(newer.begin(), newer.end(),
+                                 [&part](const auto& other) { return part->is(*other); });
+    if (!met) newer.push_front(std::move(part));
   }
-  std::move(newer.begin(), newer.end(), std::back_inserter(files_));
+  std::move(newer.begin(), newer.end(), std::back_inserter(parts_));
 }
 
 }  // namespace tools

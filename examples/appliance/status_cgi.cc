@@ -6,10 +6,10 @@
 //   NASD_ACKNOWLEDGED   the property list of acknowledged warnings, which this program writes
 #include "acknowledgements.h"
 #include "http.h"
-#include "log_tail.h"
 #include "texts.h"
 #include "token.h"
 
+#include <service/LogReader.h>
 #include <util/JSEmit.h>
 #include <util/PropertyList.h>
 #include <util/Timer.h>
@@ -45,12 +45,12 @@ value_struct load_state() {
 
 value_array log_entries(const std::string& log) {
   value_array entries;
-  for (const LogEntry& entry : newest_entries(log, kLogEntries)) {
+  for (const service::LogEntry& entry : service::newest_log_entries(log, kLogEntries)) {
     entries.push_back(value_struct{
-        {"time",     entry.time    },
-        {"where",    entry.where   },
-        {"category", entry.category},
-        {"text",     entry.text    }
+        {"time",     entry.time     },
+        {"where",    entry.where()  },
+        {"category", entry.category },
+        {"text",     entry.message()}
     });
   }
   return entries;

@@ -27,7 +27,7 @@ ROWS = [
     ("nas-plist show --he", "nas-plist show --help"),
     ("nas-conf ch", "nas-conf check"),
     ("nas-conf show --pass", "nas-conf show --password"),
-    ("nas-log --cat", "nas-log --category"),
+    ("nas-log --exc", "nas-log --exclude"),
     ("nas-log a\\ fi", "nas-log a\\ file.plist"),
 ]
 

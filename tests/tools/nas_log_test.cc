@@ -36,6 +36,7 @@ Outcome nas_log(const Words& arguments, const std::string& input = "",
 }
 
 Outcome nas_log_on_terminal(const Words& arguments) {
+  setenv("PAGER", "cat", 1);
   return support::run_on_terminal(command(arguments));
 }
 
@@ -243,16 +244,17 @@ TEST(NasLog, FiltersByCategory) {
   const struct {
     Words names;
     std::string expected;
+    int status;
   } rows[] = {
-      {{"INFO"},             kTwo         },
-      {{"EVENT LOOP"},       kOne + kFour },
-      {{"DEBUG"},            kOne         },
-      {{"EVENT LOOP|DEBUG"}, kOne         },
-      {{"WARNING", "INFO"},  kTwo + kThree},
-      {{"LOOP"},             ""           },
-      {{"EVENT"},            ""           },
-      {{"info"},             ""           },
-      {{""},                 ""           },
+      {{"INFO"},             kTwo,          0},
+      {{"EVENT LOOP"},       kOne + kFour,  0},
+      {{"DEBUG"},            kOne,          0},
+      {{"EVENT LOOP|DEBUG"}, kOne,          0},
+      {{"WARNING", "INFO"},  kTwo + kThree, 0},
+      {{"info"},             kTwo,          0},
+      {{"LOOP"},             "",            2},
+      {{"EVENT"},            "",            2},
+      {{""},                 "",            2},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.names[0]);
@@ -261,7 +263,7 @@ TEST(NasLog, FiltersByCategory) {
       arguments.insert(arguments.end(), {"--category", name});
     const Outcome got = nas_log(arguments);
     EXPECT_EQ(row.expected, got.out);
-    EXPECT_EQ(0, got.status);
+    EXPECT_EQ(row.status, got.status);
   }
 }
 
@@ -594,17 +596,31 @@ TEST(NasLog, RefusesWrongUse) {
     Words arguments;
     std::string message;
   } rows[] = {
-      {{},                                "nas-log: no FILE is named\n"                                 },
-      {{"--since", "yesterday", "x"},     "nas-log: 'yesterday' is no time: YYYY-MM-DD[THH:MM[:SS]]\n"  },
+      {{},                                "nas-log: no FILE is named\n"                          },
+      {{"--since", "tomorrow", "x"},
+       "nas-log: 'tomorrow' is not a time: YYYY-MM-DD[THH:MM[:SS]], HH:MM, today, yesterday, "
+       "-90m\n"                                                                                  },
       {{"--since", "2007-13-01", "x"},
-       "nas-log: '2007-13-01' is no time: YYYY-MM-DD[THH:MM[:SS]]\n"                                    },
+       "nas-log: '2007-13-01' is not a time: YYYY-MM-DD[THH:MM[:SS]], HH:MM, today, yesterday, "
+       "-90m\n"                                                                                  },
+      {{"--since", "2008-02-30", "x"},
+       "nas-log: '2008-02-30' is not a time: YYYY-MM-DD[THH:MM[:SS]], HH:MM, today, yesterday, "
+       "-90m\n"                                                                                  },
+      {{"--since", "-1y", "x"},
+       "nas-log: '-1y' is not a time: YYYY-MM-DD[THH:MM[:SS]], HH:MM, today, yesterday, -90m\n"  },
+      {{"--since", "24:00", "x"},
+       "nas-log: '24:00' is not a time: YYYY-MM-DD[THH:MM[:SS]], HH:MM, today, yesterday, -90m\n"},
       {{"--until", "2007-03-01T14", "x"},
-       "nas-log: '2007-03-01T14' is no time: YYYY-MM-DD[THH:MM[:SS]]\n"                                 },
-      {{"--until", "", "x"},              "nas-log: '' is no time: YYYY-MM-DD[THH:MM[:SS]]\n"           },
-      {{"--regex", "(", "x"},             "nas-log: '(': Unmatched ( or \\(\n"                          },
-      {{"--follow", "-"},                 "nas-log: standard input cannot be followed\n"                },
-      {{"--color", "x"},                  std::string(TOOL) + ": unrecognized option '--color'\n"       },
-      {{"x", "--grep"},                   std::string(TOOL) + ": option '--grep' requires an argument\n"},
+       "nas-log: '2007-03-01T14' is not a time: YYYY-MM-DD[THH:MM[:SS]], HH:MM, today, yesterday, "
+       "-90m\n"                                                                                  },
+      {{"--until", "", "x"},
+       "nas-log: '' is not a time: YYYY-MM-DD[THH:MM[:SS]], HH:MM, today, yesterday, -90m\n"     },
+      {{"-n", "many", "x"},               "nas-log: 'many' is not a number of entries\n"         },
+      {{"-f", "--categories", "x"},       "nas-log: a log that grows cannot be counted\n"        },
+      {{"--regex", "(", "x"},             "nas-log: '(': Unmatched ( or \\(\n"                   },
+      {{"--follow", "-"},                 "nas-log: standard input cannot be followed\n"         },
+      {{"--color", "x"},                  "nas-log: '--color' is not an option\n"                },
+      {{"x", "--grep"},                   "nas-log: '--grep' needs an argument\n"                },
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.message);
@@ -632,7 +648,8 @@ TEST(NasLog, HelpAndManualNameEveryOption) {
   const std::string help = nas_log({"--help"}).out;
   const std::string manual = support::read_file(MANUAL);
   for (const char* option :
-       {"category", "since", "until", "grep", "regex", "follow", "help", "version"}) {
+       {"category", "exclude", "since", "until", "grep", "regex", "last", "follow", "oneline",
+        "json", "categories", "no-pager", "help", "version"}) {
     EXPECT_NE(std::string::npos, help.find("--" + std::string(option))) << option;
     EXPECT_NE(std::string::npos, manual.find("Fl -" + std::string(option))) << option;
   }
@@ -889,9 +906,204 @@ TEST(NasLogFollow, KeepsUpWithARotatingPublisher) {
   EXPECT_TRUE(dir.exists("x.20"));  // it was rotated meanwhile
 }
 
-TEST(NasLogFollow, RefusesAMissingLog) {
+TEST(NasLogFollow, WaitsForALogThatIsNotThereYet) {
   const TempDir dir;
-  const Outcome got = nas_log({"-f", dir.file("none")});
-  EXPECT_EQ("nas-log: " + dir.file("none") + ": No such file or directory\n", got.err);
+  Child child(command({"-f", dir.file("x")}));
+  while (child.err().find("waiting") == std::string::npos) usleep(1000);
+  dir.write("x", kOne);
+  ASSERT_TRUE(child.out_ends_with(kOne));
+  child.signal(SIGTERM);
+  const Outcome got = child.wait();
+  EXPECT_EQ("nas-log: " + dir.file("x") + ": No such file or directory; waiting for it\n", got.err);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLogFollow, BeginsWithTheLastEntries) {
+  const TempDir dir;
+  dir.write("x", kOne + kTwo + kThree + kFour);  // the last one may still grow
+  Child child(command({"-f", "-n", "2", dir.file("x")}));
+  ASSERT_TRUE(child.out_ends_with(kFour));
+  append(dir, "x", kTwo);
+  ASSERT_TRUE(child.out_ends_with(kTwo));
+  child.signal(SIGTERM);
+  EXPECT_EQ(kTwo + kThree + kFour + kTwo, child.wait().out);
+}
+
+// ---- compressed files ----
+
+std::string compressed(const TempDir& dir, const std::string& name) {
+  EXPECT_EQ(0, support::run({"/bin/sh", "-c", "exec gzip '" + dir.file(name) + "'"}).status);
+  return dir.file(name + ".gz");
+}
+
+TEST(NasLog, ReadsCompressedOldFiles) {
+  const TempDir dir;
+  dir.write("x", kThree);
+  dir.write("x.0", kTwo);
+  dir.write("x.1", kOne);
+  compressed(dir, "x.1");
+  const Outcome got = nas_log({dir.file("x"), dir.file("x.1.gz")});
+  EXPECT_EQ(kOne + kTwo + kThree, got.out);
+  EXPECT_EQ("", got.err);
+  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(kOne, nas_log({dir.file("x.1.gz")}).out);
+}
+
+TEST(NasLog, IgnoresACompressedFileBesideTheWholeOne) {
+  const TempDir dir;
+  dir.write("x", kThree);
+  dir.write("x.1", kOne);
+  dir.write("x.1.gz", "not yet complete");
+  const Outcome got = nas_log({dir.file("x")});
+  EXPECT_EQ(kOne + kThree, got.out);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST(NasLog, ReportsACompressedFileThatIsDamaged) {
+  const TempDir dir;
+  dir.write("x", kThree);
+  dir.write("x.0.gz", "damaged");
+  const Outcome got = nas_log({dir.file("x")});
+  EXPECT_EQ(kThree, got.out);
+  EXPECT_NE(std::string::npos,
+            got.err.find("nas-log: " + dir.file("x.0.gz") + ": gzip could not read all of it\n"))
+      << got.err;
+  EXPECT_EQ(1, got.status);
+}
+
+TEST(NasLogFollow, DoesNotRepeatWhatWasCompressedMeanwhile) {
+  const TempDir dir;
+  dir.write("x", kOne);
+  Child child(command({"-f", dir.file("x")}));
+  ASSERT_TRUE(child.out_ends_with(kOne));
+  child.pause();
+  rotate(dir, "x", 3, kTwo);
+  rotate(dir, "x", 3, kThree);
+  compressed(dir, "x.1");
+  child.resume();
+  ASSERT_TRUE(child.out_ends_with(kThree));
+  child.signal(SIGTERM);
+  const Outcome got = child.wait();
+  EXPECT_EQ(kOne + kTwo + kThree, got.out);
+  EXPECT_EQ("", got.err);
+}
+
+// ---- what is selected, and how it is shown ----
+
+TEST(NasLog, ShowsTheLastEntries) {
+  const TempDir dir;
+  dir.write("x", kOne + kTwo + kThree + kFour);
+  EXPECT_EQ(kThree + kFour, nas_log({"-n", "2", dir.file("x")}).out);
+  EXPECT_EQ(kTwo, nas_log({"-n", "1", "--grep", "0.5", dir.file("x")}).out);
+  EXPECT_EQ(kOne + kTwo + kThree + kFour, nas_log({"--last", "9", dir.file("x")}).out);
+  EXPECT_EQ("", nas_log({"-n0", dir.file("x")}).out);
+}
+
+TEST(NasLog, LeavesOutACategory) {
+  const TempDir dir;
+  dir.write("x", kOne + kTwo + kThree + kFour);
+  EXPECT_EQ(kTwo + kThree, nas_log({"--exclude", "event loop", dir.file("x")}).out);
+  EXPECT_EQ(kFour, nas_log({"--category", "Event Loop", "--exclude", "DEBUG", dir.file("x")}).out);
+}
+
+TEST(NasLog, NamesTheCategoriesForOneThatIsUnknown) {
+  const TempDir dir;
+  dir.write("x", kOne + kTwo);
+  for (const char* option : {"--category", "--exclude"}) {
+    const Outcome got = nas_log({option, "WARNUNG", dir.file("x")});
+    EXPECT_EQ(
+        "nas-log: no entry is of category 'WARNUNG'; there are: DEBUG, EVENT LOOP, INFO\n"
+        "Try 'nas-log --help'.\n",
+        got.err);
+    EXPECT_EQ(2, got.status);
+  }
+  EXPECT_EQ(0, nas_log({"--category", "WARNING", dir.file("x")}).status);  // the library's own
+  dir.write("empty", "");
+  EXPECT_EQ(0, nas_log({"--category", "NET", dir.file("empty")}).status);
+}
+
+TEST(NasLog, ListsTheCategories) {
+  const TempDir dir;
+  dir.write("x", kOne + kTwo + kThree + kFour);
+  EXPECT_EQ("       1  DEBUG\n       2  EVENT LOOP\n       1  INFO\n       1  WARNING\n",
+            nas_log({"--categories", dir.file("x")}).out);
+}
+
+TEST(NasLog, ShowsOneLineAnEntry) {
+  const TempDir dir;
+  dir.write("x", kOne + entry("01:00:00", "INFO: two\nlines") + "2007-03-01T02:00:00 cut");
+  const Outcome got = nas_log({"-1", dir.file("x")});
+  EXPECT_EQ(
+      "2007-02-28T23:59:59 EVENT LOOP|DEBUG: add event loop 0x10\n"
+      "2007-03-01T01:00:00 INFO: two\\nlines\n"
+      "2007-03-01T02:00:00 2007-03-01T02:00:00 cut\n",
+      got.out);
+  EXPECT_EQ(1, got.status);
+}
+
+TEST(NasLog, ShowsOneObjectALine) {
+  const TempDir dir;
+  dir.write("x", "cut\n" + entry("01:00:00", "INFO: \"two\"\nlines\xFF"));
+  const Outcome got =
+      support::run({"/bin/sh", "-c",
+                    "'" TOOL "' --json '" + dir.file("x") +
+                        "' 2>/dev/null | python3 -c '"
+                        "import json, sys\n"
+                        "for line in sys.stdin: print(sorted(json.loads(line).items()))'"});
+  EXPECT_EQ("[('category', ''), ('fault', '" + dir.file("x") +
+                ":1: not a log entry'), ('message', 'cut'), ('time', ''), ('where', '')]\n"
+                "[('category', 'INFO'), ('message', '\"two\"\\nlines\xEF\xBF\xBD'), "
+                "('time', '2007-03-01T01:00:00'), ('where', 'void work()')]\n",
+            got.out)
+      << got.err;
+}
+
+// An entry of now, give or take `seconds`.
+std::string entry_at(time_t seconds) {
+  const time_t at = time(nullptr) + seconds;
+  tm local = {};
+  char text[32];
+  strftime(text, sizeof text, "%FT%T", localtime_r(&at, &local));
+  return std::string(text) + " void now()\nINFO: " + std::to_string(seconds) + "\n";
+}
+
+TEST(NasLog, TakesTimesBesideThePresent) {
+  const TempDir dir;
+  const std::string old = entry_at(-3 * 86400);
+  const std::string young = entry_at(-60);
+  dir.write("x", old + young);
+  for (const char* since : {"-1h", "-100m", "-3000s", "-2d"}) {
+    EXPECT_EQ(young, nas_log({"--since", since, dir.file("x")}).out) << since;
+  }
+  EXPECT_EQ(old + young, nas_log({"--since", "-4d", dir.file("x")}).out);
+  EXPECT_EQ(old, nas_log({"--until", "-1h", dir.file("x")}).out);
+  const std::string now = entry_at(0);
+  dir.write("x", old + now);
+  EXPECT_EQ(now, nas_log({"--since", "today", dir.file("x")}).out);
+  EXPECT_EQ(now, nas_log({"--since", now.substr(11, 5), dir.file("x")}).out);
+  EXPECT_EQ(now,
+            nas_log({"--since", now.substr(0, 10) + " " + now.substr(11, 8), dir.file("x")}).out);
+  EXPECT_EQ(old + now, nas_log({"--until", "today", dir.file("x")}).out);
+}
+
+TEST(NasLog, ShowsATerminalPageByPage) {
+  const TempDir dir;
+  dir.write("x", kTwo);
+  setenv("NO_COLOR", "1", 1);
+  setenv("PAGER", "sed 's/^/> /'", 1);
+  EXPECT_EQ("> 2007-03-01T00:00:00 void sample()\r\n> INFO: load 0.5\r\n",
+            support::run_on_terminal(command({dir.file("x")})).out);
+  EXPECT_EQ("2007-03-01T00:00:00 void sample()\r\nINFO: load 0.5\r\n",
+            support::run_on_terminal(command({"--no-pager", dir.file("x")})).out);
+  EXPECT_EQ(kTwo, nas_log({dir.file("x")}).out);
+  unsetenv("PAGER");
+  unsetenv("NO_COLOR");
+}
+
+TEST(NasLog, RefusesAFifo) {
+  const TempDir dir;
+  const Outcome got = support::run(
+      {"/bin/sh", "-c", "mkfifo '" + dir.file("x") + "'; exec '" TOOL "' '" + dir.file("x") + "'"});
+  EXPECT_EQ("nas-log: " + dir.file("x") + ": is a FIFO, not a file\n", got.err);
   EXPECT_EQ(1, got.status);
 }

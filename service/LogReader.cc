@@ -1,0 +1,246 @@
+// SPDX-License-Identifier: MIT
+#include "service/LogReader.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <iterator>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+namespace service {
+namespace {
+
+constexpr size_t kReadSize = size_t{128} << 10;
+constexpr size_t kTailSize = 256;
+constexpr std::string_view kRotationNotice = "rotating log file\n";
+
+// The digits of a time stamp and the highest number they may form.
+constexpr std::string_view kTimeShape = "dddd-dd-ddTdd:dd:dd";
+constexpr size_t kDateSize = 10;
+struct Field {
+  size_t at;
+  int low, high;
+};
+constexpr Field kFields[] = {
+    {5,  1, 12},
+    {8,  1, 31},
+    {11, 0, 23},
+    {14, 0, 59},
+    {17, 0, 60}
+};
+
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+bool has_shape(std::string_view text) {
+  for (size_t i = 0; i < kTimeShape.size(); ++i) {
+    if (kTimeShape[i] == 'd' ? !is_digit(text[i]) : text[i] != kTimeShape[i]) return false;
+  }
+  return true;
+}
+
+bool is_time(std::string_view text) {
+  return has_shape(text) &&
+         std::all_of(std::begin(kFields), std::end(kFields), [text](const Field& field) {
+           const int number = (text[field.at] - '0') * 10 + (text[field.at + 1] - '0');
+           return number >= field.low && number <= field.high;
+         });
+}
+
+// Whether an entry begins here.
+bool begins_entry(std::string_view text) {
+  return text.size() > kTimeShape.size() && text[kDateSize] == 'T' &&
+         text[kTimeShape.size()] == ' ' && is_time(text.substr(0, kTimeShape.size()));
+}
+
+// Where the last entry begins within the line, but not at its start; 0 where none does.
+size_t last_entry_within(std::string_view line) {
+  size_t last = 0;
+  for (size_t at = line.find('T', kDateSize + 1); at != line.npos; at = line.find('T', at + 1)) {
+    if (begins_entry(line.substr(at - kDateSize))) last = at - kDateSize;
+  }
+  return last;
+}
+
+bool ends_with_notice(std::string_view text) {
+  if (text.size() < kRotationNotice.size()) return false;
+  const size_t at = text.size() - kRotationNotice.size();
+  return text.substr(at) == kRotationNotice && (at == 0 || text[at - 1] == '\n');
+}
+
+// The category's name within the text of an entry; a null view where there is none.
+std::string_view category_of(std::string_view text) {
+  const size_t header = text.find('\n');
+  if (header == text.npos) return {};
+  size_t end = text.find(':', header + 1);
+  while (end != text.npos && (end + 1 == text.size() || text[end + 1] != ' ')) {
+    end = text.find(':', end + 1);
+  }
+  if (end == text.npos) return {};
+  const size_t start = text.rfind('\n', end) + 1;
+  return text.substr(start, end - start);
+}
+
+}  // namespace
+
+bool is_log_time(const std::string& text) {
+  return text.size() == kTimeShape.size() && is_time(text);
+}
+
+std::string LogEntry::where() const {
+  if (!begins_entry(text)) return "";
+  const size_t start = kTimeShape.size() + 1;
+  return text.substr(start, std::min(text.find('\n'), text.size()) - start);
+}
+
+std::string LogEntry::message() const {
+  const std::string_view name = category_of(text);
+  const char* const end = text.data() + text.size() - (!text.empty() && text.back() == '\n');
+  if (!begins_entry(text) || name.data() == nullptr) return std::string(text.data(), end);
+  return std::string(std::min(name.data() + name.size() + 2, end), end);
+}
+
+LogReader::LogReader(const std::string& name, int descriptor)
+    : name_(name), descriptor_(descriptor) {}
+
+LogReader::~LogReader() { stop(); }
+
+bool LogReader::next(LogEntry& to) {
+  size_t end = find_end();
+  while (end > end_ && end_ - begin_ < kLongest) {
+    if (!refill()) return false;
+    end = find_end();
+  }
+  take(std::min(end, end_), to);
+  begins_ = end <= end_;
+  return true;
+}
+
+bool LogReader::rest(LogEntry& to) {
+  if (ends_with_notice({data_.data() + begin_, end_ - begin_})) end_ -= kRotationNotice.size();
+  if (begin_ == end_) return false;
+  take(end_, to);
+  return true;
+}
+
+bool LogReader::settled(LogEntry& to) {
+  const bool growing = offset_ != settled_at_;
+  settled_at_ = offset_;
+  const std::string_view left(data_.data() + begin_, end_ - begin_);
+  if (growing || left.empty() || left.back() != '\n' || ends_with_notice(left)) return false;
+  if (begins_entry(left) ? category_of(left).data() == nullptr : !open_) return false;
+  take(end_, to);
+  open_ = true;
+  return true;
+}
+
+bool LogReader::rewritten() const {
+  std::string now(tail_.size(), '\0');
+  const auto at = static_cast<off_t>(offset_ - tail_.size());
+  const ssize_t got = pread(descriptor_, &now[0], now.size(), at);
+  return got >= 0 && (static_cast<size_t>(got) != now.size() || now != tail_);
+}
+
+void LogReader::stop() {
+  if (descriptor_ >= 0) close(descriptor_);
+  descriptor_ = -1;
+}
+
+// Reads on. False at the end of the file.
+bool LogReader::refill() {
+  if (descriptor_ < 0) return false;
+  std::copy(data_.begin() + static_cast<std::ptrdiff_t>(begin_),
+            data_.begin() + static_cast<std::ptrdiff_t>(end_), data_.begin());
+  scanned_ -= begin_;
+  end_ -= begin_;
+  if (glued_ > 0) glued_ -= begin_;
+  begin_ = 0;
+
+  const size_t more = std::max(kReadSize, end_);  // a long line is not searched again and again
+  if (data_.size() < end_ + more) data_.resize(end_ + more);
+  const ssize_t got = read(descriptor_, data_.data() + end_, more);
+  if (got < 0 && errno != EINTR) {
+    const int error = errno;
+    stop();
+    throw std::system_error(error, std::generic_category(), name_);
+  }
+  if (got <= 0) return false;
+  const auto size = static_cast<size_t>(got);
+  end_ += size;
+  offset_ += size;
+  const size_t tail = std::min(size, kTailSize);
+  tail_.append(data_.data() + end_ - tail, tail);
+  if (tail_.size() > kTailSize) tail_.erase(0, tail_.size() - kTailSize);
+  return true;
+}
+
+// Where the entry at begin_ ends; npos where that is not known yet.
+size_t LogReader::find_end() {
+  while (true) {
+    const std::string_view rest(data_.data() + scanned_, end_ - scanned_);
+    if (scanned_ > begin_ && begins_entry(rest)) return scanned_;
+    const size_t size = rest.find('\n');
+    if (size == rest.npos) return rest.npos;
+    const std::string_view line = rest.substr(0, size);
+    if (glued_ > 0 && line.find(": ") != line.npos) {
+      --lines_;  // It goes on behind `glued_`.
+      return glued_;
+    }
+    const size_t within = last_entry_within(line);
+    glued_ = within > 0 ? scanned_ + within : 0;
+    scanned_ += size + 1;
+    ++lines_;
+  }
+}
+
+void LogReader::take(size_t end, LogEntry& to) {
+  const std::string_view text(data_.data() + begin_, end - begin_);
+  const bool begins = std::exchange(begins_, false) || begins_entry(text);
+  const bool goes_on = open_ && !begins;
+  const size_t line = std::exchange(line_, line_ + lines_);
+  begin_ = scanned_ = end;
+  glued_ = lines_ = 0;
+  open_ = false;
+
+  to.text.assign(text);
+  to.fault.clear();
+  if (goes_on) return;
+  const std::string_view category = category_of(text);
+  to.category.assign(category);
+  if (begins) to.time.assign(text.substr(0, kTimeShape.size()));
+  if (begins && text.back() == '\n' && category.data() != nullptr) return;
+  const char* const fault = begins ? ": entry is cut off" : ": not a log entry";
+  to.fault = name_ + ":" + std::to_string(line) + fault;
+}
+
+namespace {
+
+// Adds the entries at the end of a file; what stands before the first is the rest of one.
+void add_tail(const std::string& path, std::vector<LogEntry>& to) {
+  constexpr off_t kTail = 65536;
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) return;
+  LogReader reader(path, descriptor);
+  if (lseek(descriptor, -kTail, SEEK_END) < 0) lseek(descriptor, 0, SEEK_SET);
+  LogEntry entry;
+  while (reader.next(entry) || reader.rest(entry)) {
+    if (begins_entry(entry.text)) to.push_back(entry);
+  }
+}
+
+}  // namespace
+
+std::vector<LogEntry> newest_log_entries(const std::string& log, size_t count) {
+  std::vector<LogEntry> entries;
+  add_tail(log + ".0", entries);
+  add_tail(log, entries);
+  std::reverse(entries.begin(), entries.end());
+  if (entries.size() > count) entries.resize(count);
+  return entries;
+}
+
+}  // namespace service
