@@ -17,7 +17,6 @@
 #include <set>
 #include <system_error>
 #include <utility>
-#include <vector>
 
 namespace tools {
 namespace {
@@ -42,49 +41,26 @@ long number_of(const std::string& suffix) {
   return std::stol(digits);
 }
 
-struct OldFiles {
-  std::set<long> plain, compressed;  // numbers
-};
-
-// The files beside `path` that rotation has made of it.
-OldFiles old_files(const std::string& path) {
+// The numbers of the files beside `path` that rotation has made of it, compressed or not. Each
+// number's successor is among them, for a rotation may come before the files are opened.
+std::set<long> old_numbers(const std::string& path) {
   const size_t name = path.rfind('/') + 1;
   const std::string folder = name == 0 ? "." : path.substr(0, name);
   const std::string prefix = path.substr(name);
-  OldFiles files;
+  std::set<long> numbers;
   const std::unique_ptr<DIR, CloseFolder> entries(opendir(folder.c_str()));
-  if (!entries) return files;
+  if (!entries) return numbers;
   errno = 0;  // readdir() tells an error from the end by it alone
   while (const dirent* const entry = readdir(entries.get())) {
     std::string file = entry->d_name;
     errno = 0;
-    const bool compressed = ends_with(file, kCompressed);
-    if (compressed) file.resize(file.size() - kCompressed.size());
+    if (ends_with(file, kCompressed)) file.resize(file.size() - kCompressed.size());
     if (file.compare(0, prefix.size(), prefix) != 0) continue;
     const long number = number_of(file.substr(prefix.size()));
-    if (number >= 0) (compressed ? files.compressed : files.plain).insert(number);
+    if (number >= 0) numbers.insert({number, number + 1});
   }
   if (errno != 0) fault(folder + ": " + strerror(errno));
-  return files;
-}
-
-// The files of a log that may exist, newest first. Opened in this order none is missed when a
-// rotation comes in between, only met twice: each number's successor is among them. Beside a plain
-// file a compressed one is not complete.
-std::vector<std::string> names_newest_first(const std::string& path) {
-  const OldFiles files = old_files(path);
-  std::set<long> numbers;
-  for (const auto* const found : {&files.plain, &files.compressed}) {
-    for (const long number : *found) numbers.insert({number, number + 1});
-  }
-  std::vector<std::string> names = {path};
-  for (const long number : numbers) {
-    names.push_back(path + "." + std::to_string(number));
-    const bool only_compressed =
-        files.compressed.count(number) != 0 && files.plain.count(number) == 0;
-    if (only_compressed) names.push_back(names.back() + std::string(kCompressed));
-  }
-  return names;
+  return numbers;
 }
 
 struct stat status_of(int descriptor) {
@@ -241,16 +217,25 @@ bool Log::is_known(const LogPart& part) const {
                      [&part](const auto& known) { return part.is(*known); });
 }
 
-// Opens the files that came after those already open, or all of them.
+// Opens the files that came after those already open, or all of them: the newest first, so that
+// none is missed when a rotation comes in between, only met twice. Beside a plain file a compressed
+// one is not complete.
 void Log::open_newer() {
   std::deque<std::unique_ptr<LogPart>> newer;
-  for (const std::string& name : names_newest_first(path_)) {
-    auto part = open_part(name);
-    if (!part) continue;
-    if (is_known(*part)) break;
+  const auto add = [&](std::unique_ptr<LogPart> part) {
+    if (!part) return true;
+    if (is_known(*part)) return false;
     const bool met = std::any_of(newer.begin(), newer.end(),
                                  [&part](const auto& other) { return part->is(*other); });
     if (!met) newer.push_front(std::move(part));
+    return true;
+  };
+  const bool more = add(open_part(path_));
+  for (const long number : more ? old_numbers(path_) : std::set<long>()) {
+    const std::string name = path_ + "." + std::to_string(number);
+    auto part = open_part(name);
+    if (!part) part = open_part(name + std::string(kCompressed));
+    if (!add(std::move(part))) break;
   }
   std::move(newer.begin(), newer.end(), std::back_inserter(parts_));
 }

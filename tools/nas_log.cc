@@ -97,6 +97,7 @@ bool is_of(const std::string& category, const std::string& name) {
   return upper_case("|" + category + "|").find(upper_case("|" + name + "|")) != std::string::npos;
 }
 
+// A text to be looked for in many others.
 class Text {
  public:
   explicit Text(const std::string& text) : text_(text), search_(text_.begin(), text_.end()) {}
@@ -120,9 +121,13 @@ class Categories {
   // Whether an entry of this category is to be shown; counts it.
   bool want(const std::string& category) {
     if (last_ == nullptr || last_->first != category) {
-      const auto known = known_.find(category);
-      last_ = known != known_.end() ? &*known
-                                    : &*known_.emplace(category, Known{0, judge(category)}).first;
+      auto known = known_.find(category);
+      if (known == known_.end()) {
+        const bool shown = judge(category);
+        if (known_.size() >= kMost || category.size() > kLongest) return shown;
+        known = known_.emplace(category, Known{0, shown}).first;
+      }
+      last_ = &*known;
     }
     ++last_->second.count;
     return last_->second.wanted;
@@ -150,6 +155,10 @@ class Categories {
   }
 
  private:
+  // A damaged log may seem to have any number of them; what exceeds this is not remembered.
+  static constexpr size_t kMost = 4096;
+  static constexpr size_t kLongest = 256;
+
   struct Known {
     size_t count;
     bool wanted;

@@ -34,4 +34,21 @@ echo "mtu $(nas-plist get $settings network/mtu)"
 nas-plist json $settings | sed 's/example\.org/example.net/' | nas-plist import $settings
 nas-plist delete $settings 'network/servers[0]'
 nas-plist check $settings
+
+# A configuration document takes the old one's place only if nothing in it is wrong or ignored.
+cat > new.xml <<END
+<nas_conf_db><version>3</version><system><hostname>attic</hostname></system></nas_conf_db>
+END
+nas-conf check --strict new.xml
+mv new.xml nas_conf_db.xml
+nas-plist set $settings hostname string "$(nas-conf get nas_conf_db.xml system/hostname)"
 nas-plist show $settings
+
+# The last warning that a service has logged.
+cat > service.log <<END
+2026-11-20T12:37:11 void sample()
+WARNING: load 9.5
+2026-11-20T12:37:12 void sample()
+INFO: load 0.5
+END
+nas-log -1 -n 1 --category warning service.log

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // nas-log, run as a child on real files.
+#include "service/LogFile.h"
 #include "tests/support/files.h"
 #include "tests/support/program.h"
 #include "util/logger.h"
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -969,6 +971,31 @@ TEST(NasLog, ReportsACompressedFileThatIsDamaged) {
             got.err.find("nas-log: " + dir.file("x.0.gz") + ": gzip could not read all of it\n"))
       << got.err;
   EXPECT_EQ(1, got.status);
+}
+
+// Whatever gzip is at meanwhile.
+TEST(NasLog, ReadsAllThatALogFileLeaves) {
+  const TempDir dir;
+  util::category info("INFO");
+  util::logger* const log = util::logger::getLogger("NasLogOfALogFile");
+  log->enable(info);
+  log->setUseParentPublisher(false);
+  service::LogFileOptions options;
+  options.rotate_above = 2000;
+  options.old_files = 100;
+  options.compress = true;
+  log->setPublisher(new service::LogFile(dir.file("x"), options));
+  std::string expected;
+  for (int i = 0; i < 300; ++i) {
+    log->logp(info, "void work()", "", 0, "entry %d of many", i);
+    expected += "entry " + std::to_string(i) + " of many\n";
+    if (i % 60 != 59) continue;
+    std::string shown;
+    std::istringstream lines(nas_log({"-1", dir.file("x")}).out);
+    for (std::string line; std::getline(lines, line);) shown += line.substr(26) + "\n";
+    EXPECT_EQ(expected, shown);
+  }
+  log->setPublisher(nullptr);
 }
 
 TEST(NasLogFollow, DoesNotRepeatWhatWasCompressedMeanwhile) {
