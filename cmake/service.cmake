@@ -11,6 +11,8 @@ set(NASUTIL_SERVICE_MODULES
     LogFile
     LogReader
     Loop
+    LoopStatistics
+    Watchdog
     bytes
     internal/OldLogs
     internal/SignalInbox

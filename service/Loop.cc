@@ -84,7 +84,7 @@ class Calling : public Registration {
  public:
   using Callback = std::function<void(Arguments...)>;
 
-  Calling(Core& core, Callback callback) : Registration(core), callback_(std::move(callback)) {
+  Calling(Core& core, Callback&& callback) : Registration(core), callback_(std::move(callback)) {
     if (!callback_) refuse_empty();
   }
 
@@ -398,6 +398,7 @@ void Loop::Core::replace_epoll() {
 void Loop::Core::take_over() {
   inbox_.replace_descriptor();
   damaged_ = true;
+  served_ = batched_ = 0;
   while (!children_.empty()) children_.front()->end();
   for (const Signal* const signal : signals_) inbox_.want(signal->number);
   forks_ = forks();
@@ -484,7 +485,8 @@ bool Loop::Core::fetch(int64_t end) {
     return false;
   }
   if (count == 0 && timeout > 0) {
-    lateness_ = std::max(now() - start - timeout * kMillisecond, lateness_ - lateness_ / 4);
+    const int64_t late = std::min(now() - start - timeout * kMillisecond, duration(timeout_) / 10);
+    lateness_ = std::max(late, lateness_ - lateness_ / 4);
   }
   // Events for nobody come from a descriptor that was closed while a copy of it is open, and would
   // come again and again.

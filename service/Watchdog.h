@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "util/EventLoop.h"
+#include "util/export.h"
+#include "util/logger.h"
+#include "util/types.h"
+
+#include <stdint.h>
+
+namespace service {
+
+// Tells the service manager that the daemon is alive, as long as the passes of its loop complete:
+//
+//   service::Watchdog watchdog;
+//   loop.addEvent(&watchdog);
+//   service::notify("READY=1");
+//   loop.run(1000);
+//
+// With WatchdogSec=10 in the unit, a daemon that hangs for ten seconds is ended and started again.
+// The cycle of the loop must be shorter than half of that time.
+class UTIL_EXPORT Watchdog : public util::EventLoop {
+ public:
+  // Does nothing if the service manager did not ask this process (WATCHDOG_USEC, WATCHDOG_PID).
+  // Failures to report are logged as WARNING, and tried again in the next pass. The logger is not
+  // owned.
+  explicit Watchdog(util::logger* log = util::logger::rootLogger());
+
+  // The time, in milliseconds, after which the service manager loses its patience; 0 if it did not
+  // ask.
+  util::utime_t patience() const { return patience_; }
+
+  void runLoop(util::utime_t timeslice) override;
+  const char* name() override;  // "service::Watchdog"
+
+ private:
+  util::logger* log_;
+  util::utime_t patience_;
+  int64_t next_ = 0;
+};
+
+}  // namespace service
