@@ -5,9 +5,20 @@ settings=settings.plist
 # The first time there is no list yet.
 [ -e $settings ] || nas-plist new $settings
 
+# A new document is checked before it takes the place of the old one.
+cat >new.xml <<END
+<nas_conf_db>
+  <version>3</version>
+  <system><hostname>nas</hostname></system>
+  <shares><share><sharename>music</sharename><sharetype>public</sharetype></share></shares>
+</nas_conf_db>
+END
+nas-conf check --strict new.xml && mv new.xml nas_conf_db.xml
+echo "the first share is $(nas-conf get nas_conf_db.xml 'shares[0]/name')"
+
 # Several values are one save: all of them or none.
 nas-plist set $settings \
-  hostname string nas \
+  hostname string "$(nas-conf get nas_conf_db.xml system/hostname)" \
   network/mtu integer 1500 \
   network/servers array \
   network/servers[0]/name string ntp1.example.org \

@@ -16,17 +16,18 @@ import tempfile
 ROWS = [
     # what is typed, what it becomes
     ("nas-plist res", "nas-plist restore"),
-    ("nas-plist set --fo", "nas-plist set --force"),
+    ("nas-plist set --vers", "nas-plist set --version"),
     ("nas-plist set file.plist a int", "nas-plist set file.plist a integer"),
     ("nas-plist set file.plist a dict b bool", "nas-plist set file.plist a dict b boolean"),
     ("nas-plist set file.plist a boolean tr", "nas-plist set file.plist a boolean true"),
-    ("nas-plist set --force file.plist a integer 5 b re",
-     "nas-plist set --force file.plist a integer 5 b real"),
+    ("nas-plist set -- file.plist a integer 5 b re",
+     "nas-plist set -- file.plist a integer 5 b real"),
     ("nas-plist show a\\ fi", "nas-plist show a\\ file.plist"),
     ("nas-plist set a\\ fi", "nas-plist set a\\ file.plist"),
     ("nas-plist show --he", "nas-plist show --help"),
     ("nas-conf ch", "nas-conf check"),
     ("nas-conf show --pass", "nas-conf show --password"),
+    ("nas-conf check --str", "nas-conf check --strict"),
     ("nas-log --exc", "nas-log --exclude"),
     ("nas-log a\\ fi", "nas-log a\\ file.plist"),
 ]
