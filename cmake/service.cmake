@@ -6,6 +6,7 @@ set(NASUTIL_SERVICE_MODULES
     Command
     ControlSocket
     FileLock
+    CrashEntry
     HmacAuthenticator
     InstanceLock
     LogFile
@@ -14,12 +15,14 @@ set(NASUTIL_SERVICE_MODULES
     LoopStatistics
     Watchdog
     bytes
+    categories
     internal/OldLogs
     internal/SignalInbox
     json
     key_path
     natural_order
     notify
+    publishers
     recovery
     share_path
     utf8)

@@ -3,6 +3,7 @@
 
 #include "service/internal/OldLogs.h"
 #include "service/internal/OpenFile.h"
+#include "service/internal/SafeText.h"
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -96,31 +97,6 @@ bool write_all(int descriptor, const char* bytes, size_t size) {
   return true;
 }
 
-// Text put together in a signal handler; what is too long is cut.
-class SafeText {
- public:
-  SafeText& operator<<(std::string_view text) {
-    const size_t size = std::min(text.size(), sizeof text_ - size_);
-    memcpy(text_ + size_, text.data(), size);
-    size_ += size;
-    return *this;
-  }
-  void digits(time_t number, int width) {
-    char reversed[20];
-    int count = 0;
-    for (; count < width || number > 0; number /= 10) {
-      reversed[count++] = static_cast<char>('0' + number % 10);
-    }
-    while (count > 0) *this << std::string_view(&reversed[--count], 1);
-  }
-  const char* data() const { return text_; }
-  size_t size() const { return size_; }
-
- private:
-  char text_[2048];
-  size_t size_ = 0;
-};
-
 // As localtime_r() and strftime() do it, which a handler may not call.
 void put_time(SafeText& to, time_t local_second) {
   time_t day = day_of(local_second);
@@ -132,7 +108,7 @@ void put_time(SafeText& to, time_t local_second) {
   const time_t year = (of_era - of_era / 1460 + of_era / 36524 - of_era / 146096) / 365;
   const time_t of_year = of_era - (365 * year + year / 4 - year / 100);
   const time_t month = (5 * of_year + 2) / 153;
-  to.digits(year + era * 400 + (month >= 10 ? 1 : 0), 4);
+  to.decimal(year + era * 400 + (month >= 10 ? 1 : 0), 4);
   const struct {
     const char* before;
     time_t number;
@@ -145,7 +121,7 @@ void put_time(SafeText& to, time_t local_second) {
   };
   for (const auto& part : parts) {
     to << part.before;
-    to.digits(part.number, 2);
+    to.decimal(part.number, 2);
   }
 }
 
@@ -369,7 +345,7 @@ void LogFile::Impl::publish_in_handler(const char* where, const char* message) n
   SafeText entry;
   put_time(entry, time(nullptr) + time_.offset);
   entry << " " << where << "\n" << kWarning << ": " << message << "\n";
-  write_all(log_.number(), entry.data(), entry.size());
+  write_all(log_.number(), entry.c_str(), entry.size());
 }
 
 // ---- what waits ----
@@ -653,5 +629,11 @@ uint64_t LogFile::lost() const { return impl_->lost(); }
 void LogFile::publish_in_handler(const char* where, const char* message) noexcept {
   impl_->publish_in_handler(where, message);
 }
+
+// ---- FlushEachPass ----
+
+void FlushEachPass::runLoop(util::utime_t) { log_->flush(); }
+
+const char* FlushEachPass::name() { return "service::FlushEachPass"; }
 
 }  // namespace service

@@ -26,8 +26,10 @@
 // full, the last entry may be cut off.
 #pragma once
 
+#include "util/EventLoop.h"
 #include "util/export.h"
 #include "util/logger.h"
+#include "util/types.h"
 
 #include <sys/types.h>
 
@@ -124,6 +126,19 @@ class UTIL_EXPORT LogFile final : public util::publisher {
   class Impl;
 
   const std::unique_ptr<Impl> impl_;
+};
+
+// A sub-loop that flushes a logger's publisher in each pass. Added last, it writes what the pass
+// has logged; in a service::Loop `every(1000, [=](uint64_t) { log->flush(); })` does.
+class UTIL_EXPORT FlushEachPass : public util::EventLoop {
+ public:
+  explicit FlushEachPass(util::logger* log) : log_(log) {}  // not owned
+
+  void runLoop(util::utime_t timeslice) override;
+  const char* name() override;  // "service::FlushEachPass"
+
+ private:
+  util::logger* log_;
 };
 
 }  // namespace service

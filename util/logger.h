@@ -218,7 +218,9 @@ class UTIL_EXPORT logger {
   void halt_checkpointing() { checkpointing_on = false; }
   void resume_checkpointing() { checkpointing_on = true; }
   std::string get_checkpoint() const { return checkpoint; }  // "<file>:<line>"
-  void set_checkpoint(const char* file, int line);           // even with checkpointing halted
+  // The same for the handler of a signal; up to the next logging call.
+  const char* checkpoint_text() const noexcept { return checkpoint.c_str(); }
+  void set_checkpoint(const char* file, int line);  // even with checkpointing halted
 
   // Publishes the message if its category passes and sets the checkpoint. `where` is the signature
   // of the calling function, `file` the base name of its source file; `format` is printf's. A null
