@@ -9,9 +9,8 @@ set(NASUTIL_MD5_KEY "development-key" CACHE STRING "Secret that MD5Authenticator
 set(NASUTIL_MD5_ID "MD5" CACHE STRING "Scheme name of MD5Authenticator")
 
 if(NASUTIL_MD5_KEY MATCHES "^(development-key)?$")
-  set(nasutil_key_is_known "NASUTIL_MD5_KEY is empty or the development key: everybody can forge \
-signatures. Configure with -DNASUTIL_MD5_KEY=<secret> before anything is delivered.")
-  message(WARNING "${nasutil_key_is_known}")
+  message(WARNING "NASUTIL_MD5_KEY is empty or the development key: everybody can forge signatures. \
+Configure with -DNASUTIL_MD5_KEY=<secret> before anything is delivered.")
 endif()
 
 foreach(setting INTERNAL_SHARE_ROOT EXTERNAL_SHARE_ROOT MD5_KEY MD5_ID)
