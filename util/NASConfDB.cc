@@ -3,14 +3,11 @@
 
 #include "settings.h"
 
-#include <algorithm>
 #include <cstring>
 #include <initializer_list>
 #include <iostream>
-#include <locale>
 #include <map>
-#include <sstream>
-#include <tuple>
+#include <string_view>
 #include <utility>
 
 #include <ticpp.h>
@@ -76,15 +73,25 @@ const ticpp::Element* traced(const char* label, int line, const ticpp::Element* 
 
 // ---- checking ----
 
-std::string tag(const ticpp::Node& element) { return "<" + element.Value() + ">"; }
+// One after the other; many operators would be much more code.
+std::string joined(std::initializer_list<std::string_view> parts) {
+  std::string text;
+  for (const std::string_view part : parts) text += part;
+  return text;
+}
 
-std::string quoted(const std::string& text) { return '"' + text + '"'; }
+// Whether nothing but blanks is behind the number that the text starts with.
+bool is_all_number(const std::string& text) {
+  constexpr const char* kDigits = "0123456789";
+  const size_t end = text.find_first_not_of(kDigits, text.find_first_of(kDigits));
+  return text.find_first_not_of(" \t\n\v\f\r", end) == text.npos;
+}
 
 // Gathers what is wrong with a document while its rows are read.
 class Check {
  public:
-  void fault(const ticpp::Node& at, const std::string& text) {
-    findings_.push_back({true, at.Row(), at.Column(), text});
+  void fault(const ticpp::Node& at, std::initializer_list<std::string_view> parts) {
+    findings_.push_back({true, at.Row(), at.Column(), joined(parts)});
   }
 
   // A row asked for this element.
@@ -97,73 +104,67 @@ class Check {
       element.GetText(must_exist);
       return true;
     } catch (const ticpp::Exception&) {
-      fault(element, tag(element) + " has no text at its start");
+      fault(element, {"<", element.Value(), "> has no text at its start"});
       return false;
     }
   }
 
   void number(const ticpp::Element& element) {
     const std::string text = element.GetText(true);
+    const std::string name = element.Value();
     int number = 0;
     try {
       element.GetText(&number, true);
     } catch (const ticpp::Exception&) {
-      fault(element, tag(element) + ": " + quoted(text) + " is not a number, or is out of range");
-      return;
+      return fault(element, {"<", name, ">: \"", text, "\" is not a number, or is out of range"});
     }
-    if (is_all_of(number, text)) return;
-    ignored(element, "what follows the number in " + tag(element) + ": " + quoted(text) +
-                         " is read as " + std::to_string(number));
+    if (is_all_number(text)) return;
+    ignored(element, {"what follows the number in <", name, ">: \"", text, "\" is read as ",
+                      std::to_string(number)});
   }
 
   void word(const ticpp::Element& element, const char* word, const char* other) {
     const std::string text = element.GetText(true);
     if (text == word || text == other) return;
-    ignored(element, tag(element) + ": " + quoted(text) + " is neither " + quoted(word) + " nor " +
-                         quoted(other));
+    ignored(element, {"<", element.Value(), ">: \"", text, "\" is neither \"", word, "\" nor \"",
+                      other, "\""});
   }
 
   // All of them, when the rows are read: what no row asked for is among them.
-  std::vector<NASFinding> findings(const ticpp::Document& document) {
+  std::list<NASFinding> findings(const ticpp::Document& document) {
     ignore_rest(document);
-    std::stable_sort(findings_.begin(), findings_.end(), [](const auto& one, const auto& other) {
-      return std::tie(one.row, one.column, one.fault) <
-             std::tie(other.row, other.column, other.fault);
+    findings_.sort([](const NASFinding& one, const NASFinding& other) {
+      if (one.row != other.row) return one.row < other.row;
+      if (one.column != other.column) return one.column < other.column;
+      return one.fault < other.fault;
     });
     return std::move(findings_);
   }
 
  private:
-  static bool is_all_of(int number, const std::string& text) {
-    std::istringstream stream(text);
-    stream.imbue(std::locale::classic());
-    stream >> number >> std::ws;
-    return stream.eof();
-  }
-
-  void ignored(const ticpp::Node& at, const std::string& text) {
-    findings_.push_back({false, at.Row(), at.Column(), "ignored: " + text});
+  void ignored(const ticpp::Node& at, std::initializer_list<std::string_view> parts) {
+    findings_.push_back({false, at.Row(), at.Column(), "ignored: " + joined(parts)});
   }
 
   void ignore_rest(const ticpp::Node& parent) {
     for (const ticpp::Element* element = parent.FirstChildElement(false); element != nullptr;
          element = element->NextSiblingElement(false)) {
+      const std::string name = element->Value();
       const auto read = holds_text_.find(element);
       if (read != holds_text_.end()) {
         const bool text_is_read = read->second;
-        if (!text_is_read && !element->GetText(false).empty()) {
-          ignored(*element, "the text in " + tag(*element));
-        }
+        if (!text_is_read && !element->GetText(false).empty())
+          ignored(*element, {"the text in <", name, ">"});
         ignore_rest(*element);
-      } else if (holds_text_.count(parent.FirstChildElement(element->Value())) != 0) {
-        ignored(*element, "another " + tag(*element) + ", only the first is read");
+      } else if (holds_text_.count(parent.FirstChildElement(name)) != 0) {
+        ignored(*element, {"another <", name, ">, only the first is read"});
       } else {
-        ignored(*element, tag(*element) + " is not known here");
+        ignored(*element, {"<", name, "> is not known here"});
       }
     }
   }
 
-  std::vector<NASFinding> findings_;
+  std::list<NASFinding> findings_;
   std::map<const ticpp::Element*, bool> holds_text_;  // those that a row asked for
 };
 
@@ -253,8 +254,7 @@ class Node {
     const bool throws = must_exist && check_ == nullptr;
     const ticpp::Element* const child = element_->FirstChildElement(name(label), throws);
     if (must_exist && child == nullptr) {
-      check_->fault(*element_,
-                    "<" + std::string(name(label)) + "> is missing in " + tag(*element_));
+      check_->fault(*element_, {"<", name(label), "> is missing in <", element_->Value(), ">"});
     }
     return Node(traced(label, line, child), check_);
   }
@@ -350,8 +350,8 @@ std::string NASShare::root_path() const {
 
 NASConfDB::NASConfDB(const std::string& path) { parse(path); }
 
-std::vector<NASFinding> NASConfDB::check(const std::string& path) {
-  std::vector<NASFinding> findings;
+std::list<NASFinding> NASConfDB::check(const std::string& path) {
+  std::list<NASFinding> findings;
   NASConfDB().read(path, &findings);
   return findings;
 }
@@ -363,12 +363,12 @@ void NASConfDB::parse(const std::string& path) {
 }
 
 // Where findings are wanted, no fault of the document throws.
-void NASConfDB::read(const std::string& path, std::vector<NASFinding>* findings) {
+void NASConfDB::read(const std::string& path, std::list<NASFinding>* findings) {
   ticpp::Document document;
   document.LoadFile(path);
   Check check;
   const ticpp::Element* root = document.FirstChildElement("nas_conf_db", findings == nullptr);
-  if (root == nullptr) check.fault(document, "<nas_conf_db> is missing");
+  if (root == nullptr) check.fault(document, {"<nas_conf_db> is missing"});
   const Node top(root, findings == nullptr ? nullptr : &check);
   top.required("version", 0).number(version);
   if (traces(2)) trace() << "read version" << std::to_string(version) << std::endl;

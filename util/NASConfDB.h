@@ -9,7 +9,6 @@
 #include <iosfwd>
 #include <list>
 #include <string>
-#include <vector>
 
 // How much the reader tells about its work on standard output, one line each: 0 nothing, 1 the file
 // that it reads, 2 every element that it looks for and the whole database when it is done, the
@@ -126,7 +125,7 @@ class UTIL_EXPORT NASConfDB {
   // Everything that is wrong with the document at `path`, in its order: the constructor throws if
   // and only if there is a fault among the findings, or if this throws. Throws ticpp::Exception if
   // the file cannot be read or parsed.
-  static std::vector<NASFinding> check(const std::string& path);
+  static std::list<NASFinding> check(const std::string& path);
 
   int get_version() const { return version; }  // of the document's format
   const NASSystem& get_system() const { return system; }
@@ -140,7 +139,7 @@ class UTIL_EXPORT NASConfDB {
   NASConfDB() = default;
 
   void parse(const std::string& path);
-  void read(const std::string& path, std::vector<NASFinding>* findings);
+  void read(const std::string& path, std::list<NASFinding>* findings);
 
   int version = 0;
   NASSystem system;

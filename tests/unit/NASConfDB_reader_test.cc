@@ -611,7 +611,8 @@ TEST(NASConfDBCheck, FindsFaultsAndWhatIsIgnoredInTheOrderOfTheDocument) {
   dir.write("x",
             "<nas_conf_db>\n<version>x</version>\n<system><colour/><hostname/>\n"
             "<dhcpenabled>yes</dhcpenabled></system></nas_conf_db>");
-  const std::vector<NASFinding> findings = NASConfDB::check(dir.file("x"));
+  const std::list<NASFinding> found = NASConfDB::check(dir.file("x"));
+  const std::vector<NASFinding> findings(found.begin(), found.end());
   ASSERT_EQ(4U, findings.size());
   EXPECT_TRUE(findings[0].fault);
   EXPECT_EQ(2, findings[0].row);
@@ -634,7 +635,8 @@ TEST(NASConfDBCheck, FindsNothingInAGoodDocument) {
 TEST(NASConfDBCheck, NamesTheMissingRoot) {
   const TempDir dir;
   dir.write("x", "<other/>");
-  const std::vector<NASFinding> findings = NASConfDB::check(dir.file("x"));
+  const std::list<NASFinding> found = NASConfDB::check(dir.file("x"));
+  const std::vector<NASFinding> findings(found.begin(), found.end());
   ASSERT_EQ(2U, findings.size());
   EXPECT_EQ("ignored: <other> is not known here", findings[0].text);
   EXPECT_EQ("<nas_conf_db> is missing", findings[1].text);
