@@ -12,9 +12,9 @@ namespace {
 
 struct Step {
   bool is_element;
-  std::string key;   // of a dictionary
-  size_t number;     // of an element
-  std::string path;  // up to this step
+  std::string key;  // of a dictionary
+  size_t number;    // of an element
+  size_t end;       // of the step within the path
 };
 
 using Steps = std::vector<Step>;
@@ -43,7 +43,7 @@ class Parser {
     throw MalformedPath("'" + path_ + "': " + reason);
   }
 
-  std::string taken() const { return path_.substr(0, path_.size() - rest_.size()); }
+  size_t taken() const { return path_.size() - rest_.size(); }
 
   // A key, up to the "/" or "[" behind it.
   std::string take_key() {
@@ -97,25 +97,24 @@ const util::Value* follow(const util::value_struct& list, const Steps& steps, si
   return at;
 }
 
-// Throws where a step cannot be made from what there is; null stands for nothing.
-void check(const util::Value* from, const Step& before, const Step& step) {
+// Why a step cannot be made from what there is, null standing for nothing; empty if it can.
+std::string obstacle(const util::Value* from, const Step& step, const std::string& before) {
   const bool nothing = from == nullptr || from->get_type() == util::VOID;
   if (!nothing && from->get_type() != (step.is_element ? util::ARRAY : util::STRUCT)) {
-    throw PathMismatch(step.path + ": " + before.path + " is not " +
-                       (step.is_element ? "an array" : "a dictionary"));
+    return before + " is not " + (step.is_element ? "an array" : "a dictionary");
   }
-  if (!step.is_element) return;
+  if (!step.is_element) return "";
   const size_t size = nothing ? 0 : static_cast<const util::value_array&>(*from).size();
-  if (step.number > size) {
-    throw PathMismatch(step.path + ": the next element of " + before.path + " is [" +
-                       std::to_string(size) + "]");
-  }
+  if (step.number <= size) return "";
+  return "the next element of " + before + " is [" + std::to_string(size) + "]";
 }
 
-void check(const util::value_struct& list, const Steps& steps) {
+// Throws, before anything is changed, if a value cannot be stored there.
+void check(const util::value_struct& list, const Steps& steps, const std::string& path) {
   const util::Value* at = entry(list, steps[0].key);
   for (size_t i = 1; i < steps.size(); ++i) {
-    check(at, steps[i - 1], steps[i]);
+    const std::string reason = obstacle(at, steps[i], path.substr(0, steps[i - 1].end));
+    if (!reason.empty()) throw PathMismatch(path.substr(0, steps[i].end) + ": " + reason);
     if (at != nullptr) at = next(*at, steps[i]);
   }
 }
@@ -180,7 +179,7 @@ util::byte_string get(const util::PropertyList& list, const std::string& path,
 
 void set(util::PropertyList& list, const std::string& path, util::Value value) {
   const Steps steps = steps_of(path);
-  check(list.getProperties(), steps);
+  check(list.getProperties(), steps, path);
   util::Value* at = &list[steps[0].key];
   for (size_t i = 1; i < steps.size(); ++i) {
     at = steps[i].is_element ? &make_element(*at, steps[i].number) : &make_entry(*at, steps[i].key);
