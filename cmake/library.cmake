@@ -21,10 +21,12 @@ set(NASUTIL_MODULES
     Value
     ZEB_GPIO
     base64
+    category
     datetime
     escape
     logger
     print_str
+    publisher
     strnatcmp
     system_exception)
 
@@ -37,7 +39,7 @@ endforeach()
 # Small where the XML parser, the kernel or the caller decides the time; docs/performance.md tells
 # what that saves.
 set_source_files_properties(
-  util/Authenticator.cc util/EventLoop.cc util/MD5Authenticator.cc util/NASConfDB.cc
+  util/Authenticator.cc util/EventLoop.cc util/MD5Authenticator.cc util/NASConfDB.cc util/category.cc
   util/NetworkInterface.cc util/PropertyList.cc util/PropertyList_durable.cc
   util/PropertyList_encoding.cc util/PropertyList_problems.cc util/ZEB_GPIO.cc util/datetime.cc
   util/print_str.cc util/system_exception.cc ticpp/document.cc ticpp/element.cc ticpp/tree.cc

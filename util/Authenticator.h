@@ -11,12 +11,13 @@ namespace util {
 // Signs messages with a secret key and checks such signatures. A scheme derives from it; a class
 // that overrides sign() needs `using Authenticator::sign;` for the form that returns a text.
 //
-// Not destroyed through this class: the destructor is not virtual. One object may be used from
-// several threads at once.
+// Destroy a scheme through its own class: this one's destructor is not virtual. One object may be
+// used from several threads at once.
 class UTIL_EXPORT Authenticator {
  public:
   // `id` names the scheme to the peers.
   Authenticator(const byte_string& key, const std::string& id);
+  ~Authenticator() = default;  // Kept: not virtual, the dispatch table has two entries only.
 
   const std::string& id() const { return _id; }
 
@@ -30,8 +31,6 @@ class UTIL_EXPORT Authenticator {
   std::string sign(const byte_string& data);
 
  protected:
-  ~Authenticator() = default;  // Kept: not virtual, the dispatch table has two entries only.
-
   byte_string key;  // mixed into every signature
 
  private:

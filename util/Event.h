@@ -9,7 +9,9 @@
 namespace util {
 
 // An action done once, some time after it was added to a SuperLoop. Made with plain `new`, of a
-// type without an alignment of its own; the loop releases its memory after the run.
+// type without an alignment of its own; the loop releases its memory after the run. An event that a
+// loop still has, also one that is being run, must not be added again: it would be released twice.
+// Nothing checks this. Its copy may be added.
 //
 // Kept: no destructor of a derived class is called then. An event frees in run() what it holds.
 class UTIL_EXPORT Event {
@@ -22,21 +24,6 @@ class UTIL_EXPORT Event {
   // compilers see that it belongs to the ordinary `new`, which is why there is none beside it.
   // NOLINTNEXTLINE(misc-new-delete-overloads,cert-dcl54-cpp)
   __attribute__((always_inline)) static void operator delete(void* p) { ::operator delete(p); }
-
- private:
-  friend class SuperLoop;
-
-  // Whether a loop has the event. A copy of an event is in no loop.
-  struct Queued {
-    Queued() = default;
-    Queued(const Queued&) {}
-    Queued& operator=(const Queued&) { return *this; }  // NOLINT(cert-oop54-cpp): no change
-    ~Queued() = default;
-
-    bool yes = false;
-  };
-
-  Queued queued;
 };
 
 }  // namespace util

@@ -99,9 +99,7 @@ void SuperLoop::addEvent(Event* event, Timer when) {
   const unsigned long long now = instant(Timer::now());
   void* const address = event;
   LOG(kAddEvent, "add event %p; expires at %llu (now: %llu)", address, at, now);
-  assert(!event->queued.yes);
   (inloop ? incoming_events : events).emplace_back(event, when);
-  event->queued.yes = true;  // after what may throw: the caller keeps the event then
 }
 
 void SuperLoop::run_loops(Budget& budget) {

@@ -57,8 +57,7 @@ class UTIL_EXPORT SuperLoop : public EventLoop {
   void removeEvent(EventLoop* loop);
 
   // Runs `event` in the first pass that finds `when` expired, then releases it. It cannot be taken
-  // back. Aborts where an event is added that a loop still has, an event that is being run
-  // included; its copy may be added.
+  // back, nor added again while a loop has it. If this throws, the event stays the caller's.
   void addEvent(Event* event, Timer when);
 
   // What runs now, for diagnostics: the sub-loop's name, "util::SuperLoop::Events",

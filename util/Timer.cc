@@ -8,11 +8,14 @@
 
 namespace util {
 
-utime_t Timer::now() {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wignored-qualifiers"
+volatile utime_t Timer::now() {
   timeval read = {};
   gettimeofday(&read, nullptr);
   return static_cast<utime_t>(read.tv_sec) * 1000 + static_cast<utime_t>(read.tv_usec) / 1000;
 }
+#pragma GCC diagnostic pop
 
 void Timer::sleep(utime_t ms) {
   const timespec request = {static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000 * 1000000)};

@@ -15,9 +15,17 @@ class UTIL_EXPORT Timer {
   // Expires `delay` from now.
   Timer(utime_t delay) : expires(now() + delay) {}
 
-  // Since the epoch, truncated to the millisecond. Not `volatile`: on a returned number compilers
-  // ignore the qualifier, and warn of it.
-  static utime_t now();
+// Compilers warn that the qualifier has no effect. It is part of the function's type.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wignored-qualifiers"
+#if defined(__clang__)
+#pragma clang diagnostic ignored "-Wdeprecated-volatile"
+#elif __GNUC__ >= 10
+#pragma GCC diagnostic ignored "-Wvolatile"
+#endif
+  // Since the epoch, truncated to the millisecond.
+  static volatile utime_t now();
+#pragma GCC diagnostic pop
 
   // Blocks the thread. Signals do not shorten it; ends early, without a report, where the system
   // refuses to sleep.

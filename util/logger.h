@@ -9,6 +9,10 @@
 // Nothing here locks: one thread logs.
 #pragma once
 
+#ifdef DEBUG
+#error "the macro DEBUG hides util::DEBUG: build without -DDEBUG, or #undef it before util/logger.h"
+#endif
+
 #include "util/export.h"
 
 #include <sys/types.h>
@@ -61,8 +65,9 @@ class UTIL_EXPORT category {
   static std::vector<category*> categories();
 
  private:
-  friend class file_publisher;  // these print the name without a copy
+  friend class file_publisher;  // these use the name without a copy
   friend class syslog_publisher;
+  friend class logger;
 
   category(uint64_t mask, std::string& name);
 
@@ -99,7 +104,7 @@ static category TIMING("TIMING");
 class UTIL_EXPORT publisher {
  public:
   // Writes one entry and returns the number of characters it came to. `where` ends the first line,
-  // `format` and `args` make the message. `c` is only read.
+  // `format` and `args` make the message. `c` is the message's own copy.
   virtual int publish(category& c, const char* where, const char* format, va_list args) = 0;
 
   // Pushes out what is buffered.
@@ -124,9 +129,10 @@ class UTIL_EXPORT file_publisher : public publisher {
   FILE* file;
 
  private:
-  struct Stamp;
+  friend class logger;
 
-  std::unique_ptr<Stamp> stamp;  // the time as text
+  // The stream publisher that `p` is part of, or null.
+  static file_publisher* from(publisher* p);
 };
 
 // Writes to standard error, which its destructor closes.
@@ -233,8 +239,11 @@ class UTIL_EXPORT logger {
   __attribute__((format(printf, 5, 6))) void log(const category& c, const char* where,
                                                  const char* position, const char* format, ...);
 
-  // What log() does about a message that does not pass.
-  void drop(const char* position) { checkpointing_on ? void(checkpoint = position) : void(); }
+  // What each logging call ends with, whether its message passed or not: the checkpoint becomes
+  // `position` unless checkpointing is halted.
+  void record_checkpoint(const char* position) {
+    if (checkpointing_on) checkpoint = position;
+  }
 
  private:
   // Destroys the object that a publisher is part of, wherever in it the publisher lies.
@@ -250,7 +259,6 @@ class UTIL_EXPORT logger {
 
   uint64_t enabled() const { return categories.to_ullong(); }
   void set_publisher(publisher* p, Destroy destroy);
-  void publish_passing(category& c, const char* where, const char* format, va_list args);
   void publish(category& c, const char* where, const char* format, va_list args);
 
   std::bitset<64> categories;
@@ -287,7 +295,7 @@ void logger::setPublisher(P* p) {
     if (util_log_to->isLoggable(util_log_as))                                  \
       util_log_to->log(util_log_as, (where_), UTIL_LOG_POSITION, __VA_ARGS__); \
     else                                                                       \
-      util_log_to->drop(UTIL_LOG_POSITION);                                    \
+      util_log_to->record_checkpoint(UTIL_LOG_POSITION);                       \
   } while (false)
 
 // "<file>:<line>" of here.

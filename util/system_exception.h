@@ -11,7 +11,7 @@ namespace util {
 class UTIL_EXPORT system_exception : public std::exception {
  public:
   system_exception();  // takes the current errno
-  explicit system_exception(int error);
+  system_exception(int error);
   ~system_exception() override = default;
 
   // The system's text for the error. Not copied: the next call that asks for a text may change it.

@@ -120,10 +120,16 @@ PropertyList list_of(const std::string& file, int number) {
   return list;
 }
 
+// A second that no entry has told yet: its text is made anew.
+int64_t fresh_second() {
+  static int64_t last = 1000000000000;
+  return last += 1000;
+}
+
 // Logs three messages of at least `width` bytes to a file that may have `limit`. Tells which are in
 // none of the files afterwards.
 std::string log_and_rotate(Disturbance& disturbance, int width, off_t limit) {
-  const FrozenClock clock;
+  const FrozenClock clock(fresh_second());
   const TempDir& dir = disturbance.dir;
   const char* const entries[] = {"first", "second", "third"};
   dir.write("x.0", "old");
@@ -251,6 +257,7 @@ TEST(Faults, OfLoggingToTheSystemLogCostNoMoreThanTheRecord) {
                 {"time",        "done, records 2"},
   }),
             outcomes({"time", "localtime_r", "strftime", "syslog"}, [](Disturbance& disturbance) {
+              const FrozenClock clock(fresh_second());
               const SyslogCapture log;
               util::syslog_publisher to;
               const std::string outcome = disturbance([&to] { publish(to, "%s", "text"); });

@@ -30,6 +30,7 @@ void log_and_rotate(const TempDir& dir) {
 }
 
 void log_to_system(const TempDir&) {
+  const FrozenClock clock;  // a second whose text no entry has made yet
   const SyslogCapture captured;
   util::syslog_publisher log;
   publish(log, "text");

@@ -10,6 +10,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <memory>
 #include <string>
 #include <type_traits>
 
@@ -100,6 +101,12 @@ TEST(Authenticator, HasNothingVirtualButItsTwoOperations) {
   EXPECT_FALSE(std::has_virtual_destructor<Authenticator>::value);
   EXPECT_FALSE(std::has_virtual_destructor<MD5Authenticator>::value);
   EXPECT_EQ(sizeof(Authenticator), sizeof(MD5Authenticator));
+}
+
+TEST(Authenticator, HasAPublicDestructor) {
+  const std::unique_ptr<Authenticator> none;  // compiles with such a one only
+  EXPECT_EQ(nullptr, none);
+  EXPECT_TRUE(std::is_destructible<Authenticator>::value);
 }
 
 TEST(Authenticator, DispatchesSignBeforeVerify) {

@@ -28,6 +28,13 @@ TEST(Utime, IsUnsignedOf64Bits) {
   EXPECT_EQ(18446744073709551606U, utime_t{10} - utime_t{20});
 }
 
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wignored-qualifiers"  // what is tested
+TEST(TimerNow, IsDeclaredAsReturningAVolatile) {
+  EXPECT_TRUE((std::is_same<volatile utime_t(), decltype(Timer::now)>::value));
+}
+#pragma GCC diagnostic pop
+
 TEST(TimerNow, TruncatesToTheMillisecond) {
   FrozenClock clock;
   clock.microseconds = 1000000000999999;

@@ -283,19 +283,89 @@ TEST_F(Logger, NullTextsCountAsNull) {
   EXPECT_EQ((Lines{"INFO|(null)|(null)", "INFO|(null)|(null)"}), lines);
 }
 
+namespace {
+
+// Notes each entry, then renames the category.
+class Renaming : public Spy {
+ public:
+  using Spy::Spy;
+  int publish(category& c, const char* where, const char* format, va_list args) override {
+    const int result = Spy::publish(c, where, format, args);
+    c = WARNING;
+    return result;
+  }
+};
+
+}  // namespace
+
 TEST_F(Logger, GivesPublishersACategoryOfItsOwn) {
-  class Renaming : public publisher {
+  log.setPublisher(new Renaming(lines));
+  log.enable(INFO);
+  log.enable(event_loop);
+  const category loop_info = event_loop && INFO;
+  for (const category& mine : {INFO, loop_info}) {
+    lines.clear();
+    log.logp(mine, "f()", "a.cc", 7, "x");
+    log.log(mine, "f()", "a.cc:7", "x");
+    UTIL_LOG_AS(&log, mine, "f()", "x");
+    UTIL_LOG_AS(&log, mine, "f()", "x");
+    EXPECT_EQ(Lines(4, mine.name() + "|f()|x"), lines);
+  }
+  EXPECT_EQ("INFO", INFO.name());
+  EXPECT_EQ("EVENT LOOP|INFO", loop_info.name());
+}
+
+TEST_F(Logger, GivesAMessageLoggedByAPublisherACategoryOfItsOwnToo) {
+  class Logging : public publisher {
    public:
+    Logging(logger& to, Lines& lines) : to_(to), lines_(lines) {}
     int publish(category& c, const char*, const char*, va_list) override {
-      c = WARNING;
+      UTIL_LOG_AS(&to_, c, "inner", "x");
+      UTIL_LOG_AS(&to_, DEBUG, "inner", "x");
+      lines_.push_back(c.name() + "|outer");
       return 0;
     }
+
+   private:
+    logger& to_;
+    Lines& lines_;
   };
-  log.setPublisher(new Renaming);
+  logger& other = fresh(log);
+  other.setPublisher(new Renaming(lines));
+  other.enable(DEBUG);
+  log.setPublisher(new Logging(other, lines));
   log.enable(INFO);
-  category mine = INFO;
-  log.logp(mine, "f()", "a.cc", 7, "x");
-  EXPECT_EQ("INFO", mine.name());
+  for (int i = 0; i < 2; ++i) {
+    lines.clear();
+    UTIL_LOG(&log, INFO, "x");
+    EXPECT_EQ((Lines{"INFO|inner|x", "DEBUG|inner|x", "INFO|outer"}), lines);
+  }
+  other.setPublisher(nullptr);
+}
+
+// As with logp(): one copy a message.
+TEST_F(Logger, ShowsAncestorsPublishersWhatTheFirstOneDidToTheCategory) {
+  logger& child = fresh(log);
+  child.setPublisher(new Renaming(lines));
+  child.setUseParentPublisher(true);
+  child.enable(INFO);
+  child.logp(INFO, "f()", "a.cc", 7, "x");
+  UTIL_LOG_AS(&child, INFO, "f()", "x");
+  EXPECT_EQ((Lines{"INFO|f()|x", "WARNING|f()|x", "INFO|f()|x", "WARNING|f()|x"}), lines);
+  child.setPublisher(nullptr);
+}
+
+TEST_F(Logger, LogsOnAfterAPublisherThrew) {
+  class Throwing : public publisher {
+   public:
+    int publish(category&, const char*, const char*, va_list) override { throw 1; }
+  };
+  log.enable(INFO);
+  log.setPublisher(new Throwing);
+  EXPECT_THROW(UTIL_LOG(&log, INFO, "lost"), int);
+  log.setPublisher(new Spy(lines));
+  for (int i = 0; i < 2; ++i) UTIL_LOG_AS(&log, INFO, "f()", "x");
+  EXPECT_EQ(Lines(2, "INFO|f()|x"), lines);
 }
 
 TEST_F(Logger, FlushesAfterEachPublishedMessageOnRequest) {

@@ -26,6 +26,11 @@ TEST(SystemException, TakesAGivenErrorNumber) {
   EXPECT_STREQ("Permission denied", exception.what());
 }
 
+TEST(SystemException, IsMadeFromANumberImplicitly) {
+  const auto fail = []() -> system_exception { return EACCES; };
+  EXPECT_EQ(EACCES, fail().error_number());
+}
+
 TEST(SystemException, HandsOutTheSystemsOwnText) {
   EXPECT_EQ(strerror(EACCES), system_exception(EACCES).what());  // the same place, no copy
 }
