@@ -106,6 +106,7 @@ void Script::value(const Value& v) {
     case BYTE_STRING: bytes(v); break;
     case STRUCT: entries(v); break;
     case ARRAY: elements(v); break;
+    // Kept: saving such a value throws malformed_property_list.
     case VOID: throw type_exception("cannot encode void values");
   }
 }

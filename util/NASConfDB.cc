@@ -339,6 +339,7 @@ const char* word_of(NASAccessType type) { return name_of(type, kAccessTypes); }
 
 const char* bad_location::what() const noexcept { return "can't determine share location"; }
 
+// Kept: the name is not looked at, "." and ".." included.
 std::string NASShare::root_path() const {
   switch (location) {
     case InternalShare: return std::string(kInternalShareRoot) + "/" + name;

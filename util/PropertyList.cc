@@ -55,6 +55,7 @@ void PropertyList::save() {
   encode(document);
   unlink(backup().c_str());
   const bool existed = exists();
+  // Kept: failures name the file, whichever name the failing call was given.
   if (existed && link(file.c_str(), backup().c_str()) != 0)
     throw save_failed(file, strerror(errno));
   document.SaveFile(temporary());

@@ -152,6 +152,7 @@ class Decoder {
     return items;
   }
 
+  // Kept: an empty or blank text, which is written, is not read. Data likewise, below.
   Value string(const ticpp::Element& e) const { return e.GetText(); }
   Value integer(const ticpp::Element& e) const { return number<int>(e, "expected integer"); }
   Value real(const ticpp::Element& e) const { return number<double>(e, "expected real"); }
@@ -239,7 +240,7 @@ class Lent {
 }  // namespace
 
 void PropertyList::encode(ticpp::Document& document) {
-  ticpp::Declaration declaration("1.0", "UTF8", "yes");
+  ticpp::Declaration declaration("1.0", "UTF8", "yes");  // Kept: not "UTF-8".
   ticpp::Element plist(_PLIST);
   plist.SetAttribute(_VERSION, "1.0");
   Lent list(properties);

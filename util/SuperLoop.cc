@@ -130,6 +130,7 @@ void SuperLoop::run_events(Budget& budget) {
     const utime_t expires = at->second.get_expire_time();
     const utime_t t0 = Timer::now();
     LOG(kRunLoop, "event timeout: %llu now: %llu", instant(expires), instant(t0));
+    // Kept: not in the very millisecond of its expiry.
     at = at->second.expired() ? run_event(at, budget) : std::next(at);
     const utime_t elapsed = Timer::now() - t0;
     ++budget.idx;
@@ -167,7 +168,8 @@ void SuperLoop::sleep_rest(utime_t timeout, utime_t start) {
   Timer::sleep(timeout - spent);
 }
 
-// Additions before removals: what was both added and removed ends up absent.
+// Kept: additions before removals. What was both added and removed ends up absent, whatever the
+// order.
 void SuperLoop::apply_changes() {
   current_loop_name = "util::SuperLoop::Erasure";
   loops.splice(loops.end(), incoming_loops);

@@ -24,7 +24,7 @@ const char* or_null(const char* text) { return text != nullptr ? text : "(null)"
 }  // namespace
 
 logger::logger(const std::string& own_name, logger* above)
-    : categories(above != nullptr ? above->categories : 0),
+    : categories(above != nullptr ? above->categories : 0),  // Kept: as of now, once.
       name(own_name),
       parent(above),
       _useParentPublisher(above != nullptr),
@@ -69,7 +69,7 @@ void logger::set_publisher(publisher* p, Destroy destroy) {
 }
 
 void logger::flush() {
-  if (pub) pub->flush();
+  if (pub) pub->flush();  // Kept: its own only, though its messages reach its ancestors' too.
 }
 
 void logger::set_checkpoint(const char* file, int line) {

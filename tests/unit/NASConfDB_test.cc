@@ -105,6 +105,12 @@ TEST(NASShareRootPath, LiesBelowTheBaseOfItsLocation) {
             (NASShare{"music", Public, Active, ExternalShare, {}}.root_path()));
 }
 
+TEST(NASShareRootPath, JoinsWhateverTheNameIs) {
+  EXPECT_EQ("/shares/internal/../etc",
+            (NASShare{"../etc", Public, Active, InternalShare, {}}.root_path()));
+  EXPECT_EQ("/shares/internal/", (NASShare{"", Public, Active, InternalShare, {}}.root_path()));
+}
+
 TEST(NASShareRootPath, IsUnknownWithoutALocation) {
   for (const int location : {0, 3, -1}) {
     NASShare share;

@@ -199,6 +199,19 @@ TEST_F(SuperLoopTest, RunsTheCopyThatAnEventAddsOfItself) {
   EXPECT_EQ(4, runs);
 }
 
+TEST_F(SuperLoopTest, RunsAnEventAddedAgainForAPassInEveryOtherOne) {
+  Work work(clock);
+  std::vector<int64_t> runs;
+  std::function<void(utime_t)> again = [&](utime_t) {
+    runs.push_back(clock.now() - kNow);
+    loop.addEvent(new Act(again), 100);
+  };
+  loop.addEvent(&work);
+  loop.addEvent(new Act(again), 100);
+  for (int i = 0; i < 8; ++i) loop.runLoop(100);
+  EXPECT_THAT(runs, ElementsAre(200, 400, 600));
+}
+
 // ---- releasing events ----
 
 namespace {

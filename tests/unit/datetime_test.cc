@@ -49,6 +49,11 @@ TEST(ParseTime, RefusesATextThatDoesNotMatch) {
   }
 }
 
+TEST(ParseTime, MovesADayPastTheEndOfItsMonthOn) {
+  EXPECT_EQ(parse_time("2006-03-02 03:04:05", kFormat), parse_time("2006-02-30 03:04:05", kFormat));
+  EXPECT_EQ(0U, parse_time("2006-02-32 03:04:05", kFormat));
+}
+
 TEST(ParseTime, RefusesANulAndWhatFollowsIt) {
   EXPECT_EQ(0U, parse_time(std::string("1970-01-01 00:00:05\0x", 21), kFormat));
   EXPECT_EQ(0U, parse_time(std::string("1970-01-01 00:00:05\0", 20), kFormat));
