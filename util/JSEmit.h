@@ -12,7 +12,8 @@ namespace util {
 // doubles rounded to six significant digits. Numbers are written the same in every locale.
 //
 // Exceptions to it: dates, infinite doubles and those that are no number are no script at all, and
-// a key "__proto__" is no entry to an engine.
+// a key "__proto__" is no entry to an engine. Texts are not escaped for HTML: "</script>" in one
+// ends the element that holds the script.
 //
 // Throws type_exception, "cannot encode void values", where a VOID is anywhere in the value.
 // Recurses: 10,000 levels are safe on a stack of 8 MiB.

@@ -95,8 +95,8 @@ struct NASShare {
   NASShareLocation location = NoLocation;
   std::list<NASAccess> users;
 
-  // The folder that holds the share's files: its name below the base of its location. Throws
-  // bad_location for NoLocation.
+  // The folder that holds the share's files: its name below the base of its location. The name is
+  // not looked at: one like "../x" leads out of there. Throws bad_location for NoLocation.
   UTIL_EXPORT std::string root_path() const;
 };
 

@@ -86,6 +86,9 @@ class UTIL_EXPORT PropertyList {
   // "<file>: <the system's text>", failed writing of the temporary ticpp::Exception, and so does a
   // text that ends inside a UTF-8 character; what was done before it stays done.
   //
+  // A list with an empty or blank text, or with empty data, is saved and never loads again: ask
+  // problems() first. The declaration says "UTF8", which some XML readers refuse.
+  //
   // The temporary stays, and is from then on a second name of the file. The next save makes it a
   // name of the backup too and writes it in place. So the backup holds what the file holds from
   // the second save on, and while that one writes there is no complete file: a full disk or a

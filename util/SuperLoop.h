@@ -53,7 +53,7 @@ class UTIL_EXPORT SuperLoop : public EventLoop {
   void addEvent(EventLoop* loop);
 
   // All its occurrences. Does nothing where it is not there. A loop added and removed during one
-  // pass is absent afterwards.
+  // pass is absent afterwards, whatever the order. Within a pass it may still have its round.
   void removeEvent(EventLoop* loop);
 
   // Runs `event` in the first pass that finds `when` expired, then releases it. It cannot be taken

@@ -31,7 +31,8 @@ class UTIL_EXPORT Timer {
   // refuses to sleep.
   static void sleep(utime_t ms);
 
-  // Strictly after the instant of expiry: not yet during its very millisecond.
+  // Strictly after the instant of expiry: not yet during its very millisecond, so that an event
+  // which is added again for the length of a pass runs in every other pass.
   bool expired() const { return expired(now()); }
   bool expired(utime_t instant) const { return expires < instant; }
 

@@ -60,6 +60,7 @@ class UTIL_EXPORT Value {
   Value(int number) : type(INTEGER) { value._int = number; }
   Value(bool flag) : type(BOOLEAN) { value._bool = flag; }
   Value(double number) : type(DOUBLE) { value._double = number; }
+  // Kept: an unsigned 64-bit number is an instant, so on 64-bit machines a size_t is one too.
   Value(utime_t instant) : type(DATE_TIME) { value._date = instant; }
   Value(const char* text) : type(STRING), _string(text) {}
   Value(std::string text) : type(STRING), _string(std::move(text)) {}

@@ -194,8 +194,8 @@ class UTIL_EXPORT logger {
   static logger* rootLogger();
 
   // The logger of that name directly below this one or, with getLogger(), below the root, where the
-  // empty name is the root itself. A new one starts with its parent's enabled bits, without a
-  // publisher, using its parent's.
+  // empty name is the root itself. A new one starts with a copy of its parent's enabled bits, which
+  // later changes of the parent do not reach, without a publisher, using its parent's.
   logger* childLogger(const std::string& child);
   static logger* getLogger(const std::string& child);
   static logger* getLogger(const char* child);
@@ -209,13 +209,13 @@ class UTIL_EXPORT logger {
 
   void auto_flush(bool on) { autoFlush = on; }  // flush after each published message
   bool auto_flush() const { return autoFlush; }
-  void flush();  // this logger's own publisher, if any
+  void flush();  // this logger's own publisher, if any; never an ancestor's
 
   bool useParentPublisher() const { return _useParentPublisher; }
   void setUseParentPublisher(bool use) { _useParentPublisher = use; }
 
   void enable(const category& c) { categories |= c.mask(); }
-  void disable(const category& c) { categories &= ~c.mask(); }
+  void disable(const category& c) { categories &= ~c.mask(); }  // INFO takes WARNING along
   void clear_components() { categories.reset(); }
 
   // Kept: only the low 32 bits of the mask are tested, so a mask without any of them passes always.

@@ -208,6 +208,12 @@ TEST(Value, TakesALiteralForAText) {
   EXPECT_EQ("text", printed(v));
 }
 
+TEST(Value, TakesASizeForAnInstantWhereBothAreOneType) {
+  if (!std::is_same<size_t, utime_t>::value) GTEST_SKIP() << "other types on this machine";
+  Value value(std::string("text").size());
+  EXPECT_EQ(util::DATE_TIME, value.get_type());
+}
+
 TEST(Value, LeavesTheOtherMembersEmpty) {
   for (const Kind& kind : kinds()) {
     SCOPED_TRACE(kind.name);
