@@ -24,6 +24,7 @@ set(NASUTIL_MODULES
     category
     datetime
     escape
+    internal/replace_file
     logger
     print_str
     publisher
@@ -40,9 +41,9 @@ endforeach()
 # what that saves.
 set_source_files_properties(
   util/Authenticator.cc util/EventLoop.cc util/MD5Authenticator.cc util/NASConfDB.cc util/category.cc
-  util/NetworkInterface.cc util/PropertyList.cc util/PropertyList_durable.cc
-  util/PropertyList_encoding.cc util/PropertyList_problems.cc util/ZEB_GPIO.cc util/datetime.cc
-  util/print_str.cc util/system_exception.cc ticpp/document.cc ticpp/element.cc ticpp/tree.cc
+  util/NetworkInterface.cc util/PropertyList.cc util/PropertyList_encoding.cc util/ZEB_GPIO.cc
+  util/datetime.cc util/internal/replace_file.cc util/print_str.cc util/system_exception.cc
+  ticpp/document.cc ticpp/element.cc ticpp/tree.cc
   PROPERTIES COMPILE_OPTIONS "$<$<NOT:$<CONFIG:Debug>>:-Os>")
 target_compile_options(nasutil_objects PRIVATE
   $<$<CXX_COMPILER_ID:GNU>:-fno-reorder-blocks-and-partition>)

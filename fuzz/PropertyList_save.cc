@@ -7,6 +7,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Input input(data, size);
   const bool durably = input.byte() % 2 == 1;
   const uint8_t count = input.byte();
-  fuzz::check_saving(fuzz::built_struct(input, count), durably);
+  const util::value_struct list = fuzz::built_struct(input, count);
+  durably ? fuzz::check_saving_durably(list) : fuzz::check_saving(list);
   return 0;
 }

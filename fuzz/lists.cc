@@ -6,6 +6,7 @@
 #include "fuzz/values.h"
 #include "tests/models/texts.h"
 #include "tests/support/files.h"
+#include "tests/support/trees.h"
 
 #include <filesystem>
 
@@ -117,15 +118,24 @@ std::string outcome(util::PropertyList& list) try {
   return "refused: " + text.substr(before.size());
 }
 
-bool is_saved(util::PropertyList& list, bool durably) try {
-  durably ? list.saveDurably() : list.save();
+// Where it is not, no file was touched.
+bool is_saved(util::PropertyList& list) try {
+  list.save();
   return true;
 } catch (const util::malformed_property_list&) {
   return false;
 } catch (const ticpp::Exception&) {
   return false;
+}
+
+bool is_saved_durably(util::PropertyList& list) try {
+  list.saveDurably();
+  return true;
 } catch (const util::save_failed& e) {
-  require(durably, e.what());  // Durable saving says so of a text that cannot be written too.
+  const std::string before = folder().file("list") + ": ";
+  require(std::string(e.what()).compare(0, before.size(), before) == 0,
+          "the message begins with the file's name");
+  require(!list.problems().empty(), "a list without problems is saved");
   return false;
 }
 
@@ -144,22 +154,42 @@ void check_loading(const std::string& text) {
   if (refused) require_equal(before, spelled(list.getProperties()), "the list is as before");
   const bool compared = is_harmless(text) && !(refused && has_declaration(text));
   if (compared) require_equal(expected_outcome(text), actual, "loading");
-  if (!refused) check_saving(list.getProperties(), false);
+  if (refused) return;
+  check_saving(list.getProperties());
+  check_saving_durably(list.getProperties());
 }
 
-void check_saving(const util::value_struct& properties, bool durably) {
+void check_saving(const util::value_struct& properties) {
   const EmptyFolder after;
   util::PropertyList list(folder().file("list"));
   list.getProperties() = properties;
   const std::string before = spelled(properties);
   const bool promised = list.problems().empty();
-  const bool saved = is_saved(list, durably);
+  const bool saved = is_saved(list);
   require_equal(before, spelled(list.getProperties()), "saving leaves the list as it is");
   require(saved == list.exists(), "what cannot be saved touches no file");
   util::PropertyList again(folder().file("list"));
   const bool came_back = saved && outcome(again) == before;
   require(came_back || !promised, "a list without problems comes back as it was");
   require(promised || !came_back, "a list with problems does not come back as it was");
+}
+
+void check_saving_durably(const util::value_struct& properties) {
+  const EmptyFolder after;
+  util::PropertyList list(folder().file("list"));
+  list.getProperties() = properties;
+  const bool saved = is_saved_durably(list);
+  require_equal(spelled(properties), spelled(list.getProperties()),
+                "saving leaves the list as it is");
+  require(saved == list.exists(), "what cannot be saved touches no file");
+  if (!saved) return;
+  util::PropertyList again(folder().file("list"));
+  require_equal(spelled(support::as_filed(properties)), outcome(again),
+                "what is accepted comes back equal");
+  if (!list.problems().empty()) return;
+  const std::string text = folder().read("list");
+  list.save();
+  require_equal(folder().read("list"), text, "what comes back is written as by save()");
 }
 
 }  // namespace fuzz

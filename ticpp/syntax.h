@@ -50,7 +50,7 @@ inline bool continues_name(char c) {
 }
 
 // Written as "&...;".
-inline bool is_escaped(char c) {
+constexpr bool is_escaped(char c) {
   return static_cast<unsigned char>(c) < ' ' || c == '&' || c == '<' || c == '>' || c == '"' ||
          c == '\'';
 }

@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -47,7 +48,6 @@ Looks into a property list, and changes it. FILE "-" is standard input.
   import FILE                   replaces the list by JSON from standard input
   restore FILE                  makes the backup the file again
 
-  --force                       set, delete, import: save what loses something
   --input-limit MIB             of standard input; without it, 64
   -h, --help, --version         show this, or the version
 
@@ -60,20 +60,9 @@ constexpr util::utime_t kPatience = 30000;  // milliseconds
 
 // ---- loading ----
 
-// Throws for a "string" without text, which no list may hold.
-void find_empty_string(const ticpp::Element& element) {
-  if (element.Value() == "string") element.GetText(true);
-  for (const ticpp::Element* child = element.FirstChildElement(false); child != nullptr;
-       child = child->NextSiblingElement(false)) {
-    find_empty_string(*child);
-  }
-}
-
-// What the XML layer has to say about a file that is no property list.
-std::string reason_in(const std::string& path) try {
-  ticpp::Document document;
-  document.LoadFile(path);
-  find_empty_string(*document.FirstChildElement("plist")->FirstChildElement("dict"));
+// Where in the file, and why.
+std::string reason_of(const util::malformed_property_list& failure) try {
+  std::rethrow_if_nested(failure);
   return "";
 } catch (const ticpp::Exception& reason) {
   return std::string(": ") + reason.what();
@@ -90,10 +79,7 @@ void load(util::PropertyList& list, const Input& file) {
   try {
     list.load();
   } catch (const util::malformed_property_list& failure) {
-    const std::string source = exists ? file.path() : file.path() + "~";
-    const std::string text = failure.what();
-    const bool vague = text == file.path() + ": load failed";
-    throw std::runtime_error(file.named(vague ? text + reason_in(source) : text));
+    throw std::runtime_error(file.named(failure.what() + reason_of(failure)));
   }
   const auto& properties = list.getProperties();
   const auto mark = properties.find("");
@@ -107,7 +93,6 @@ void load(util::PropertyList& list, const Input& file) {
 struct Request {
   std::optional<std::string> function;
   bool type = false;
-  bool force = false;
   std::vector<std::string> words;
 };
 
@@ -170,7 +155,7 @@ void check_backup(const Input& file, bool file_is_good) {
     backup.load();
     if (!file_is_good) warn(backup.path() + ": the backup is good; restore makes it the file");
   } catch (const util::malformed_property_list& failure) {
-    warn(failure.what() + reason_in(backup.path()) + ": the backup is of no use");
+    warn(failure.what() + reason_of(failure) + ": the backup is of no use");
   }
 }
 
@@ -185,7 +170,7 @@ int run_check(const Request& request) {
     if (exists) check_backup(file, false);
     return finish();
   }
-  for (const std::string& problem : list.problems()) fault(about(file, problem));
+  for (const std::string& problem : list.problems()) warn(about(file, problem));
   if (exists) check_backup(file, true);
   return finish();
 }
@@ -247,33 +232,14 @@ int run_js(const Request& request) {
 
 // ---- changing ----
 
-// What the list had already may be lost if `force` says so, but nothing that is new in it.
-bool may_be_saved(const util::PropertyList& list, const Input& file,
-                  const std::vector<std::string>& known_problems, bool force) {
-  bool good = true;
-  for (const std::string& problem : list.problems()) {
-    const bool known =
-        std::find(known_problems.begin(), known_problems.end(), problem) != known_problems.end();
-    const bool accepted = known && force;
-    (accepted ? warn : fault)(about(file, problem));
-    good = good && accepted;
-  }
-  return good;
-}
-
 // Loads the list, changes and saves it, while nobody else does.
 int change(const Request& request, const std::function<void(util::PropertyList& list)>& apply) {
   const Input file(request.words[0]);
   util::PropertyList list(file.path());
   const service::FileLock lock(file.path(), kPatience);
   load(list, file);
-  const std::vector<std::string> problems = list.problems();
   apply(list);
-  if (may_be_saved(list, file, problems, request.force)) {
-    list.saveDurably();
-  } else {
-    fault(about(file, "not saved"));
-  }
+  list.saveDurably();
   return finish();
 }
 
@@ -374,7 +340,7 @@ int run_restore(const Request& request) {
   try {
     service::restore(list);
   } catch (const util::malformed_property_list& failure) {
-    throw std::runtime_error(failure.what() + reason_in(name + "~"));
+    throw std::runtime_error(failure.what() + reason_of(failure));
   }
   return finish();
 }
@@ -412,12 +378,11 @@ std::string command_names() {
   return names;
 }
 
-enum Option { kType = 256, kFunction, kForce, kInputLimit, kVersion, kHelp = 'h' };
+enum Option { kType = 256, kFunction, kInputLimit, kVersion, kHelp = 'h' };
 
 constexpr option kOptions[] = {
     {"type",        no_argument,       nullptr, kType      },
     {"function",    required_argument, nullptr, kFunction  },
-    {"force",       no_argument,       nullptr, kForce     },
     {"input-limit", required_argument, nullptr, kInputLimit},
     {"help",        no_argument,       nullptr, kHelp      },
     {"version",     no_argument,       nullptr, kVersion   },
@@ -433,7 +398,6 @@ std::optional<int> parse_options(int argc, char** argv, const std::string& where
     switch (option) {
       case kType: to.type = true; break;
       case kFunction: to.function = optarg; break;
-      case kForce: to.force = true; break;
       case kInputLimit:
         if (set_input_limit(optarg)) break;
         return wrong_use("'" + std::string(optarg) + "' is not a number of MiB");
@@ -449,7 +413,6 @@ int run_command(const Command& command, const Request& request) {
   const std::string name = command.name;
   if (request.type && command.run != run_get) return wrong_use("--type is for get");
   if (request.function && command.run != run_js) return wrong_use("--function is for js");
-  if (request.force && !command.changes) return wrong_use("--force is for set, delete, import");
   if (request.words.size() < command.least) return wrong_use(name + " needs more arguments");
   if (request.words.size() > command.most) return wrong_use(name + " has too many arguments");
   if (command.changes && request.words[0] == "-") {

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <iostream>
 #include <utility>
 
@@ -46,7 +47,7 @@ void PropertyList::load() {
     Value list = decode_value(document.FirstChildElement("plist")->FirstChildElement("dict"));
     properties.swap(list);
   } catch (const ticpp::Exception&) {
-    throw malformed_property_list(file, "load failed");
+    std::throw_with_nested(malformed_property_list(file, "load failed"));
   }
 }
 

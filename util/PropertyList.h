@@ -41,7 +41,9 @@ class UTIL_EXPORT save_failed : public std::exception {
   std::string msg;
 };
 
-// A file is no property list, or a value has no form in one; the text is "<file>: <text>".
+// A file is not a property list, or a value has no form in one; the text is "<file>: <text>". What
+// load() throws nests the reason, a ticpp::Exception whose text ends with row and column:
+// std::rethrow_if_nested() gives it.
 class UTIL_EXPORT malformed_property_list : public std::exception {
  public:
   malformed_property_list(const std::string& file, const char* text);
@@ -57,8 +59,8 @@ class UTIL_EXPORT malformed_property_list : public std::exception {
 // between calls.
 //
 // The file is an XML property list: elements dict, key, array, string, integer, real, true, false,
-// date and data. Dates are written and read as local time, whatever their "Z" says; reals have six
-// significant digits. problems() tells what would be lost on the way.
+// date and data. Dates are written and read as local time, whatever their "Z" says. saveDurably()
+// is for all new code; problems() tells what save() would lose.
 //
 // Not locked: processes that share a list take turns in changing it (service/FileLock.h).
 class UTIL_EXPORT PropertyList {
@@ -97,20 +99,26 @@ class UTIL_EXPORT PropertyList {
   // saveDurably() has none of this.
   void save();
 
-  // Writes the list so that load() finds all of the old list or all of the new one, whenever the
-  // process is killed, the power fails or a system call does. The new file is written and synced
-  // under a name of its own, "<file>.<process id>.<number>", gets mode and owner of the old one (of
-  // the backup where there is no file), and is renamed over it; before that the old file becomes
-  // the backup. save()'s temporary goes: it may be another name of the old file, and writing to it
-  // would change the backup. A symbolic link in the file's place is treated as save() treats it:
-  // the link becomes the backup, and what it points to stays as it is.
+  // Writes the list so that load() finds it equal, and finds all of the old list or all of the new
+  // one whenever the process is killed, the power fails or a system call does. Dates alone lose
+  // something: their milliseconds, and in an hour that comes twice which one it was.
   //
-  // What cannot be written throws as in save(). Every other failure is a save_failed, "<file>: <the
-  // system's text>", and leaves no file of its own behind; only a killed process does.
+  // The file is what save() writes if that comes back equal. Otherwise texts and data are CDATA
+  // sections, and reals have as many digits as they need. What no form gives back is refused before
+  // a file is touched: a save_failed, "<file>: <path>: <reason>", for the first such value.
+  //
+  // The new file is written and synced under a name of its own, "<file>.<process id>.<number>",
+  // gets mode and owner of the old one (of the backup if there is no file), and is renamed over it;
+  // before that the old file becomes the backup. save()'s temporary goes: it may be another name of
+  // the old file, and writing to it would change the backup. A symbolic link in the file's place is
+  // treated as save() treats it: the link becomes the backup, and what it points to stays as it is.
+  //
+  // A failed system call is a save_failed too, "<file>: <the system's text>", and leaves no file of
+  // its own behind; what a killed process leaves is removed by the next durable save.
   void saveDurably();
 
-  // What would not come back equal from save and load, each "<path>: <reason>" in the order of the
-  // list, with paths like "network/servers[2]/name". Empty where all would.
+  // What would not come back equal from save() and load(), each "<path>: <reason>" in the order of
+  // the list, with paths like "network/servers[2]/name". Empty where all would.
   std::vector<std::string> problems() const;
 
   const std::string& path() const { return file; }

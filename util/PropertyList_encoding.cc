@@ -6,6 +6,7 @@
 #include "util/datetime.h"
 
 #include <ctime>
+#include <exception>
 #include <memory>
 #include <string>
 #include <utility>
@@ -127,15 +128,26 @@ class Decoder {
   };
   static const Rule kRules[];
 
-  [[noreturn]] void fail(const char* text) const { throw malformed_property_list(file_, text); }
+  // The place is nested in what is thrown.
+  [[noreturn]] void fail(const ticpp::Element& e, const char* text) const try {
+    throw ticpp::Exception("element " + e.Value() + ", row " + std::to_string(e.Row()) +
+                           ", column " + std::to_string(e.Column()));
+  } catch (const ticpp::Exception&) {
+    fail_nested(text);
+  }
+
+  // To be called where the reason was caught.
+  [[noreturn]] void fail_nested(const char* text) const {
+    std::throw_with_nested(malformed_property_list(file_, text));
+  }
 
   Value dict(const ticpp::Element& e) const {
     value_struct entries;
     for (const ticpp::Element* key = e.FirstChildElement(false); key != nullptr;) {
-      if (key->Value() != _KEY) fail("expecting 'key'");
+      if (key->Value() != _KEY) fail(*key, "expecting 'key'");
       std::string name = text(*key, "expecting a key name, followed by a value element");
       const ticpp::Element* const v = key->NextSiblingElement(false);
-      if (v == nullptr) fail("expecting a key name, followed by a value element");
+      if (v == nullptr) fail(*key, "expecting a key name, followed by a value element");
       // Kept: the last of a name counts. The hint: files are written in the order of their keys.
       entries.insert_or_assign(entries.end(), std::move(name), value(*v));
       key = v->NextSiblingElement(false);
@@ -163,14 +175,14 @@ class Decoder {
     e.GetText(&number);  // Kept: what follows the number is ignored.
     return number;
   } catch (const ticpp::Exception&) {
-    fail(failure);
+    fail_nested(failure);
   }
 
   Value yes(const ticpp::Element& e) const { return boolean(e, true); }
   Value no(const ticpp::Element& e) const { return boolean(e, false); }
 
   Value boolean(const ticpp::Element& e, bool flag) const {
-    if (!e.NoChildren()) fail("malformed boolean");
+    if (!e.NoChildren()) fail(e, "malformed boolean");
     return flag;
   }
 
@@ -179,7 +191,7 @@ class Decoder {
     tm broken = {};
     broken.tm_isdst = -1;  // The C library decides.
     if (strptime(text(e, "expecting date").c_str(), "%Y-%m-%dT%TZ", &broken) == nullptr) {
-      fail("malformed date");
+      fail(e, "malformed date");
     }
     // Kept: a failure of mktime() is not told apart; its -1 gives -1000 as an unsigned number.
     return static_cast<utime_t>(int64_t{mktime(&broken)}) * 1000;
@@ -194,7 +206,7 @@ class Decoder {
   std::string text(const ticpp::Element& e, const char* failure) const try {
     return e.GetText();
   } catch (const ticpp::Exception&) {
-    fail(failure);
+    fail_nested(failure);
   }
 
   const std::string& file_;
@@ -217,7 +229,7 @@ Value Decoder::value(const ticpp::Element& e) const {
   for (const Rule& rule : kRules) {
     if (name == rule.name) return (this->*rule.decode)(e);
   }
-  fail("unknown element");
+  fail(e, "unknown element");
 }
 
 // Lends a map to a value; copying a whole list takes as long as writing it.

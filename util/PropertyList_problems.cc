@@ -2,12 +2,13 @@
 #include "ticpp/syntax.h"
 #include "util/PropertyList.h"
 #include "util/datetime.h"
+#include "util/internal/losses.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <ctime>
-
-#include <ticpp.h>
+#include <iterator>
 
 namespace util {
 namespace {
@@ -16,6 +17,20 @@ using ticpp::character_size;
 using ticpp::is_blank;
 using ticpp::is_escaped;
 using ticpp::starts_with_mark;
+
+constexpr char kDateFormat[] = "%FT%TZ";
+constexpr char kNoLocalTime[] = "an instant without local time cannot be saved";
+constexpr char kOtherInstant[] = "the local time is not read back as this instant";
+
+// ASCII with single blanks between words, as most texts are, loses nothing.
+bool is_plain(const std::string& text) {
+  char before = ' ';
+  for (const char c : text) {
+    if (c < ' ' || c > '~' || (c == ' ' && before == ' ')) return false;
+    before = c;
+  }
+  return before != ' ';
+}
 
 // Line feeds and the like are escaped and come back; blanks are not and are condensed: to none at
 // both ends, to one within.
@@ -39,15 +54,6 @@ const char* problem_of_text(const std::string& text) {
   return nullptr;
 }
 
-const char* problem_of_real(double number) {
-  if (!std::isfinite(number)) return "only finite numbers can be loaded";
-  ticpp::Element element("real");
-  element.SetText(number);
-  double loaded = 0;
-  element.GetText(&loaded);
-  return loaded == number ? nullptr : "digits beyond six are dropped";
-}
-
 // Local time in seconds less the instant's.
 long zone_offset(time_t seconds) {
   tm broken = {};
@@ -67,24 +73,31 @@ bool is_repeated(time_t seconds) {
 }
 
 const char* problem_of_date(utime_t instant) {
-  const std::string text = unparse_time(instant, "%FT%TZ");
-  if (text.empty()) return "an instant without local time cannot be saved";
+  const std::string text = unparse_time(instant, kDateFormat);
+  if (text.empty()) return kNoLocalTime;
   const utime_t loaded = parse_time(text, "%Y-%m-%dT%TZ");
   if (is_repeated(static_cast<time_t>(instant / 1000))) return "the local time comes twice";
   if (loaded == instant) return nullptr;
   if (loaded == instant - instant % 1000) return "milliseconds are dropped";
-  return "the local time is not read back as this instant";
+  return kOtherInstant;
 }
 
-// Walks over a list as save() does and notes what is wrong where.
+Loss date_loss(utime_t instant) {
+  return {problem_of_date(instant), refusal_of_date(instant, unparse_time(instant, kDateFormat))};
+}
+
+constexpr Loss lost(const char* problem) { return {problem, problem}; }
+
+// Walks over a list as both saves do and notes what is wrong where.
 class Examiner {
  public:
-  std::vector<std::string> found;
+  std::vector<std::string> problems;
+  std::string first_refusal;
 
   void dict(const value_struct& entries) {
     for (const auto& entry : entries) {
       const Step step(*this, path_.empty() ? entry.first : "/" + entry.first);
-      note(problem_of_text(entry.first), "the key: ");
+      note(loss_of(entry.first), "the key: ");
       value(entry.second);
     }
   }
@@ -110,31 +123,29 @@ class Examiner {
     size_t size_;
   };
 
-  void note(const char* problem, const char* of = "") {
-    if (problem != nullptr) found.push_back(path_ + ": " + of + problem);
+  void note(const Loss& loss, const char* of = "") {
+    const std::string start = path_ + ": " + of;
+    if (loss.saved != nullptr) problems.push_back(start + loss.saved);
+    if (loss.refused != nullptr && first_refusal.empty()) first_refusal = start + loss.refused;
   }
 
   void value(const Value& v) {
     if (depth_ > PropertyList::kMaxDepth) {
       const std::string limit = std::to_string(PropertyList::kMaxDepth);
-      return note(("values nested deeper than " + limit + " cannot be saved").c_str());
+      return note(lost(("values nested deeper than " + limit + " cannot be saved").c_str()));
     }
     switch (v.get_type()) {
       case INTEGER:
       case BOOLEAN: return;
-      case DOUBLE: return note(problem_of_real(v));
-      case STRING: return note(problem_of_text(v));
-      case DATE_TIME: return note(problem_of_date(v));
-      case BYTE_STRING: return note(bytes(v));
+      case DOUBLE: return note(loss_of(static_cast<const double&>(v)));
+      case STRING: return note(loss_of(static_cast<const std::string&>(v)));
+      case DATE_TIME: return note(date_loss(v));
+      case BYTE_STRING: return note(loss_of(static_cast<const byte_string&>(v)));
       case STRUCT: return dict(v);
       case ARRAY: return array(v);
-      case VOID: return note("a void cannot be saved");
+      case VOID: return note(lost("a void cannot be saved"));
     }
-    note("a value of no type cannot be saved");
-  }
-
-  static const char* bytes(const byte_string& bytes) {
-    return bytes.empty() ? "empty data cannot be loaded" : nullptr;
+    note(lost("a value of no type cannot be saved"));
   }
 
   void array(const value_array& items) {
@@ -148,12 +159,60 @@ class Examiner {
   int depth_ = 1;  // of the value at hand
 };
 
+// A section ends with "]]>", and the parser makes a carriage return a line feed and takes a NUL
+// for the end.
+bool fits_section(const std::string& text) {
+  return text.find("]]>") == text.npos && text.find('\r') == text.npos &&
+         text.find('\0') == text.npos;
+}
+
 }  // namespace
+
+Loss loss_of(const std::string& text) {
+  if (is_plain(text)) return {};
+  Loss loss = {problem_of_text(text), nullptr};
+  if (loss.saved != nullptr && !fits_section(text)) {
+    loss.refused =
+        "only a CDATA section could keep this text, and cannot hold \"]]>\", a carriage return or "
+        "a "
+        "NUL byte";
+  }
+  return loss;
+}
+
+Loss loss_of(double number) {
+  if (!std::isfinite(number)) return lost("only finite numbers can be loaded");
+  char digits[32];
+  const char* const end =
+      std::to_chars(digits, std::end(digits), number, std::chars_format::general, 6).ptr;
+  double loaded = 0;
+  const auto result = std::from_chars(digits, end, loaded);
+  if (result.ec == std::errc() && loaded == number) return {};
+  return {"digits beyond six are dropped", nullptr};
+}
+
+Loss loss_of(const byte_string& bytes) {
+  return {bytes.empty() ? "empty data cannot be loaded" : nullptr, nullptr};
+}
+
+const char* refusal_of_date(utime_t instant, const std::string& text) {
+  if (text.empty()) return kNoLocalTime;
+  constexpr size_t kSize = 20;  // with a year of four digits; more are not read
+  const utime_t seconds = instant / 1000;
+  const bool wraps = static_cast<utime_t>(static_cast<time_t>(seconds)) != seconds;
+  return text.size() == kSize && !wraps ? nullptr : kOtherInstant;
+}
+
+std::string first_refusal(const value_struct& list) {
+  Examiner examiner;
+  examiner.dict(list);
+  return examiner.first_refusal;
+}
 
 std::vector<std::string> PropertyList::problems() const {
   Examiner examiner;
   examiner.dict(properties);
-  return examiner.found;
+  return examiner.problems;
 }
 
 }  // namespace util

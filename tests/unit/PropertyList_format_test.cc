@@ -9,6 +9,7 @@
 #include <errno.h>
 #include <sys/wait.h>
 
+#include <exception>
 #include <limits>
 #include <string>
 
@@ -436,11 +437,54 @@ TEST(Depth, OneMoreIsRefusedBeforeAFileIsTouched) {
   PropertyList list(dir.file("x"));
   list["v"] = nested(1022, 5);
   EXPECT_THROW(list.save(), ticpp::Exception);
-  EXPECT_THROW(list.saveDurably(), ticpp::Exception);
+  EXPECT_THROW(list.saveDurably(), save_failed);
   list["v"] = nested(9000, 5);
   EXPECT_THROW(list.save(), ticpp::Exception);
   EXPECT_TRUE(dir.list().empty());
   EXPECT_EQ(1U, list.getProperties().size());
+}
+
+// ---- reasons ----
+
+// The reason nested in the failure of loading a dict with this text.
+std::string reason(const std::string& dict) {
+  const TempDir dir;
+  dir.write("x", kHead + ("<dict>\n" + dict + "</dict></plist>"));
+  PropertyList list(dir.file("x"));
+  try {
+    list.load();
+  } catch (const malformed_property_list& failure) {
+    try {
+      std::rethrow_if_nested(failure);
+    } catch (const std::exception& nested) {
+      return nested.what();
+    }
+  }
+  return "none";
+}
+
+TEST(Reasons, AreNestedWithTheirPlace) {
+  const struct {
+    const char* dict;
+    const char* reason;
+  } rows[] = {
+      {"<string/>",                        "element string, row 4, column 1"},
+      {"<key>a</key><foo/>",               "element foo, row 4, column 13"  },
+      {"<key>a</key>",                     "element key, row 4, column 1"   },
+      {"<key/><true/>",
+       "Text does not exists in the current element "
+       "(/plist/dict/key, row 4, column 1)"                                 },
+      {"<key>a</key><integer>x</integer>",
+       "Could not convert \"x\" to target type "
+       "(/plist/dict/integer, row 4, column 13)"                            },
+      {"<key>a</key><true>x</true>",       "element true, row 4, column 13" },
+      {"<key>a</key><date>x</date>",       "element date, row 4, column 13" },
+      {"<key>a</key><string/>",
+       "Text does not exists in the current element "
+       "(/plist/dict/string, row 4, column 13)"                             },
+  };
+  for (const auto& row : rows) EXPECT_EQ(row.reason, reason(row.dict)) << row.dict;
+  EXPECT_THAT(reason("<key>"), HasSubstr("Error reading end tag. (row 4, column 6)"));
 }
 
 // ---- other readers and writers ----
