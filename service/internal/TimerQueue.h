@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -15,8 +16,8 @@ struct Timed {
   size_t place = 0;    // in the queue
 };
 
-// A binary heap, the next one at the front, in which each element knows its place and so can be
-// removed. Does not own its elements.
+// A heap, the next one at the front, in which each element knows its place and so can be removed.
+// Does not own its elements.
 class TimerQueue {
  public:
   bool empty() const { return heap_.empty(); }
@@ -38,7 +39,7 @@ class TimerQueue {
     heap_.pop_back();
     if (last.timed == &timed) return;
     const size_t at = timed.place;
-    if (at > 0 && last < heap_[(at - 1) / 2]) {
+    if (at > 0 && last < heap_[parent(at)]) {
       raise(at, last);
     } else {
       lower(at, last);
@@ -64,6 +65,10 @@ class TimerQueue {
     Timed* timed;
   };
 
+  // Four below each: half as deep as with two.
+  static constexpr size_t kBelow = 4;
+  static size_t parent(size_t at) { return (at - 1) / kBelow; }
+
   void put(size_t at, Entry entry) noexcept {
     heap_[at] = entry;
     entry.timed->place = at;
@@ -71,15 +76,19 @@ class TimerQueue {
 
   // Both find the place of an entry from `at` on, upwards or downwards.
   void raise(size_t at, Entry entry) noexcept {
-    for (; at > 0 && entry < heap_[(at - 1) / 2]; at = (at - 1) / 2) put(at, heap_[(at - 1) / 2]);
+    for (; at > 0 && entry < heap_[parent(at)]; at = parent(at)) put(at, heap_[parent(at)]);
     put(at, entry);
   }
   void lower(size_t at, Entry entry) noexcept {
-    for (size_t child = 2 * at + 1; child < heap_.size(); child = 2 * at + 1) {
-      if (child + 1 < heap_.size() && heap_[child + 1] < heap_[child]) ++child;
-      if (!(heap_[child] < entry)) break;
-      put(at, heap_[child]);
-      at = child;
+    for (size_t below = kBelow * at + 1; below < heap_.size(); below = kBelow * at + 1) {
+      const size_t end = std::min(below + kBelow, heap_.size());
+      size_t next = below;
+      for (size_t other = below + 1; other < end; ++other) {
+        if (heap_[other] < heap_[next]) next = other;
+      }
+      if (!(heap_[next] < entry)) break;
+      put(at, heap_[next]);
+      at = next;
     }
     put(at, entry);
   }
