@@ -153,7 +153,10 @@ class LogFile::Impl {
   bool write_out();
   size_t append(std::string_view where, std::string_view category, const char* format,
                 va_list args);
-  __attribute__((format(printf, 2, 3))) void append_warning(const char* format, ...);
+  bool append_note();
+  __attribute__((format(printf, 2, 3))) bool append_warning(const char* format, ...);
+  size_t append_behind_note(std::string_view where, std::string_view category, const char* format,
+                            va_list args);
   bool make_room(size_t size);
   uint64_t take(size_t size);
   void drop_torn();
@@ -189,7 +192,8 @@ class LogFile::Impl {
   struct stat file_ = {};  // which one it is
   off_t size_ = 0;
   int error_ = 0;
-  uint64_t written_ = 0;  // entries, since look_at_path()
+  bool takes_nothing_ = false;  // which was just tried
+  uint64_t written_ = 0;        // entries, since look_at_path()
 
   uint64_t lost_ = 0;
   uint64_t unreported_ = 0;  // of these
@@ -290,9 +294,10 @@ void LogFile::Impl::flush() {
 int LogFile::Impl::publish(util::category& c, const char* where, const char* format, va_list args) {
   size_t size = 0;
   look_at_clock();
-  if (unreported_ > 0) write_out();
+  const bool is_behind_lost_ones = unreported_ > 0 && !write_out() && unreported_ > 0;
   try {
-    size = append(where, c.name(), format, args);
+    size = is_behind_lost_ones ? append_behind_note(where, c.name(), format, args)
+                               : append(where, c.name(), format, args);
   } catch (const std::bad_alloc&) {
     error_ = ENOMEM;
   }
@@ -304,9 +309,7 @@ int LogFile::Impl::publish(util::category& c, const char* where, const char* for
 bool LogFile::Impl::write_out() {
   if (!write_waiting()) return false;
   if (unreported_ == 0) return true;
-  const auto count = static_cast<unsigned long long>(std::exchange(unreported_, 0));
-  append_warning("%llu %s lost since %s: %s", count, count == 1 ? "entry" : "entries", lost_since_,
-                 strerror(lost_by_));
+  append_note();
   return write_waiting();
 }
 
@@ -380,17 +383,45 @@ size_t LogFile::Impl::append(std::string_view where, std::string_view category, 
   }
 }
 
-void LogFile::Impl::append_warning(const char* format, ...) {
+// How many entries are lost. False where there is no room for it.
+bool LogFile::Impl::append_note() {
+  const auto count = static_cast<unsigned long long>(unreported_);
+  if (!append_warning("%llu %s lost since %s: %s", count, count == 1 ? "entry" : "entries",
+                      lost_since_, strerror(lost_by_))) {
+    return false;
+  }
+  unreported_ = 0;
+  return true;
+}
+
+bool LogFile::Impl::append_warning(const char* format, ...) {
   va_list args;
   va_start(args, format);
-  append(kWhere, kWarning, format, args);
+  const size_t size = append(kWhere, kWarning, format, args);
   va_end(args);
+  return size > 0;
+}
+
+// Both or neither, while the file takes nothing: the note comes before what came after the loss.
+size_t LogFile::Impl::append_behind_note(std::string_view where, std::string_view category,
+                                         const char* format, va_list args) {
+  const size_t used = used_;
+  const size_t entries = ends_.size();
+  const uint64_t unreported = unreported_;
+  takes_nothing_ = true;
+  const size_t size = append_note() ? append(where, category, format, args) : 0;
+  takes_nothing_ = false;
+  if (size > 0) return size;
+  used_ = used;
+  ends_.resize(entries);
+  unreported_ = unreported;
+  return 0;
 }
 
 // A long entry gets a buffer of its own size, once nothing else waits.
 bool LogFile::Impl::make_room(size_t size) {
   if (capacity_ - used_ >= size) return true;
-  if (used_ > 0 && !write_waiting()) return false;
+  if (used_ > 0 && (takes_nothing_ || !write_waiting())) return false;
   if (capacity_ >= size) return true;
   buffer_.reset(new char[size]);
   capacity_ = size;

@@ -145,9 +145,13 @@ bool OldLogs::list(std::vector<File>& files, std::vector<Work>& work) const {
     if (cut_start(rest, name_ + ".")) {
       const bool compressed = cut_end(rest, ".gz");
       File file = {0, compressed, {}};
-      if (is_number(rest, number) && lstat((folder_ + entry->d_name).c_str(), &file.status) == 0) {
+      if (is_number(rest, number)) {
         file.number = static_cast<unsigned long>(number);
-        files.push_back(file);
+        if (lstat((folder_ + entry->d_name).c_str(), &file.status) == 0) {
+          files.push_back(file);
+        } else if (errno != ENOENT) {
+          return false;  // a file that is overlooked would be written over
+        }
       }
     } else if (cut_start(rest, "." + name_ + ".")) {
       const bool done = cut_end(rest, ".gz");

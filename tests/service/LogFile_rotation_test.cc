@@ -20,6 +20,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -463,11 +464,11 @@ TEST_F(LogFileRotation, WaitsForAFolderThatWasRemoved) {
   ASSERT_EQ(0, mkdir(dir.file("folder").c_str(), 0755));
   publish(log, "comes");
   EXPECT_FALSE(log.error());
-  EXPECT_EQ(entry("waits", "2007-03-01T14:05:10") +
-                "2007-03-01T14:05:10 service::LogFile\n"
-                "WARNING: 1 entry lost since 2007-03-01T14:05:10: No such file or directory\n" +
-                entry("comes", "2007-03-01T14:05:10"),
-            dir.read("folder/x"));
+  EXPECT_EQ(
+      "2007-03-01T14:05:10 service::LogFile\n"
+      "WARNING: 1 entry lost since 2007-03-01T14:05:10: No such file or directory\n" +
+          entry("waits", "2007-03-01T14:05:10") + entry("comes", "2007-03-01T14:05:10"),
+      dir.read("folder/x"));
 }
 
 TEST_F(LogFileRotation, StaysWithItsFileInAFolderThatTakesNoOther) {
@@ -544,4 +545,42 @@ TEST_F(LogFileRotation, KilledAnywhereLosesNothingButTheEntryAtHand) {
     EXPECT_EQ(Names({"x", "x.0", "x.1", "x.2"}), dir.list());
   }
   EXPECT_LT(8, kills);
+}
+
+// ---- failing calls ----
+
+// Each use of each of them, one time after the other, while the log is opened, written, rotated and
+// compressed.
+TEST_F(LogFileRotation, LosesNothingUncountedWhereACallFails) {
+  options.compress = true;
+  options.old_files = 10;
+  for (const char* const call : {"open", "fstat", "lstat", "write", "close", "rename", "unlink",
+                                 "flock", "opendir", "fchmod", "fork", "time", "strftime"}) {
+    for (const int error : {EIO, EINTR}) {
+      bool fired = true;
+      for (int nth = 1; fired && nth < 40; ++nth) {
+        SCOPED_TRACE(call + std::string(" ") + std::to_string(nth) + ": " + strerror(error));
+        for (const std::string& name : dir.list()) unlink(dir.file(name).c_str());
+        std::error_code opened;
+        const Fault fault(call, error, nth);
+        LogFile log(path(), options, opened);
+        for (int i = 100; i <= 106; ++i) {
+          publish(log, "%d", i);
+          clock.advance(1000);
+        }
+        fired = fault.fired();
+        log.flush();
+        EXPECT_FALSE(log.error());
+        const std::string text = all();
+        int there = 0;
+        for (int i = 100; i <= 106; ++i) {
+          const int count = times(text, std::to_string(i));
+          EXPECT_GE(1, count) << i;
+          there += count;
+        }
+        EXPECT_EQ(7U, there + log.lost());
+        if (testing::Test::HasFailure()) return;
+      }
+    }
+  }
 }
