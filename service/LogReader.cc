@@ -222,7 +222,7 @@ namespace {
 // Adds the entries at the end of a file; what stands before the first is the rest of one.
 void add_tail(const std::string& path, std::vector<LogEntry>& to) {
   constexpr off_t kTail = 65536;
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a FIFO too
   if (descriptor < 0) return;
   LogReader reader(path, descriptor);
   if (lseek(descriptor, -kTail, SEEK_END) < 0) lseek(descriptor, 0, SEEK_SET);

@@ -204,7 +204,9 @@ bool Log::unfinished(service::LogEntry& to) {
 
 // Null where the file does not exist, or with a message, given once, where it cannot be opened.
 std::unique_ptr<LogPart> Log::open_part(const std::string& name) {
-  const int descriptor = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
+  // A FIFO in the place of an old file must not block; open() has refused one in that of the log.
+  const int blocking = name == path_ ? 0 : O_NONBLOCK;
+  const int descriptor = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | blocking);
   if (descriptor >= 0) return std::make_unique<LogPart>(name, descriptor);
   const std::string message = name + ": " + strerror(errno);
   if (errno != ENOENT && message != complaint_) fault(complaint_ = message);

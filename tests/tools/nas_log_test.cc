@@ -1134,3 +1134,13 @@ TEST(NasLog, RefusesAFifo) {
   EXPECT_EQ("nas-log: " + dir.file("x") + ": is a FIFO, not a file\n", got.err);
   EXPECT_EQ(1, got.status);
 }
+
+TEST(NasLog, DoesNotWaitForAFifoInThePlaceOfAnOldFile) {
+  const TempDir dir;
+  dir.write("x", kOne);
+  const Outcome got =
+      support::run({"/bin/sh", "-c",
+                    "mkfifo '" + dir.file("x.0") + "'; exec '" TOOL "' '" + dir.file("x") + "'"});
+  EXPECT_EQ(kOne, got.out);
+  EXPECT_EQ(0, got.status);
+}
