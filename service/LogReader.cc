@@ -2,6 +2,7 @@
 #include "service/LogReader.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -225,6 +226,8 @@ void add_tail(const std::string& path, std::vector<LogEntry>& to) {
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a FIFO too
   if (descriptor < 0) return;
   LogReader reader(path, descriptor);
+  struct stat found = {};
+  if (fstat(descriptor, &found) < 0 || !S_ISREG(found.st_mode)) return;
   if (lseek(descriptor, -kTail, SEEK_END) < 0) lseek(descriptor, 0, SEEK_SET);
   LogEntry entry;
   while (reader.next(entry) || reader.rest(entry)) {

@@ -1,62 +1,158 @@
 // SPDX-License-Identifier: MIT
 #include "daemon.h"
 
+#include "history.h"
 #include "log.h"
+#include "texts.h"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <sstream>
+#include <stdexcept>
 
 namespace appliance {
 namespace {
 
-// Comes again after each run: an event is run once, its copy is another one.
-class Summary : public util::Event {
- public:
-  Summary(Daemon& daemon, util::SuperLoop& loop, util::utime_t interval)
-      : daemon_(daemon), loop_(loop), interval_(interval) {}
+std::string folder_of(const std::string& file) {
+  return std::filesystem::absolute(file).parent_path().string();
+}
 
-  void run(util::utime_t) override {
-    daemon_.summarize();
-    loop_.addEvent(new Summary(*this), interval_);
+// The web back end may belong to another user of the daemon's group.
+service::ControlOptions control_options() {
+  service::ControlOptions options;
+  options.mode = 0660;
+  return options;
+}
+
+// Who may ask need not be who may change the daemon.
+void require_owner(const service::Request& request) {
+  if (request.user != 0 && request.user != geteuid()) {
+    throw std::runtime_error("this is for the administrator only");
   }
+}
 
- private:
-  Daemon& daemon_;
-  util::SuperLoop& loop_;
-  util::utime_t interval_;
-};
+std::string switch_log(const std::string& name, const std::string& way) {
+  const util::category& switched = *category(name);
+  if (way == "on" || way == "off") {
+    enable_log(switched, way == "on");
+  } else if (!way.empty()) {
+    throw std::invalid_argument("a category is on or off, not '" + way + "'");
+  }
+  return name + (log()->isLoggable(switched) ? " is on\n" : " is off\n");
+}
+
+std::string all_log_levels() {
+  std::string text;
+  for (const util::category* each : util::category::categories()) {
+    text += switch_log(each->name(), "");
+  }
+  return text;
+}
 
 }  // namespace
 
+// Signals come first: from then on none is lost.
 Daemon::Daemon(const Options& options)
     : options_(options),
+      loop_(log()),
+      handles_(handles()),
+      lock_(folder_of(options.lasting)),
       configuration_(options.config),
       machine_(options.disk),
       keeper_(options_, configuration_, machine_),
-      loop_(log()) {
+      control_(
+          loop_, options.control,
+          [this](const service::Request& request) { return answer(request); }, control_options()) {
   for (Sampler* const sampler : machine_.samplers()) loop_.addEvent(sampler);
   loop_.addEvent(&keeper_);
-  loop_.addEvent(new Summary(*this, loop_, options_.summary), options_.summary);
+  loop_.addEvent(static_cast<util::EventLoop*>(this));
 }
 
-void Daemon::run(const volatile std::sig_atomic_t& ending, volatile std::sig_atomic_t& reloading) {
+std::vector<service::Handle> Daemon::handles() {
+  std::vector<service::Handle> all;
+  for (const int signal : {SIGTERM, SIGINT}) {
+    all.push_back(
+        loop_.on_signal(signal, [this, signal] { end("signal " + std::to_string(signal)); }));
+  }
+  all.push_back(loop_.on_signal(SIGHUP, [this] { configuration_.reload(); }));
+  all.push_back(loop_.every(options_.summary, [this](uint64_t) { summarize(); }));
+  return all;
+}
+
+void Daemon::run() {
   UTIL_LOG(log(), util::INFO, "started with cycles of %d ms", static_cast<int>(options_.cycle));
-  unsigned long done = 0;
-  while (ending == 0 && (options_.cycles == 0 || done < options_.cycles)) {
-    if (reloading != 0) {
-      reloading = 0;
-      configuration_.reload();
-    }
-    loop_.runLoop(options_.cycle);
-    ++done;
-  }
+  loop_.run(options_.cycle);
+}
+
+void Daemon::runLoop(util::utime_t) {
+  if (++done_ == options_.cycles) end("itself");
+}
+
+// The loop goes on to the end of its pass, but all there is to do is done here.
+void Daemon::end(const std::string& why) {
+  if (std::exchange(ended_, true)) return;
+  keeper_.save();
   summarize();
-  if (ending != 0) {
-    UTIL_LOG(log(), util::INFO, "ended by signal %d after %lu cycles", ending, done);
-  } else {
-    UTIL_LOG(log(), util::INFO, "ended after %lu cycles", done);
-  }
+  UTIL_LOG(log(), util::INFO, "ended by %s after %lu cycles", why.c_str(), done_);
+  loop_.stop();
 }
 
 void Daemon::summarize() {
   for (Sampler* const sampler : machine_.samplers()) sampler->summarize();
+}
+
+// ---- what nasctl and the web back end ask ----
+
+std::string Daemon::answer(const service::Request& request) {
+  std::istringstream words(request.line);
+  std::string command, argument, way, rest;
+  words >> command >> argument >> way >> rest;
+  if (command == "status" && argument.empty()) return status();
+  if (command == "warnings" && argument.empty()) return warnings();
+  if (command == "acknowledge" && way.empty()) {
+    return "acknowledged: " + keeper_.acknowledge(argument) + "\n";
+  }
+  if (command == "log-level" && argument.empty()) return all_log_levels();
+  require_owner(request);
+  if (command == "reload" && argument.empty()) return reload();
+  if (command == "log-level" && rest.empty()) return switch_log(argument, way);
+  if (command == "stop" && argument.empty()) {
+    end("request of process " + std::to_string(request.process));
+    return "stopping\n";
+  }
+  throw std::invalid_argument("no such request: " + clean(request.line));
+}
+
+std::string Daemon::status() const {
+  const util::NASSystem& system = configuration_.now().get_system();
+  const double load = machine_.load.load().front();
+  char text[200];
+  snprintf(text, sizeof text,
+           "up %.0f s, load %.2f, %llu of %llu KiB memory available\n%lu cycles, %zu warnings\n",
+           uptime(), load, static_cast<unsigned long long>(machine_.memory.available()),
+           static_cast<unsigned long long>(machine_.memory.total()), done_,
+           keeper_.warnings().all().size());
+  return clean(system.hostname) + "." + clean(system.domain) + "\n" + text;
+}
+
+std::string Daemon::warnings() const {
+  std::string text;
+  for (const Warnings::Warning& each : keeper_.warnings().all()) {
+    text += each.id + "  " + each.since + "  " + each.text +
+            (each.acknowledged ? " (acknowledged)\n" : "\n");
+  }
+  return text;
+}
+
+std::string Daemon::reload() {
+  configuration_.reload();
+  const std::string& fault = configuration_.fault();
+  if (!fault.empty()) throw std::runtime_error("the old configuration stays: " + fault);
+  return "the new configuration is in use\n";
 }
 
 }  // namespace appliance

@@ -6,31 +6,46 @@
 #include "options.h"
 #include "samplers.h"
 
-#include <util/SuperLoop.h>
+#include <service/ControlSocket.h>
+#include <service/InstanceLock.h>
+#include <service/Loop.h>
 
-#include <csignal>
+#include <string>
+#include <vector>
 
 namespace appliance {
 
-// Samples, keeps the state and summarizes until it is told to stop.
-class Daemon {
+// Samples, keeps the state, summarizes and answers nasctl until it is told to stop.
+class Daemon : private util::EventLoop {
  public:
-  // Throws what reading the configuration throws.
+  // Throws what reading the configuration throws, service::AlreadyRunning where there is a daemon
+  // already, and std::system_error where it cannot be reached by others.
   explicit Daemon(const Options& options);
 
-  // Returns once `ending` is the number of a signal or the cycles are done, with a last summary
-  // logged. Reads the configuration again where it finds `reloading` set, and clears it.
-  void run(const volatile std::sig_atomic_t& ending, volatile std::sig_atomic_t& reloading);
-
-  // Logs the summary of all samplers; repeats itself.
-  void summarize();
+  // Returns after a signal, a request or the last cycle.
+  void run();
 
  private:
+  void runLoop(util::utime_t timeslice) override;  // counts the cycles
+  const char* name() override { return "cycles"; }
+  std::vector<service::Handle> handles();
+  void end(const std::string& why);
+  void summarize();
+  std::string answer(const service::Request& request);
+  std::string status() const;
+  std::string warnings() const;
+  std::string reload();
+
   const Options options_;
+  service::Loop loop_;
+  std::vector<service::Handle> handles_;
+  const service::InstanceLock lock_;
   Configuration configuration_;
   Machine machine_;
   Keeper keeper_;
-  util::SuperLoop loop_;
+  service::ControlSocket control_;
+  unsigned long done_ = 0;  // cycles
+  bool ended_ = false;
 };
 
 }  // namespace appliance

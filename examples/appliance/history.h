@@ -9,12 +9,16 @@
 namespace appliance {
 
 // What the page's graphs show: one point a cycle, the last kPoints of them.
+//
+// Points are kept by the time since the machine was started, which nobody sets. What the clock says
+// is worked out when the history is asked for: once the clock has been set right, so are all
+// points.
 class History {
  public:
   static constexpr size_t kPoints = 150;
 
   struct Point {
-    std::string time;  // UTC
+    double uptime;  // seconds; negative before this start of the machine
     double load;
     double received;  // bytes a second, over all interfaces
     double sent;
@@ -22,12 +26,18 @@ class History {
 
   void add(const Point& point);
 
-  // As in the state.
-  util::value_struct value() const;
-  void restore(const util::value_struct& value);
+  // As in the state, where the time is `now` and the machine has been running for `uptime`.
+  util::value_struct value(time_t now, double uptime) const;
+
+  // Points from before this start of the machine come by the clock; those that it puts behind the
+  // start or in the future are left out: it was not right then, or is not now.
+  void restore(const util::value_struct& value, time_t now, double uptime);
 
  private:
   std::deque<Point> points_;
 };
+
+// Seconds since the machine was started, time asleep included.
+double uptime();
 
 }  // namespace appliance

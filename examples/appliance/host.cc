@@ -1,14 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include "host.h"
 
+#include "history.h"
 #include "texts.h"
 
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 #include <util/NetworkInterface.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 
 namespace appliance {
@@ -18,12 +23,6 @@ using util::value_array;
 using util::value_struct;
 
 constexpr double kKiB = 1024;
-
-double uptime() {  // seconds
-  double seconds = 0;
-  std::ifstream("/proc/uptime") >> seconds;
-  return seconds;
-}
 
 std::string kernel() {
   struct utsname names = {};
@@ -50,6 +49,24 @@ std::string mac_text(const util::byte_string& mac) {
   return text.substr(1);
 }
 
+// Switched on, and something at the other end of the cable.
+bool is_up(const std::string& name) {
+  const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  ifreq request = {};
+  name.copy(request.ifr_name, IFNAMSIZ - 1);
+  const bool known = descriptor >= 0 && ioctl(descriptor, SIOCGIFFLAGS, &request) == 0;
+  if (descriptor >= 0) close(descriptor);
+  constexpr int kUp = IFF_UP | IFF_RUNNING;
+  return known && (request.ifr_flags & kUp) == kUp;
+}
+
+// What a file of the kernel about the interface says; "" where it says nothing.
+std::string link_text(const std::string& name, const char* what) {
+  std::string text;
+  std::ifstream("/sys/class/net/" + name + "/" + what) >> text;
+  return text;
+}
+
 value_struct interface_value(const std::string& name, const value_array& addresses,
                              const Traffic& rate) {
   value_struct value;
@@ -66,7 +83,12 @@ value_struct present_interface(const util::NetworkInterface& interface, const Tr
     addresses.push_back(util::NetworkInterface::addr_to_str(address));
   }
   value_struct value = interface_value(interface.get_name(), addresses, rate);
-  value["up"] = true;
+  value["up"] = is_up(interface.get_name());
+  const int speed = atoi(link_text(interface.get_name(), "speed").c_str());
+  if (speed > 0) {
+    value["speed"] = speed;
+    put(value, "duplex", link_text(interface.get_name(), "duplex"));
+  }
   put(value, "mac", mac_text(interface.get_macAddress()));
   return value;
 }
@@ -113,6 +135,20 @@ value_array interfaces(const util::NASConfDB& db, const Machine& machine) {
     }
   }
   return values;
+}
+
+value_array own_names(const util::NASConfDB& db) {
+  const util::NASSystem& from = db.get_system();
+  value_array names{"localhost"};
+  for (const std::string& name : {from.hostname, from.hostname + "." + from.domain}) {
+    if (!clean(name).empty()) names.push_back(clean(name));
+  }
+  for (const util::NetworkInterface& each : util::NetworkInterface::get_interfaces()) {
+    for (const util::byte_string& address : each.get_addresses()) {
+      names.push_back(util::NetworkInterface::addr_to_str(address));
+    }
+  }
+  return names;
 }
 
 void add_host_faults(const util::NASConfDB& db, const Machine& machine,

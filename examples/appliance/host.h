@@ -18,6 +18,9 @@ util::value_struct system(const util::NASConfDB& db, const Machine& machine);
 // util::system_exception where the kernel cannot be asked.
 util::value_array interfaces(const util::NASConfDB& db, const Machine& machine);
 
+// What this machine is called by itself, by name or address: what a browser may ask it for.
+util::value_array own_names(const util::NASConfDB& db);
+
 // Appends what the owner should know.
 void add_host_faults(const util::NASConfDB& db, const Machine& machine,
                      std::vector<std::string>& to);

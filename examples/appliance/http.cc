@@ -23,6 +23,7 @@ constexpr Reason kReasons[] = {
     {411, "Length Required"       },
     {413, "Content Too Large"     },
     {415, "Unsupported Media Type"},
+    {421, "Misdirected Request"   },
 };
 
 const char* reason(int status) {

@@ -1,32 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "log.h"
 
-#include <syslog.h>
-#include <unistd.h>
+#include "texts.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <memory>
-#include <stdexcept>
+#include <service/LogFile.h>
+#include <syslog.h>
+
+#include <utility>
 
 namespace appliance {
-namespace {
-
-constexpr off_t kLogSize = 262144;
-constexpr size_t kLogCount = 4;
-
-struct Close {
-  void operator()(FILE* file) const { fclose(file); }
-};
-
-// The publisher drops entries that it cannot write; a daemon should say so before it starts.
-void require_writable(const std::string& file) {
-  const std::unique_ptr<FILE, Close> opened(fopen(file.c_str(), "a"));
-  if (!opened) throw std::runtime_error("cannot write " + file + ": " + strerror(errno));
-}
-
-}  // namespace
 
 // Not the root logger: that one's publisher is the owner of standard error.
 util::logger* log() { return util::logger::getLogger("nasd"); }
@@ -34,17 +16,37 @@ util::logger* log() { return util::logger::getLogger("nasd"); }
 util::logger* alerts() { return log()->childLogger("alerts"); }
 
 void open_log(const Options& options) {
-  require_writable(options.log);
+  service::LogFileOptions files;
+  files.rotate_above = 262144;
   log()->setUseParentPublisher(false);
-  log()->setPublisher(new util::rolling_file_publisher(options.log.c_str(), kLogSize, kLogCount));
-  log()->enable(util::INFO);
-  log()->enable(SUMMARY);
-  for (const util::category* each : options.enabled) log()->enable(*each);
+  log()->setPublisher(new service::LogFile(options.log, files));
+  enable_log(util::INFO, true);
+  for (const util::category* each : options.enabled) enable_log(*each, true);
 
   openlog("nasd", LOG_PID, LOG_DAEMON);
   alerts()->setPublisher(new util::syslog_publisher);
 }
 
-void close_log() { log()->setPublisher(nullptr); }
+// The bits of the levels are cumulative, so that switching DEBUG off would switch off the others.
+void enable_log(const util::category& category, bool on) {
+  on ? log()->enable(category) : log()->disable(category);
+  for (const util::category* always : {&util::INFO, &SUMMARY}) log()->enable(*always);
+}
+
+void Attempt::operator()(const std::function<void()>& work) {
+  std::string reason;
+  try {
+    work();
+  } catch (const std::exception& failure) {
+    reason = clean(failure.what());
+  }
+  if (reason == reason_) return;
+  reason_ = reason;
+  if (reason.empty()) {
+    UTIL_LOG(log(), util::INFO, "no longer: %s", failing_.c_str());
+  } else {
+    UTIL_LOG(log(), util::WARNING, "%s: %s", failing_.c_str(), reason.c_str());
+  }
+}
 
 }  // namespace appliance

@@ -4,43 +4,33 @@
 #include "daemon.h"
 #include "log.h"
 #include "options.h"
+#include "texts.h"
 
-#include <csignal>
 #include <cstdio>
 #include <exception>
 
 namespace {
 
-volatile std::sig_atomic_t ending = 0;     // the number of the signal that asked for it
-volatile std::sig_atomic_t reloading = 0;  // whether the configuration is to be read again
-
-void watch_signals() {
-  struct sigaction action = {};
-  action.sa_handler = [](int signal) { ending = signal; };
-  sigaction(SIGTERM, &action, nullptr);
-  sigaction(SIGINT, &action, nullptr);
-  action.sa_handler = [](int) { reloading = 1; };
-  sigaction(SIGHUP, &action, nullptr);
-}
-
-int run(int argc, char** argv) {
-  const appliance::Options options = appliance::parse_options(argc, argv);
-  if (options.help) {
-    fputs(appliance::kUsage, stdout);
-    return 0;
-  }
-  watch_signals();
+int run(const appliance::Options& options) {
   appliance::open_log(options);
-  appliance::Daemon(options).run(ending, reloading);
-  appliance::close_log();
-  return 0;
+  try {
+    appliance::Daemon(options).run();
+    return 0;
+  } catch (const std::exception& error) {
+    UTIL_LOG(appliance::alerts(), util::WARNING, "cannot run: %s",
+             appliance::clean(error.what()).c_str());
+    throw;
+  }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   try {
-    return run(argc, argv);
+    const appliance::Options options = appliance::parse_options(argc, argv);
+    if (!options.help) return run(options);
+    fputs(appliance::kUsage, stdout);
+    return 0;
   } catch (const appliance::bad_option& wrong) {
     fprintf(stderr, "nasd: %s; --help lists the options\n", wrong.what());
     return 2;

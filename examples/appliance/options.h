@@ -20,7 +20,8 @@ struct Options {
   std::string config = "nas_conf_db.xml";
   std::string log = "nasd.log";
   std::string state = "state.plist";
-  std::string acknowledged = "acknowledged.plist";
+  std::string lasting = "lasting.plist";
+  std::string control = "nasd.control";
   std::vector<const util::category*> enabled;
 };
 
@@ -29,6 +30,8 @@ class bad_option : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+const util::category* category(const std::string& name);  // throws bad_option
 
 Options parse_options(int argc, char** argv);  // throws bad_option
 

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "samplers.h"
 
-#include "log.h"
+#include "history.h"
 
 #include <sys/statvfs.h>
-#include <util/Timer.h>
 #include <util/system_exception.h>
 
 #include <algorithm>
@@ -57,19 +56,16 @@ Traffic growth(const Traffic& from, const Traffic& to) {
   return {growth(from.received, to.received), growth(from.sent, to.sent)};
 }
 
-Traffic per_second(const Traffic& bytes, util::utime_t milliseconds) {
-  const uint64_t time = std::max<uint64_t>(milliseconds, 1);
-  return {bytes.received * 1000 / time, bytes.sent * 1000 / time};
+Traffic per_second(const Traffic& bytes, double seconds) {
+  const double time = std::max(seconds, 0.001);
+  return {static_cast<uint64_t>(static_cast<double>(bytes.received) / time),
+          static_cast<uint64_t>(static_cast<double>(bytes.sent) / time)};
 }
 
 }  // namespace
 
 void Sampler::runLoop(util::utime_t) {
-  try {
-    sample();
-  } catch (const std::exception& error) {
-    UTIL_LOG(log(), util::WARNING, "no sample of %s: %s", name(), error.what());
-  }
+  attempt_([this] { sample(); });
 }
 
 void LoadSampler::sample() {
@@ -111,7 +107,7 @@ Traffic& Traffic::operator+=(const Traffic& more) {
 
 void TrafficSampler::sample() {
   const ByInterface counters = read_traffic();
-  const util::utime_t now = util::Timer::now();
+  const double now = uptime();
   rates_.clear();
   Traffic total;
   for (const auto& [name, counter] : counters) {
@@ -142,8 +138,6 @@ void TrafficSampler::summarize() {
   }
   since_summary_.reset();
 }
-
-SpaceSampler::SpaceSampler(std::string path) : path_(std::move(path)) {}
 
 void SpaceSampler::sample() {
   struct statvfs found = {};

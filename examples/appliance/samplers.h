@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "log.h"
+
 #include <util/EventLoop.h>
 #include <util/ZEB_GPIO.h>
 
@@ -16,19 +18,25 @@ namespace appliance {
 // the first it is 0.
 class Sampler : public util::EventLoop {
  public:
-  // Logs a sample that cannot be taken as WARNING.
+  explicit Sampler(const std::string& of) : attempt_("no sample of " + of), name_(of) {}
+
   void runLoop(util::utime_t timeslice) override;
+  const char* name() override { return name_.c_str(); }
 
   // Logs what was seen since the last time.
   virtual void summarize() = 0;
 
  private:
   virtual void sample() = 0;  // throws std::exception
+
+  Attempt attempt_;
+  const std::string name_;
 };
 
 class LoadSampler : public Sampler {
  public:
-  const char* name() override { return "load"; }
+  LoadSampler() : Sampler("load") {}
+
   void summarize() override;
 
   const std::vector<double>& load() const { return load_; }  // over 1, 5 and 15 minutes
@@ -42,7 +50,8 @@ class LoadSampler : public Sampler {
 
 class MemorySampler : public Sampler {
  public:
-  const char* name() override { return "memory"; }
+  MemorySampler() : Sampler("memory") {}
+
   void summarize() override;
 
   uint64_t total() const { return total_; }  // KiB
@@ -66,7 +75,8 @@ struct Traffic {
 
 class TrafficSampler : public Sampler {
  public:
-  const char* name() override { return "traffic"; }
+  TrafficSampler() : Sampler("traffic") {}
+
   void summarize() override;
 
   // A second, on the average since the sample before: over all interfaces but the loopback, or
@@ -80,7 +90,7 @@ class TrafficSampler : public Sampler {
   void sample() override;
 
   ByInterface counters_;
-  util::utime_t counted_at_ = 0;
+  double counted_at_ = 0;  // the uptime
   ByInterface rates_;
   Traffic rate_;
   std::optional<Traffic> since_summary_;
@@ -88,9 +98,8 @@ class TrafficSampler : public Sampler {
 
 class SpaceSampler : public Sampler {
  public:
-  explicit SpaceSampler(std::string path);
+  explicit SpaceSampler(std::string path) : Sampler("space"), path_(std::move(path)) {}
 
-  const char* name() override { return "space"; }
   void summarize() override;
 
  private:
@@ -103,7 +112,8 @@ class SpaceSampler : public Sampler {
 // The board's status pins; all low on a machine that is no such board.
 class BoardSampler : public Sampler {
  public:
-  const char* name() override { return "board"; }
+  BoardSampler() : Sampler("board") {}
+
   void summarize() override {}
 
   const util::ZEB_GPIO& pins() const { return pins_; }

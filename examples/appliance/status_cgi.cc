@@ -2,19 +2,23 @@
 // The web back end. GET answers with script text, the function nasStatus() that returns the state
 // the daemon keeps; POST with a token as its body acknowledges a warning.
 //
-//   NASD_STATE          the daemon's property list
-//   NASD_ACKNOWLEDGED   the property list of acknowledged warnings, which this program writes
-#include "acknowledgements.h"
+//   NASD_STATE     the daemon's property list
+//   NASD_CONTROL   where the daemon takes acknowledgements
+#include "files.h"
 #include "http.h"
 #include "texts.h"
 #include "token.h"
 
+#include <arpa/inet.h>
+#include <service/ControlSocket.h>
 #include <service/LogReader.h>
+#include <service/utf8.h>
 #include <util/JSEmit.h>
 #include <util/PropertyList.h>
 #include <util/Timer.h>
 
 #include <algorithm>
+#include <cctype>
 #include <ctime>
 #include <iostream>
 
@@ -26,6 +30,7 @@ using util::value_struct;
 
 constexpr size_t kLongestToken = 256;
 constexpr size_t kLogEntries = 40;
+constexpr util::utime_t kPatience = 5000;  // milliseconds
 const std::string kAcknowledge = "acknowledge:";
 
 time_t now() { return static_cast<time_t>(util::Timer::now() / 1000); }
@@ -39,7 +44,7 @@ std::string required(const char* name) {
 // Empty while the daemon has not written its state yet.
 value_struct load_state() {
   util::PropertyList list(required("NASD_STATE"));
-  list.load();
+  load(list);
   return list.getProperties();
 }
 
@@ -47,10 +52,10 @@ value_array log_entries(const std::string& log) {
   value_array entries;
   for (const service::LogEntry& entry : service::newest_log_entries(log, kLogEntries)) {
     entries.push_back(value_struct{
-        {"time",     entry.time     },
-        {"where",    entry.where()  },
-        {"category", entry.category },
-        {"text",     entry.message()}
+        {"time",     entry.time                          },
+        {"where",    service::valid_utf8(entry.where())  },
+        {"category", service::valid_utf8(entry.category) },
+        {"text",     service::valid_utf8(entry.message())}
     });
   }
   return entries;
@@ -63,25 +68,45 @@ void add_tokens(value_array& warnings) {
   }
 }
 
+// A name or an address as it may be compared: without a port, brackets, a dot at the end, and an
+// IPv6 address in its one short form.
+std::string host_of(std::string host) {
+  const size_t colon = host.find_last_of(":]");
+  if (colon != host.npos && host[colon] == ':' && (host.find(':') == colon || host[0] == '[')) {
+    host.resize(colon);
+  }
+  if (!host.empty() && host.front() == '[' && host.back() == ']') {
+    host = host.substr(1, host.size() - 2);
+  }
+  if (!host.empty() && host.back() == '.') host.pop_back();
+  for (char& c : host) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+  in6_addr address = {};
+  char text[INET6_ADDRSTRLEN];
+  if (inet_pton(AF_INET6, host.c_str(), &address) != 1) return host;
+  return inet_ntop(AF_INET6, &address, text, sizeof text);
+}
+
+// A page elsewhere whose name has been made to point to this machine would be its own site to a
+// browser; but it is asked for by that name.
+void refuse_other_names(const value_array& own) {
+  if (variable("HTTP_HOST").empty()) return;
+  const std::string asked = host_of(variable("HTTP_HOST"));
+  const bool known = std::any_of(
+      own.begin(), own.end(), [&asked](const std::string& name) { return host_of(name) == asked; });
+  if (!known) throw Refusal(421, "This machine does not go by that name.");
+}
+
 Answer show_state() {
   value_struct state = load_state();
   if (!state.empty()) {
+    refuse_other_names(state["names"]);
+    state.erase("names");
     state["now"] = utc_text(now());
     state["entries"] = log_entries(state["log"]);
     state.erase("log");
     add_tokens(state["warnings"]);
   }
   return {200, "text/javascript", util::JSEmit().emitFunction("nasStatus", state)};
-}
-
-Ids known_warnings() {
-  Ids ids;
-  value_struct state = load_state();
-  if (state.empty()) return ids;
-  for (value_struct& warning : static_cast<value_array&>(state["warnings"])) {
-    ids.insert(warning["id"]);
-  }
-  return ids;
 }
 
 Answer acknowledge_warning() {
@@ -95,10 +120,12 @@ Answer acknowledge_warning() {
     throw Refusal(403, "The page's leave to do this is not valid or too old.");
   }
   const std::string id = permitted->substr(kAcknowledge.size());
-  const Ids known = known_warnings();
-  if (known.count(id) == 0) throw Refusal(404, "There is no such warning any more.");
-  acknowledge(required("NASD_ACKNOWLEDGED"), id, known);
-  return {202, "text/plain", "The daemon takes note within its next cycle.\n"};
+  try {
+    service::ask(required("NASD_CONTROL"), "acknowledge " + id, kPatience);
+  } catch (const service::Refused&) {
+    throw Refusal(404, "There is no such warning any more.");
+  }
+  return {202, "text/plain", "The daemon has taken note.\n"};
 }
 
 // Browsers say which site a request comes from. Other sites neither see the state nor get a token.

@@ -3,10 +3,13 @@
 
 #include "texts.h"
 
+#include <mntent.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <fstream>
+#include <memory>
+#include <set>
 
 namespace appliance {
 namespace {
@@ -29,6 +32,20 @@ struct Space {
   double total = 0;
   double free = 0;
 };
+
+struct EndMounts {
+  void operator()(FILE* file) const { endmntent(file); }
+};
+
+// The folders on which something is mounted.
+std::set<std::string> mounted() {
+  std::set<std::string> folders;
+  const std::unique_ptr<FILE, EndMounts> file(setmntent("/proc/self/mounts", "re"));
+  while (const mntent* const each = file ? getmntent(file.get()) : nullptr) {
+    folders.insert(each->mnt_dir);
+  }
+  return folders;
+}
 
 // Both 0 where there is no such folder.
 Space space(const util::NASMount& mount) {
@@ -57,13 +74,16 @@ value_array disks(const util::NASConfDB& db) {
 
 value_array volumes(const util::NASConfDB& db) {
   value_array values;
+  const std::set<std::string> folders = mounted();
   for (const util::NASMount& mount : db.get_mounts()) {
-    const Space found = space(mount);
-    if (found.total == 0) continue;
     value_struct value;
     put(value, "folder", mount.mountpoint);
-    value["total"] = found.total;
-    value["free"] = found.free;
+    value["mounted"] = folders.count(mount.mountpoint) > 0;
+    if (value["mounted"]) {
+      const Space found = space(mount);
+      value["total"] = found.total;
+      value["free"] = found.free;
+    }
     values.push_back(value);
   }
   return values;
@@ -73,10 +93,13 @@ void add_storage_faults(const util::NASConfDB& db, std::vector<std::string>& to)
   for (const util::NASDisk& disk : db.get_system().disks) {
     if (!is_present(disk)) to.push_back("Disk " + disk.device + " is not in this machine");
   }
+  const std::set<std::string> folders = mounted();
   for (const util::NASMount& mount : db.get_mounts()) {
     const Space found = space(mount);
     if (found.total == 0) {
       to.push_back("There is no folder " + mount.mountpoint + " for " + mount.device);
+    } else if (folders.count(mount.mountpoint) == 0) {
+      to.push_back(mount.device + " is not mounted on " + mount.mountpoint);
     } else if (found.free < kNearlyFull * found.total) {
       to.push_back(mount.mountpoint + " is nearly full");
     }

@@ -12,7 +12,7 @@ namespace appliance {
 // The configuration's disks and what this machine has of them, as in the state.
 util::value_array disks(const util::NASConfDB& db);
 
-// The configuration's mounts whose folder is there, as in the state.
+// The configuration's mounts, as in the state; without sizes where nothing is mounted.
 util::value_array volumes(const util::NASConfDB& db);
 
 // Appends what the owner should know.

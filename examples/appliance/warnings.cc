@@ -4,40 +4,49 @@
 #include "texts.h"
 
 #include <algorithm>
+#include <random>
+#include <stdexcept>
 
 namespace appliance {
+namespace {
 
 using util::value_array;
 using util::value_struct;
 
+std::string new_id() {
+  std::random_device random;
+  return std::to_string(random()) + "-" + std::to_string(random());
+}
+
+}  // namespace
+
 Warnings::Changes Warnings::update(const std::vector<std::string>& causes, time_t now) {
   Changes changes;
-  for (const Warning& warning : warnings_) {
-    if (std::count(causes.begin(), causes.end(), warning.text) == 0) {
-      changes.gone.push_back(warning.text);
-    }
+  std::vector<Warning> standing;
+  for (const std::string& cause : causes) {
+    const std::string text = clean(cause);
+    const auto is_it = [&text](const Warning& each) { return each.text == text; };
+    if (std::any_of(standing.begin(), standing.end(), is_it)) continue;
+    const auto before = std::find_if(warnings_.begin(), warnings_.end(), is_it);
+    if (before == warnings_.end()) changes.come.push_back(text);
+    standing.push_back(before != warnings_.end() ? *before
+                                                 : Warning{new_id(), text, utc_text(now), false});
   }
-  for (const std::string& text : changes.gone) {
-    warnings_.erase(std::find_if(warnings_.begin(), warnings_.end(),
-                                 [&text](const Warning& each) { return each.text == text; }));
+  for (const Warning& each : warnings_) {
+    const auto is_it = [&each](const Warning& other) { return other.id == each.id; };
+    if (std::none_of(standing.begin(), standing.end(), is_it)) changes.gone.push_back(each.text);
   }
-  for (const std::string& text : causes) {
-    if (stands(text)) continue;
-    const std::string id = std::to_string(now) + "-" + std::to_string(++count_);
-    warnings_.push_back({id, text, utc_text(now), false});
-    changes.come.push_back(text);
-  }
+  warnings_ = std::move(standing);
   return changes;
 }
 
-std::vector<std::string> Warnings::acknowledge(const Ids& ids) {
-  std::vector<std::string> texts;
+std::string Warnings::acknowledge(const std::string& id) {
   for (Warning& warning : warnings_) {
-    if (warning.acknowledged || ids.count(warning.id) == 0) continue;
+    if (warning.id != id) continue;
     warning.acknowledged = true;
-    texts.push_back(warning.text);
+    return warning.text;
   }
-  return texts;
+  throw std::invalid_argument("there is no such warning any more");
 }
 
 value_array Warnings::value() const {
@@ -55,16 +64,12 @@ value_array Warnings::value() const {
 }
 
 void Warnings::restore(const value_array& values) {
-  warnings_.clear();
+  std::vector<Warning> restored;
   for (const value_struct& value : values) {
-    warnings_.push_back(
+    restored.push_back(
         {value.at("id"), value.at("text"), value.at("since"), value.at("acknowledged")});
   }
-}
-
-bool Warnings::stands(const std::string& text) const {
-  return std::any_of(warnings_.begin(), warnings_.end(),
-                     [&text](const Warning& each) { return each.text == text; });
+  warnings_ = std::move(restored);
 }
 
 }  // namespace appliance

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "acknowledgements.h"
-
 #include <time.h>
 #include <util/Value.h>
 
@@ -16,6 +14,12 @@ namespace appliance {
 // not been acknowledged.
 class Warnings {
  public:
+  struct Warning {
+    std::string id;  // never used again, whatever becomes of the clock and of the files
+    std::string text;
+    std::string since;
+    bool acknowledged;
+  };
   struct Changes {
     std::vector<std::string> come;
     std::vector<std::string> gone;
@@ -24,25 +28,17 @@ class Warnings {
   // `causes` are all that there are now.
   Changes update(const std::vector<std::string>& causes, time_t now);
 
-  // Returns the texts of those that were not acknowledged before.
-  std::vector<std::string> acknowledge(const Ids& ids);
+  // Returns the text of the warning; throws std::invalid_argument where there is none.
+  std::string acknowledge(const std::string& id);
+
+  const std::vector<Warning>& all() const { return warnings_; }
 
   // As in the state.
   util::value_array value() const;
   void restore(const util::value_array& value);
 
  private:
-  struct Warning {
-    std::string id;
-    std::string text;
-    std::string since;
-    bool acknowledged;
-  };
-
-  bool stands(const std::string& text) const;
-
   std::vector<Warning> warnings_;
-  int count_ = 0;  // of the warnings that this process made
 };
 
 }  // namespace appliance

@@ -13,9 +13,11 @@ import json
 import os
 import plistlib
 import re
+import socketserver
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 import unittest
 
@@ -29,7 +31,28 @@ STATE = {
     "shares": [{"name": "<script>alert(1)</script>", "users": []},
                {"name": "it's \"x\"\\", "users": []}],
     "warnings": [WARNING],
+    "names": ["localhost", "nas", "nas.home.arpa", "192.168.1.20", "fe80:0:0:0:200:5eff:fe00:530a"],
 }
+
+
+class Asked(socketserver.StreamRequestHandler):
+    """One request, as the daemon answers it."""
+
+    def handle(self):
+        command, number = self.rfile.readline().decode().split()
+        if command == "acknowledge" and number == WARNING["id"]:
+            self.server.acknowledged.append(number)
+            self.wfile.write(b"acknowledged\n\0")
+        else:
+            self.wfile.write(b"error: there is no such warning any more\n\0")
+
+
+class Daemon(socketserver.ThreadingUnixStreamServer):
+    daemon_threads = True
+
+    def __init__(self, *arguments):
+        super().__init__(*arguments)
+        self.acknowledged = []
 
 
 class Answer:
@@ -59,7 +82,10 @@ class StatusCgi(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.folder = folder.name
         self.state = f"{self.folder}/state.plist"
-        self.acknowledged = f"{self.folder}/acknowledged.plist"
+        self.control = f"{self.folder}/control"
+        self.daemon = Daemon(self.control, Asked)
+        self.addCleanup(self.daemon.server_close)
+        threading.Thread(target=self.daemon.serve_forever, args=(0.01,), daemon=True).start()
 
     def keep(self, state):
         with open(self.state, "wb") as file:
@@ -68,7 +94,7 @@ class StatusCgi(unittest.TestCase):
     def start(self, method="GET", **variables):
         environment = {name: value for name, value in os.environ.items() if "SAN_OPTIONS" in name}
         environment.update(REQUEST_METHOD=method, NASD_STATE=self.state,
-                           NASD_ACKNOWLEDGED=self.acknowledged, **variables)
+                           NASD_CONTROL=self.control, **variables)
         return subprocess.Popen([PROGRAM], env=environment, stdin=subprocess.PIPE,
                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE)
 
@@ -82,10 +108,6 @@ class StatusCgi(unittest.TestCase):
         body = token.encode()
         variables = {"CONTENT_LENGTH": str(len(body)), "CONTENT_TYPE": "text/plain", **variables}
         return self.ask("POST", body, **variables)
-
-    def acknowledged_ids(self):
-        with open(self.acknowledged, "rb") as file:  # expat does not know "UTF8" for UTF-8.
-            return plistlib.loads(file.read().replace(b'"UTF8"', b'"UTF-8"'))["acknowledged"]
 
     # ---- reading ----
 
@@ -180,6 +202,34 @@ class StatusCgi(unittest.TestCase):
             with self.subTest(site):
                 self.assertEqual(200, self.ask(HTTP_SEC_FETCH_SITE=site).status)
 
+    def test_names_that_are_not_this_machine_s(self):
+        self.keep(STATE)
+        for host in ("attacker.example", "attacker.example:8080", "nas.home.arpa.attacker.example",
+                     "192.168.1.2", "[fe80::1]", "nas:80:80", "[", ":", "."):
+            with self.subTest(host):
+                answer = self.ask(HTTP_HOST=host)
+                self.assertEqual(421, answer.status)
+                self.assertNotIn(b"acknowledge:", answer.body)
+        for host in ("localhost", "NAS", "nas.home.arpa.", "nas.home.arpa:8080", "192.168.1.20:80",
+                     "[fe80::200:5eff:fe00:530a]", "[FE80:0::200:5eff:fe00:530a]:8080"):
+            with self.subTest(host):
+                self.assertEqual(200, self.ask(HTTP_HOST=host).status)
+        self.assertNotIn("names", self.ask().value())
+
+    def test_log_that_is_not_utf8_is_shown(self):
+        log = f"{self.folder}/nasd.log"
+        with open(log, "wb") as file:
+            file.write(b"2026-05-01T14:03:02 void b()\nWARNING: Caf\xe9\n")
+        self.keep({**STATE, "log": log})
+        self.assertEqual("Caf\ufffd", self.ask().value()["entries"][0]["text"])
+
+    def test_what_is_not_a_regular_file_is_not_opened(self):
+        self.keep({**STATE, "log": f"{self.folder}/fifo"})
+        os.mkfifo(f"{self.folder}/fifo")
+        self.assertEqual([], self.ask().value()["entries"])
+        self.state = f"{self.folder}/fifo"
+        self.assertEqual(500, self.ask().status)
+
     def test_bodies_that_cannot_be_read(self):
         self.keep(STATE)
         for status, variables in (
@@ -210,7 +260,7 @@ class StatusCgi(unittest.TestCase):
     def test_token_acknowledges_its_warning(self):
         self.keep(STATE)
         self.assertEqual(202, self.post(self.token()).status)
-        self.assertEqual(["1000-1"], self.acknowledged_ids())
+        self.assertEqual(["1000-1"], self.daemon.acknowledged)
 
     def test_token_is_what_it_permits_the_time_and_the_signature_of_both(self):
         self.keep(STATE)
@@ -249,39 +299,18 @@ class StatusCgi(unittest.TestCase):
                 answer = self.post(forged)
                 self.assertEqual(403, answer.status)
                 self.assertNotIn(b"1000-1", answer.body)
-        self.assertFalse(os.path.exists(self.acknowledged))
+        self.assertEqual([], self.daemon.acknowledged)
 
     def test_warning_that_is_gone(self):
         self.keep(STATE)
-        token = self.token()
-        self.keep({**STATE, "warnings": []})
-        self.assertEqual(404, self.post(token).status)
-        self.assertFalse(os.path.exists(self.acknowledged))
+        self.assertEqual(404, self.post(signed(f"acknowledge:1000-2:{int(time.time())}")).status)
 
-    def test_acknowledgements_of_warnings_that_are_gone_are_forgotten(self):
+    def test_daemon_that_does_not_answer_is_an_error(self):
         self.keep(STATE)
-        with open(self.acknowledged, "wb") as file:
-            plistlib.dump({"acknowledged": ["900-1", "900-2"]}, file)
-        self.assertEqual(202, self.post(self.token()).status)
-        self.assertEqual(["1000-1"], self.acknowledged_ids())
-
-    def test_acknowledgements_at_the_same_time_are_all_kept(self):
-        ids = [f"1000-{number}" for number in range(1, 9)]
-        self.keep({**STATE, "warnings": [{**WARNING, "id": each} for each in ids]})
-        bodies = [warning["token"].encode() for warning in self.ask().value()["warnings"]]
-        programs = [self.start("POST", CONTENT_TYPE="text/plain", CONTENT_LENGTH=str(len(body)))
-                    for body in bodies]
-        for program, body in zip(programs, bodies):
-            program.stdin.write(body)
-            program.stdin.flush()
-        self.assertEqual([202] * 8, [Answer(program.communicate()[0]).status for program in programs])
-        self.assertEqual(ids, self.acknowledged_ids())
-
-    def test_acknowledgement_that_cannot_be_written_is_an_error(self):
-        self.keep(STATE)
-        token = self.token()
-        self.acknowledged = f"{self.folder}/missing/acknowledged.plist"
-        self.assertEqual(500, self.post(token).status)
+        self.daemon.shutdown()
+        self.daemon.server_close()
+        self.assertEqual(500, self.post(self.token()).status)
+        self.assertIn(b"nobody answers", self.complaint)
 
 
 if __name__ == "__main__":

@@ -201,14 +201,19 @@ const showDisks = (disks) => show('disks', disks, () => disks.map((disk) => row(
 
 const showVolumes = (volumes) => show('volumes', volumes, () => volumes.map((volume) => row(
   [make('strong', {}, volume.folder),
-   quiet(`${bytes(volume.free)} free of ${bytes(volume.total)}`)],
-  [bar(volume.total - volume.free, volume.total, `${volume.folder} in use`)])));
+   volume.mounted ? quiet(`${bytes(volume.free)} free of ${bytes(volume.total)}`)
+                  : tag('not mounted', 'bad')],
+  volume.mounted ? [bar(volume.total - volume.free, volume.total, `${volume.folder} in use`)]
+                 : [])));
 
 const showInterfaces = (interfaces) => show('interfaces', interfaces, () => interfaces.map((one) =>
   row([make('strong', {}, one.name), one.up ? tag('up', 'good') : tag('down', 'bad')],
       [...one.addresses.map(mono), quiet(one.mac)],
       one.up ? make('p', { class: 'details' },
-                    quiet(`${rate(one.received)} received, ${rate(one.sent)} sent`)) : null)));
+                    quiet([one.speed ? `${one.speed}\u00a0Mbit/s` : null,
+                           one.duplex ? `${one.duplex} duplex` : null,
+                           `${rate(one.received)} received`, `${rate(one.sent)} sent`,
+                          ].filter(Boolean).join(', '))) : null)));
 
 const ACCESS = { full: 'may write', readonly: 'may read', none: 'no access' };
 
@@ -275,6 +280,9 @@ let answered = null;   // {at: when an answer came, by this page's clock; age: o
 const STALE = (cycle) => 5 + 3 * cycle / 1000;
 let staleAfter = STALE(1000);
 
+// So is one from the future, which the clock's being set back leaves, but for a rounded second.
+const isStale = (age) => age > staleAfter || age < -2;
+
 const WORDS = { waiting: 'Waiting', live: 'Live', stale: 'Stale', silent: 'No answer' };
 
 const showFreshness = (freshness) => {
@@ -286,8 +294,9 @@ const showFreshness = (freshness) => {
 const showAge = () => {
   if (answered === null) return;
   const age = answered.age + (performance.now() - answered.at) / 1000;
-  byId('age').textContent = age < 1.5 * staleAfter ? 'Updated just now' : `Last word ${duration(age)} ago`;
-  if (age > staleAfter && document.body.dataset.freshness === 'live') showFreshness('stale');
+  byId('age').textContent = age < -2 ? 'The appliance\'s clock was set back' :
+                            age < 1.5 * staleAfter ? 'Updated just now' : `Last word ${duration(age)} ago`;
+  if (isStale(age) && document.body.dataset.freshness === 'live') showFreshness('stale');
 };
 
 // ---- the whole ---------------------------------------------------------------------------------
@@ -314,7 +323,7 @@ const showState = (state) => {
   showLog(state.entries);
   staleAfter = STALE(state.cycle);
   answered = { at: performance.now(), age: seconds(state.now) - seconds(state.written) };
-  showFreshness(answered.age > staleAfter ? 'stale' : 'live');
+  showFreshness(isStale(answered.age) ? 'stale' : 'live');
   showAge();
 };
 
