@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 
 namespace appliance {
@@ -118,6 +119,12 @@ value_struct system(const util::NASConfDB& db, const Machine& machine) {
   put(value, "platform", from.platform);
   put(value, "timezone", from.timezone);
   put(value, "kernel", kernel());
+  const time_t now = std::time(nullptr);
+  struct tm local = {};
+  if (localtime_r(&now, &local) != nullptr) {
+    put(value, "zone", local.tm_zone);
+    value["utc_offset"] = static_cast<int>(local.tm_gmtoff);
+  }
   put(value, "board", board_text(machine.board.pins()));
   return value;
 }

@@ -185,7 +185,7 @@ class Appliance(unittest.TestCase):
             with socket.socket() as free:
                 free.bind(("127.0.0.1", 0))
                 port = free.getsockname()[1]
-            server = self.mine.start(
+            server = self.server = self.mine.start(
                 ["lighttpd", "-D", "-f", f"{SOURCE}/examples/appliance/lighttpd.conf"],
                 env={**os.environ, "NASD_PORT": str(port), "NASD_CGI": BUILD,
                      "NASD_WWW": f"{SOURCE}/examples/appliance/www",
@@ -354,7 +354,116 @@ class Appliance(unittest.TestCase):
         self.assertEqual([1, 1], self.browser.run(
             "[document.querySelectorAll('main').length, document.querySelectorAll('h1').length]"))
 
+    def show(self, **changes):
+        """The page of a state that does not change, and how to change it."""
+        Programs.stop(self.nasd)
+        self.state = {**sample_state(self.path("nasd.log")), **changes}
+        with open(self.path("nasd.log"), "w", encoding="utf-8") as file:
+            file.write(SAMPLE_LOG)
+        self.keep(self.state)
+        self.open_page()
+        self.addCleanup(self.browser.look)
+
+    def keep(self, state):
+        with open(self.path("new"), "wb") as file:
+            plistlib.dump(state, file)
+        os.rename(self.path("new"), self.path("state.plist"))
+
+    def test_focus_stays_where_rows_change(self):
+        self.show()
+        self.browser.run("document.querySelector('#warnings button').focus()")
+        first, second = self.state["warnings"]
+        new = {"id": "3-1", "text": "Disk sdb is not in this machine", "acknowledged": False,
+               "since": first["since"]}
+        self.keep({**self.state, "warnings": [new, first, second]})
+        self.until_text("#warnings", "Disk sdb")
+        focused = "document.activeElement.closest('li')?.dataset.key"
+        self.assertEqual(first["id"], self.browser.run(focused))
+        self.keep({**self.state, "warnings": [new, {**first, "acknowledged": True}, second]})
+        until(lambda: len(self.browser.texts("#warnings button")) == 1, "one button less")
+        self.assertEqual(first["id"], self.browser.run(focused))
+        self.keep({**self.state, "warnings": [new, second]})
+        until(lambda: len(self.browser.texts("#warnings li")) == 2, "a row less")
+        self.assertEqual("warnings", self.browser.run("document.activeElement.id"))
+
+    def test_message_goes_when_there_is_a_new_warning(self):
+        self.show()
+        self.browser.run("document.getElementById('acknowledgement').textContent = 'Acknowledged.'")
+        self.keep({**self.state, "system": {**self.state["system"], "processors": 7}})
+        self.until_text("#system", "7")
+        self.assertEqual("Acknowledged.", self.browser.text("#acknowledgement"))
+        new = {**self.state["warnings"][0], "id": "3-1", "text": "Disk sdb is gone"}
+        self.keep({**self.state, "warnings": [new, *self.state["warnings"]]})
+        self.until_text("#warnings", "Disk sdb")
+        self.assertEqual("", self.browser.text("#acknowledgement"))
+
+    def test_silence_does_not_claim_to_be_updated(self):
+        self.open_page()
+        Programs.stop(self.server)
+        self.until_text("#freshness", "No answer")
+        self.assertRegex(self.browser.text("#age"), "^Last word .* ago$")
+
+    def test_names_that_turn_the_direction_turn_nothing_else(self):
+        turned = "\u202eevil"
+        self.show(shares=[{"name": turned, "type": "public", "status": "active",
+                           "location": "internal", "folder": "/x",
+                           "users": [{"name": turned, "access": "full"}]}],
+                  warnings=[{"id": "1-1", "text": f"Share {turned} has no location",
+                             "since": "2026-05-01T14:03:59Z", "acknowledged": False}])
+        self.assertEqual("Share evil has no location", self.browser.text("#warnings strong"))
+        self.assertEqual(["isolate", "isolate"], self.browser.run(
+            "[...document.querySelectorAll('#shares strong, #shares bdi')]"
+            ".map(e => getComputedStyle(e).unicodeBidi)"))
+
+    def test_all_times_are_the_appliance_s(self):
+        system = sample_state("")["system"]
+        self.show(system={**system, "zone": "NPT", "utc_offset": 20700},
+                  warnings=[{"id": "1-1", "text": "x", "since": "2026-05-01T14:03:59Z",
+                             "acknowledged": False}])
+        self.assertIn("7:48", self.browser.text("#warnings"))
+        self.assertEqual("times in NPT", self.browser.text("#zone"))
+        self.assertIn("Europe/Zurich (NPT)", self.browser.text("#system"))
+
+    def test_paper_has_all_entries_and_bars(self):
+        self.show()
+        self.browser.devtools("Emulation.setEmulatedMedia", media="print", features=[])
+        self.assertEqual(["visible", "none"], self.browser.run(
+            "(s => [s.overflowY, s.maxHeight])(getComputedStyle(document.getElementById('log')))"))
+        self.assertEqual({"exact"}, set(self.browser.run(
+            "[...document.querySelectorAll('.bar, .bar > span')]"
+            ".map(e => getComputedStyle(e).printColorAdjust)")))
+        self.browser.devtools("Emulation.setEmulatedMedia", media="", features=[])
+
+    def test_forced_colours_keep_bars_lamp_and_lines(self):
+        self.show()
+        self.browser.devtools("Emulation.setEmulatedMedia", features=[
+            {"name": "forced-colors", "value": "active"}])
+        colours = self.browser.run(
+            "[...document.querySelectorAll('.bar > span, .lamp')]"
+            ".map(e => getComputedStyle(e).backgroundColor)")
+        ground = self.browser.run("getComputedStyle(document.body).backgroundColor")
+        self.assertTrue(colours)
+        self.assertNotIn(ground, colours)
+
+    def test_large_text_on_a_narrow_screen_is_not_cut(self):
+        self.show()
+        self.browser.look(360, "light")
+        self.browser.run("document.documentElement.style.fontSize = '200%'")
+        self.assertLessEqual(self.browser.run("document.documentElement.scrollWidth"), 360)
+        self.assertEqual([], self.browser.run(
+            "[...document.querySelectorAll('.tag, h1, strong, button, .pill')]"
+            ".filter(e => e.scrollWidth > e.clientWidth + 1 && e.clientWidth > 0)"
+            ".map(e => e.outerHTML)"))
+        self.browser.run("document.documentElement.style.fontSize = ''")
+
     # ---- the server ----
+
+    def test_page_is_asked_for_again(self):
+        for name, rule in (("", "no-cache"), ("status.js", "no-cache"), ("style.css", "no-cache"),
+                           ("cgi-bin/status.cgi", "no-store")):
+            with urllib.request.build_opener(urllib.request.ProxyHandler({})).open(
+                    self.url + name) as answer:
+                self.assertEqual(rule, answer.headers["Cache-Control"])
 
     def test_many_requests_at_once_are_answered_by_few_back_ends(self):
         most = 0

@@ -40,6 +40,35 @@ const show = (id, data, children) => {
   byId(id).replaceChildren(...children(data));
 };
 
+// The same for a list of rows: one whose data is unchanged stays the element that it is. Where the
+// row that has the focus is made anew, its successor gets it; where it goes, the list does.
+const dataOf = new WeakMap();
+const showRows = (id, items, keyOf, makeRow) => {
+  const list = byId(id);
+  const before = new Map([...list.children].map((row) => [row.dataset.key, row]));
+  const focused = [...before.values()].find((row) => row.contains(document.activeElement));
+  const rows = items.map((item) => {
+    const key = keyOf(item);
+    const text = JSON.stringify(item);
+    const row = dataOf.get(before.get(key)) === text ? before.get(key) : makeRow(item);
+    row.dataset.key = key;
+    dataOf.set(row, text);
+    return row;
+  });
+  for (const row of before.values()) if (!rows.includes(row)) row.remove();
+  rows.forEach((row, i) => {
+    if (list.children[i] !== row) list.insertBefore(row, list.children[i] ?? null);
+  });
+  if (!focused || list.contains(focused)) return;
+  const successor = rows.find((row) => row.dataset.key === focused.dataset.key);
+  const target = successor?.querySelector('button') ?? successor ?? list;
+  if (target.tabIndex < 0) target.tabIndex = -1;
+  target.focus();
+};
+
+// Without the characters that turn the writing direction of what follows them.
+const upright = (text) => text.replace(/[\u200e\u200f\u202a-\u202e\u2066-\u2069]/g, '');
+
 // ---- numbers and times as a person reads them --------------------------------------------------
 
 const bytes = (count) => {
@@ -65,10 +94,12 @@ const duration = (seconds) => {
   return small > 0 ? `${large} ${small}\u00a0${rest[1]}` : large;
 };
 
-// The back end's times are texts in UTC, "2026-05-01T14:03:59Z".
+// The back end's times are texts in UTC, "2026-05-01T14:03:59Z". They are shown by the appliance's
+// clock, as those of its log are.
 const seconds = (time) => Date.parse(time) / 1000;
-const clock = (time) =>
-  new Date(time).toLocaleString([], { dateStyle: 'medium', timeStyle: 'short' });
+let utcOffset = 0;  // seconds
+const clock = (time) => new Date((seconds(time) + utcOffset) * 1000).toLocaleString(
+  [], { dateStyle: 'medium', timeStyle: 'short', timeZone: 'UTC' });
 
 // ---- graphs ------------------------------------------------------------------------------------
 
@@ -178,7 +209,7 @@ const showSystem = (system) => show('system', system, () => {
       ['Processors', String(system.processors)],
       ['Kernel', system.kernel],
       ['Platform', system.platform],
-      ['Time zone', system.timezone],
+      ['Time zone', [system.timezone, system.zone && `(${system.zone})`].filter(Boolean).join(' ')],
       ['Board', system.board],
     ]),
     make('div', { class: 'tall' },
@@ -219,21 +250,31 @@ const ACCESS = { full: 'may write', readonly: 'may read', none: 'no access' };
 
 const showShares = (shares) => {
   byId('share-count').textContent = shares.length;
-  show('shares', shares, () => shares.map((share) => row(
+  showRows('shares', shares, (share) => share.name ?? '', (share) => row(
     [make('strong', {}, share.name), tag(share.type),
      share.status === 'active' ? null : tag(share.status, 'bad'),
      share.location === 'internal' ? null : tag(share.location)],
     [mono(share.folder)],
     make('p', { class: 'details users' },
          ...(share.users.length === 0 ? [quiet('no users')] : share.users.map((user) =>
-           make('span', { class: 'user' }, user.name, ' ', quiet(ACCESS[user.access]))))))));
+           make('span', { class: 'user' }, make('bdi', {}, user.name ?? ''), ' ',
+                quiet(ACCESS[user.access])))))));
 };
 
-const showLog = (entries) => show('log', entries, () => entries.map((entry) =>
-  make('li', { class: entry.category === 'WARNING' ? 'warning' : '' },
-       make('time', {}, entry.time.replace('T', ' ')), tag(entry.category),
-       make('span', { class: 'message' }, entry.text),
-       make('span', { class: 'where mono quiet' }, entry.where))));
+// Equal entries are told apart by how many older ones are equal.
+const showLog = (entries) => {
+  const count = new Map();
+  const numbered = [...entries].reverse().map((entry) => {
+    const text = JSON.stringify(entry);
+    count.set(text, (count.get(text) ?? 0) + 1);
+    return { ...entry, key: `${count.get(text)} ${text}` };
+  }).reverse();
+  showRows('log', numbered, (entry) => entry.key, (entry) =>
+    make('li', { class: entry.category === 'WARNING' ? 'warning' : '' },
+         make('time', {}, entry.time.replace('T', ' ')), tag(entry.category),
+         make('span', { class: 'message' }, entry.text),
+         make('span', { class: 'where mono quiet' }, entry.where)));
+};
 
 // ---- warnings ----------------------------------------------------------------------------------
 
@@ -249,14 +290,15 @@ const acknowledge = async (id, button) => {
       body: tokens.get(id),
     });
     if (!answer.ok) throw new Error(await answer.text());
-    say('Acknowledged. The daemon takes note within its next cycle.');
+    say('Acknowledged.');
   } catch (error) {
     button.disabled = false;
     say(`Not acknowledged: ${error.message}`);
   }
 };
 
-const warningRow = ({ id, text, since, acknowledged }) => {
+const warningRow = ({ id, text: original, since, acknowledged }) => {
+  const text = upright(original);
   const button = make('button', { type: 'button', 'aria-label': `Acknowledge: ${text}` },
                       'Acknowledge');
   button.addEventListener('click', () => acknowledge(id, button));
@@ -265,11 +307,19 @@ const warningRow = ({ id, text, since, acknowledged }) => {
               acknowledged ? tag('acknowledged') : button);
 };
 
+// What was said about a warning goes when there is a new one.
+let newest = new Set();
+const forgetMessage = (warnings) => {
+  if (warnings.some(({ id }) => !newest.has(id))) byId('acknowledgement').textContent = '';
+  newest = new Set(warnings.map(({ id }) => id));
+};
+
 const showWarnings = (warnings) => {
+  forgetMessage(warnings);
   tokens.clear();
   for (const { id, token } of warnings) if (token) tokens.set(id, token);
   byId('warnings-card').hidden = warnings.length === 0;
-  show('warnings', warnings.map(({ token, ...rest }) => rest), (list) => list.map(warningRow));
+  showRows('warnings', warnings.map(({ token, ...rest }) => rest), ({ id }) => id, warningRow);
 };
 
 // ---- freshness ---------------------------------------------------------------------------------
@@ -289,13 +339,15 @@ const showFreshness = (freshness) => {
   if (document.body.dataset.freshness === freshness) return;
   document.body.dataset.freshness = freshness;
   byId('freshness').textContent = WORDS[freshness];
+  showAge();
 };
 
 const showAge = () => {
   if (answered === null) return;
   const age = answered.age + (performance.now() - answered.at) / 1000;
+  const fresh = age < 1.5 * staleAfter && document.body.dataset.freshness !== 'silent';
   byId('age').textContent = age < -2 ? 'The appliance\'s clock was set back' :
-                            age < 1.5 * staleAfter ? 'Updated just now' : `Last word ${duration(age)} ago`;
+                            fresh ? 'Updated just now' : `Last word ${duration(age)} ago`;
   if (isStale(age) && document.body.dataset.freshness === 'live') showFreshness('stale');
 };
 
@@ -308,6 +360,8 @@ const showState = (state) => {
     return;
   }
   const { system, history } = state;
+  utcOffset = system.utc_offset ?? 0;
+  byId('zone').textContent = system.zone ? `times in ${system.zone}` : '';
   const name = [system.hostname, system.domain].filter(Boolean).join('.');
   document.title = `${name}: status`;
   byId('host').textContent = name;
