@@ -25,8 +25,8 @@ if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")  # Fortified calls need the optimiser.
 endif()
 target_link_options(nasutil_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
 
-# What comes in this folder is built to be run once. Fortified calls need some optimisation; a Debug
-# build has none.
+# What comes in this folder is built to be run once: compiled quickly, with line numbers in back
+# traces. Fortified calls need some optimisation; a Debug build has none.
 macro(nasutil_built_to_run_once)
-  add_compile_options($<IF:$<CONFIG:Debug>,-O0,-Og>)
+  add_compile_options($<IF:$<CONFIG:Debug>,-O0,-Og> -g1)
 endmacro()
