@@ -10,7 +10,6 @@ over. All that is started ends with the test, and all it wrote goes.
 import base64
 import concurrent.futures
 import contextlib
-import json
 import math
 import os
 import plistlib
@@ -27,6 +26,11 @@ import time
 import unittest
 import urllib.error
 import urllib.request
+
+from selenium import webdriver
+from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.keys import Keys
 
 SOURCE = BUILD = PICTURES = None
 DEADLINE = 60  # seconds; far above what anything takes
@@ -77,41 +81,19 @@ class Programs(contextlib.ExitStack):
             program.wait()
 
 
-class Browser:
-    """Chromium by the WebDriver protocol."""
+class Browser(webdriver.Chrome):
+    """Chromium, and what the tests ask of a page."""
 
-    def __init__(self, programs, folder):
-        driver = programs.start(["chromedriver", "--port=0"], stdout=subprocess.PIPE, text=True,
-                                stderr=subprocess.DEVNULL)
-        programs.callback(driver.stdout.close)
-        port = None
-        while port is None:
-            line = driver.stdout.readline()
-            if not line:
-                raise AssertionError("chromedriver did not start")
-            port = re.search(r"started successfully on port (\d+)", line)
-        self.base = f"http://127.0.0.1:{port[1]}/session"
-        session = self.call("", {"capabilities": {"alwaysMatch": {
-            "browserName": "chrome",
-            "goog:loggingPrefs": {"browser": "ALL"},
-            "goog:chromeOptions": {"args": [*CHROMIUM, f"--user-data-dir={folder}"]},
-        }}})
-        self.base += f"/{session['sessionId']}"
-        programs.callback(lambda: ask(self.base, "DELETE"))
-
-    def call(self, path, data=None):
-        body = None if data is None else json.dumps(data).encode()
-        status, text = ask(self.base + path, "GET" if data is None else "POST", body)
-        value = json.loads(text)["value"]
-        if status != 200:
-            raise AssertionError(value["message"])
-        return value
-
-    def open(self, url):
-        self.call("/url", {"url": url})
+    def __init__(self, folder):
+        options = webdriver.ChromeOptions()
+        options.ignore_local_proxy_environment_variables()
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+        for argument in (*CHROMIUM, f"--user-data-dir={folder}"):
+            options.add_argument(argument)
+        super().__init__(options=options, service=Service(shutil.which("chromedriver")))
 
     def run(self, script, *arguments):
-        return self.call("/execute/sync", {"script": f"return {script}", "args": arguments})
+        return self.execute_script(f"return {script}", *arguments)
 
     def texts(self, selector):
         return self.run("[...document.querySelectorAll(arguments[0])].map(e => e.textContent)",
@@ -121,33 +103,27 @@ class Browser:
         return "".join(self.texts(selector))
 
     def console(self):
-        return self.call("/se/log", {"type": "browser"})
-
-    def devtools(self, command, **parameters):
-        return self.call("/goog/cdp/execute", {"cmd": command, "params": parameters})
+        return self.get_log("browser")
 
     def press(self, *keys):
-        self.call("/actions", {"actions": [{"type": "key", "id": "keyboard", "actions": [
-            {"type": way, "value": key} for key in keys for way in ("keyDown", "keyUp")]}]})
+        ActionChains(self).send_keys(*keys).perform()
 
     def look(self, width=0, scheme=""):
         """As a screen of that width (0 is the window's own), in light or dark."""
-        self.devtools("Emulation.setEmulatedMedia",
-                      features=[{"name": "prefers-color-scheme", "value": scheme}])
-        self.devtools("Emulation.setDeviceMetricsOverride", width=width, height=0,
-                      deviceScaleFactor=0, mobile=width > 0)
+        self.execute_cdp_cmd("Emulation.setEmulatedMedia", {
+            "features": [{"name": "prefers-color-scheme", "value": scheme}]})
+        self.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
+            "width": width, "height": 0, "deviceScaleFactor": 0, "mobile": width > 0})
 
     def picture(self, name, most=4000):
         """The page from its top, `most` pixels high, in the folder for pictures."""
         height = min(self.run("document.documentElement.scrollHeight"), most)
         width = self.run("document.documentElement.clientWidth")
-        data = self.devtools("Page.captureScreenshot", captureBeyondViewport=True, clip={
-            "x": 0, "y": 0, "width": width, "height": height, "scale": 1})["data"]
+        data = self.execute_cdp_cmd("Page.captureScreenshot", {
+            "captureBeyondViewport": True,
+            "clip": {"x": 0, "y": 0, "width": width, "height": height, "scale": 1}})["data"]
         with open(os.path.join(PICTURES, name), "wb") as file:
             file.write(base64.b64decode(data))
-
-
-TAB, ENTER = "\ue004", "\ue007"
 
 
 class Appliance(unittest.TestCase):
@@ -155,7 +131,8 @@ class Appliance(unittest.TestCase):
     def setUpClass(cls):
         cls.programs = Programs()
         cls.addClassCleanup(cls.programs.close)
-        cls.browser = Browser(cls.programs, cls.folder())
+        cls.browser = Browser(cls.folder())
+        cls.programs.callback(cls.browser.quit)
         os.makedirs(PICTURES, exist_ok=True)
 
     @classmethod
@@ -202,7 +179,7 @@ class Appliance(unittest.TestCase):
 
     def open_page(self):
         self.browser.console()  # Forget what earlier tests left.
-        self.browser.open(self.url)
+        self.browser.get(self.url)
         self.until_text("#freshness", "Live")
 
     def until_text(self, selector, text):
@@ -285,7 +262,7 @@ class Appliance(unittest.TestCase):
         for name in "state.plist", "state.plist~":
             with contextlib.suppress(FileNotFoundError):
                 os.remove(self.path(name))
-        self.browser.open(self.url)
+        self.browser.get(self.url)
         self.until_text("#age", "not written its state yet")
         self.assertEqual("Waiting", self.browser.text("#freshness"))
 
@@ -295,10 +272,10 @@ class Appliance(unittest.TestCase):
         self.open_page()
         button = "#warnings li:first-child button"
         warning = self.browser.text("#warnings li:first-child strong")
-        self.browser.press(TAB, TAB)  # past the skip link
+        self.browser.press(Keys.TAB, Keys.TAB)  # past the skip link
         self.assertEqual(f"Acknowledge: {warning}",
                          self.browser.run("document.activeElement.getAttribute('aria-label')"))
-        self.browser.press(ENTER)
+        self.browser.press(Keys.ENTER)
         self.until_text("#acknowledgement", "Acknowledged.")
         self.until_text("#warnings li:first-child .tag", "acknowledged")
         self.assertEqual([], self.browser.texts(button))
