@@ -3,8 +3,9 @@
 """Runs benchmark programs and prints what they say as one table; see scripts/bench.
 
     report.py time <build folder> <family>...      the table, with goals
-    report.py count <build folder> <family>...     instructions, beside those of instructions.txt
-    report.py keep <build folder> <family>...      the same, written to instructions.txt
+    report.py count <build folder> <family>...     fails if a work takes more instructions than
+                                                   instructions.txt allows
+    report.py keep <build folder> <family>...      writes instructions.txt
     report.py size <build folder>                  the library's size, and what each module adds
 """
 import glob
@@ -19,6 +20,7 @@ import tempfile
 HERE = os.path.dirname(os.path.abspath(__file__))
 INSTRUCTIONS = os.path.join(HERE, "instructions.txt")
 REPETITIONS = 15
+DEARER = 1.05  # instructions beside those of instructions.txt; more than that fails
 
 # What is to be reached: works (a regular expression), beside whom, and the most that our time may
 # be of theirs. "At least 1.5 times the speed" is 1 / 1.5 of the time.
@@ -155,55 +157,52 @@ def idle(build):
     print_table(rows)
 
 
-def counted(build, family):
-    """{(work, who): instructions of one unit}."""
+def counted(build, families):
+    """{work: instructions of one unit of ours}."""
     units = 10  # kCountedUnits
-    with tempfile.TemporaryDirectory() as folder:
-        out = os.path.join(folder, "out")
-        names = subprocess.run(
-            ["valgrind", "--tool=callgrind", "--instr-atstart=no", "--callgrind-out-file=" + out,
-             program(build, family), "--count"],
-            check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-        counts = {}
-        for part, name in enumerate(names.stdout.splitlines(), 1):
-            with open(f"{out}.{part}", encoding="utf-8") as file:
-                total = re.search(r"^totals: (\d+)$", file.read(), re.MULTILINE)
-            counts[tuple(name.rsplit("/", 1))] = round(int(total.group(1)) / units)
-    return counts
-
-
-def committed():
-    """{(work, who): instructions} of the committed table."""
     counts = {}
-    if os.path.exists(INSTRUCTIONS):
-        with open(INSTRUCTIONS, encoding="utf-8") as file:
-            for line in file:
-                if not line.startswith("#"):
-                    work, who, count = line.rstrip("\n").split("\t")
-                    counts[work, who] = int(count)
+    for family in families:
+        # Valgrind does not follow the programs that are started, and runs one thread at a time.
+        if family in ("startup", "daemon"):
+            continue
+        with tempfile.TemporaryDirectory() as folder:
+            out = os.path.join(folder, "out")
+            works = subprocess.run(
+                ["valgrind", "--tool=callgrind", "--instr-atstart=no",
+                 "--callgrind-out-file=" + out, program(build, family), "--count"],
+                check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+            for part, work in enumerate(works.stdout.splitlines(), 1):
+                with open(f"{out}.{part}", encoding="utf-8") as file:
+                    total = re.search(r"^totals: (\d+)$", file.read(), re.MULTILINE)
+                counts[work] = round(int(total.group(1)) / units)
     return counts
 
 
-def count(build, families, keep=False):
-    # Valgrind does not follow processes, and runs one thread at a time.
-    families = [family for family in families if family not in ("startup", "daemon")]
-    before = committed()
-    now = {}
-    for family in families:
-        now.update(counted(build, family))
-    rows = [("work", "who", "instructions", "before", "")]
-    for (work, who), number in now.items():
-        old = before.get((work, who))
-        change = "new" if old is None else "" if old == number else f"{number / old - 1:+.1%}"
-        rows.append((work if who == "ours" else "", who, f"{number:,}",
-                     "" if old is None else f"{old:,}", change))
-    print_table(rows)
-    if keep:
-        before.update(now)
-        with open(INSTRUCTIONS, "w", encoding="utf-8") as file:
-            file.write("# Instructions of one unit, by scripts/bench --keep.\n")
-            for (work, who), number in before.items():
-                file.write(f"{work}\t{who}\t{number}\n")
+def kept():
+    """{work: instructions} of the committed file."""
+    with open(INSTRUCTIONS, encoding="utf-8") as file:
+        rows = [line.rstrip("\n").split("\t") for line in file if not line.startswith("#")]
+    return {work: int(count) for work, count in rows}
+
+
+def count(build, families):
+    before = kept()
+    now = counted(build, families)
+    dearer = [work for work in now if now[work] > DEARER * before.get(work, 0)]
+    for work in dearer:
+        old = f"{before[work]:,}" if work in before else "not known"
+        print(f"{work}: {now[work]:,} instructions, before: {old}")
+    if dearer:
+        sys.exit("Some works are dearer by more than 5 %, or new; scripts/bench --keep accepts that.")
+    print(f"None of {len(now)} works takes more than 5 % more instructions than before.")
+
+
+def keep(build, families):
+    counts = {**kept(), **counted(build, families)}
+    with open(INSTRUCTIONS, "w", encoding="utf-8") as file:
+        file.write("# Instructions of one unit of work, by scripts/bench --keep.\n")
+        for work, number in counts.items():
+            file.write(f"{work}\t{number}\n")
 
 
 def stripped_size(path):
@@ -248,6 +247,6 @@ if __name__ == "__main__":
     elif command == "count":
         count(folder, asked)
     elif command == "keep":
-        count(folder, asked, keep=True)
+        keep(folder, asked)
     else:
         size(folder)
