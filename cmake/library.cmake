@@ -37,8 +37,7 @@ add_library(nasutil_objects OBJECT)
 foreach(module IN LISTS NASUTIL_MODULES)
   target_sources(nasutil_objects PRIVATE util/${module}.cc)
 endforeach()
-# Small where the XML parser, the kernel or the caller decides the time; docs/performance.md tells
-# what that saves.
+# Small where the XML parser, the kernel or the caller decides the time.
 set_source_files_properties(
   util/Authenticator.cc util/EventLoop.cc util/MD5Authenticator.cc util/NASConfDB.cc util/category.cc
   util/NetworkInterface.cc util/PropertyList.cc util/PropertyList_encoding.cc util/ZEB_GPIO.cc
