@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # Doxygen's input filter for our headers: makes documentation of their plain comments. Nothing is
-# made up here; a name without a comment stays without one and Doxygen warns of it.
+# made up here; a name without a comment stays without one.
 #
 #   the comment at the head of the file     documents the file
 #   a comment above a declaration           documents it and those that follow up to a blank line
