@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Time far away, and time that is stepped at any moment.
 #include "tests/support/clock.h"
+
 #include "tests/support/files.h"
 #include "util/PropertyList.h"
 #include "util/SuperLoop.h"
