@@ -98,18 +98,18 @@ std::string made_visible(const std::string& text) {
   return visible;
 }
 
-LogEntry entry_of(util::category& c, const char* where, const char* format, va_list args) {
+LogMessage entry_of(util::category& c, const char* where, const char* format, va_list args) {
   return {time(nullptr), where, c.name(), formatted(format, args)};
 }
 
-int size_of(const LogEntry& entry) {
+int size_of(const LogMessage& entry) {
   return static_cast<int>(sizeof "2007-03-01T14:05:09 \n: \n" - 1 + entry.where.size() +
                           entry.category.size() + entry.message.size());
 }
 
 }  // namespace
 
-util::Value LogEntry::value() const {
+util::Value LogMessage::value() const {
   util::value_struct fields;
   fields["time"] = util::Value(static_cast<util::utime_t>(time) * 1000);
   fields["where"] = where;
@@ -263,7 +263,7 @@ RecentEntries::RecentEntries(size_t most) : most_(most) {}
 
 int RecentEntries::publish(util::category& c, const char* where, const char* format, va_list args) {
   try {
-    LogEntry entry = entry_of(c, where, format, args);
+    LogMessage entry = entry_of(c, where, format, args);
     const int size = size_of(entry);
     entry.where = shortened(std::move(entry.where));
     entry.message = shortened(std::move(entry.message));
@@ -277,20 +277,20 @@ int RecentEntries::publish(util::category& c, const char* where, const char* for
 
 util::Value RecentEntries::value() const {
   util::value_array all;
-  for (const LogEntry& entry : entries_) all.push_back(entry.value());
+  for (const LogMessage& entry : entries_) all.push_back(entry.value());
   return all;
 }
 
 // ---- FunctionPublisher ----
 
-FunctionPublisher::FunctionPublisher(std::function<void(const LogEntry&)> function)
+FunctionPublisher::FunctionPublisher(std::function<void(const LogMessage&)> function)
     : function_(std::move(function)) {}
 
 int FunctionPublisher::publish(util::category& c, const char* where, const char* format,
                                va_list args) {
   if (is_inside_) return 0;
   try {
-    const LogEntry entry = entry_of(c, where, format, args);
+    const LogMessage entry = entry_of(c, where, format, args);
     const Inside inside(is_inside_);
     function_(entry);
     return size_of(entry);

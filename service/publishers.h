@@ -26,7 +26,7 @@
 namespace service {
 
 // One message, as a value.
-struct UTIL_EXPORT LogEntry {
+struct UTIL_EXPORT LogMessage {
   time_t time;
   std::string where;  // the signature of the function that logged it
   std::string category;
@@ -113,24 +113,24 @@ class UTIL_EXPORT RecentEntries final : public util::publisher {
 
   int publish(util::category& c, const char* where, const char* format, va_list args) override;
 
-  const std::deque<LogEntry>& entries() const { return entries_; }  // oldest first
-  util::Value value() const;                                        // an array of the entries'
+  const std::deque<LogMessage>& entries() const { return entries_; }  // oldest first
+  util::Value value() const;                                          // an array of the entries'
 
  private:
   const size_t most_;
-  std::deque<LogEntry> entries_;
+  std::deque<LogMessage> entries_;
 };
 
 // Calls a function with each entry. What the function itself logs does not come to it. It must not
 // throw.
 class UTIL_EXPORT FunctionPublisher final : public util::publisher {
  public:
-  explicit FunctionPublisher(std::function<void(const LogEntry&)> function);
+  explicit FunctionPublisher(std::function<void(const LogMessage&)> function);
 
   int publish(util::category& c, const char* where, const char* format, va_list args) override;
 
  private:
-  const std::function<void(const LogEntry&)> function_;
+  const std::function<void(const LogMessage&)> function_;
   bool is_inside_ = false;
 };
 

@@ -18,8 +18,8 @@
 namespace {
 
 using service::FunctionPublisher;
-using service::LogEntry;
 using service::LogFile;
+using service::LogMessage;
 using service::RecentEntries;
 using service::RepeatLimit;
 using service::SystemLog;
@@ -47,7 +47,7 @@ class Publishers : public testing::Test {
   // The newest entries as "<category>: <message>".
   Lines lines() const {
     Lines all;
-    for (const LogEntry& entry : recent->entries()) {
+    for (const LogMessage& entry : recent->entries()) {
       all.push_back(entry.category + ": " + entry.message);
     }
     return all;
@@ -247,7 +247,7 @@ TEST_F(Publishers, RecentEntriesCutsWhatIsLong) {
 TEST_F(Publishers, FunctionPublisherCallsItsFunctionButNotWithWhatThatLogs) {
   Lines seen;
   util::publisher* self = nullptr;
-  FunctionPublisher log([&](const LogEntry& entry) {
+  FunctionPublisher log([&](const LogMessage& entry) {
     seen.push_back(entry.where + "|" + entry.category + "|" + entry.message);
     publish(*self, "from within");
   });
