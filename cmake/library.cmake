@@ -40,7 +40,7 @@ endforeach()
 # Small where the XML parser, the kernel or the caller decides the time.
 set_source_files_properties(
   util/Authenticator.cc util/EventLoop.cc util/MD5Authenticator.cc util/NASConfDB.cc util/category.cc
-  util/NetworkInterface.cc util/PropertyList.cc util/PropertyList_encoding.cc util/ZEB_GPIO.cc
+  util/NetworkInterface.cc util/PropertyList.cc util/PropertyList_encoding.cc util/PropertyList_problems.cc util/ZEB_GPIO.cc
   util/datetime.cc util/internal/replace_file.cc util/print_str.cc util/system_exception.cc
   ticpp/document.cc ticpp/element.cc ticpp/tree.cc
   PROPERTIES COMPILE_OPTIONS "$<$<NOT:$<CONFIG:Debug>>:-Os>")

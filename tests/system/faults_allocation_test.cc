@@ -124,7 +124,7 @@ TEST(OutOfMemory, SavingDurablyKeepsTheListAndFindsTheOldOrTheNew) {
                              EXPECT_EQ(outcome == "done" ? 2 : 1, found.intForKey("n"));
                              EXPECT_THAT(dir.list(), IsSubsetOf({"x", "x~"}));
                            });
-  EXPECT_LT(20, uses);
+  EXPECT_LT(10, uses);
 }
 
 TEST(OutOfMemory, LoadKeepsTheList) {

@@ -403,18 +403,18 @@ class Appliance(unittest.TestCase):
 
     def test_paper_has_all_entries_and_bars(self):
         self.show()
-        self.browser.devtools("Emulation.setEmulatedMedia", media="print", features=[])
+        self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": "print"})
         self.assertEqual(["visible", "none"], self.browser.run(
             "(s => [s.overflowY, s.maxHeight])(getComputedStyle(document.getElementById('log')))"))
         self.assertEqual({"exact"}, set(self.browser.run(
             "[...document.querySelectorAll('.bar, .bar > span')]"
             ".map(e => getComputedStyle(e).printColorAdjust)")))
-        self.browser.devtools("Emulation.setEmulatedMedia", media="", features=[])
+        self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": ""})
 
     def test_forced_colours_keep_bars_lamp_and_lines(self):
         self.show()
-        self.browser.devtools("Emulation.setEmulatedMedia", features=[
-            {"name": "forced-colors", "value": "active"}])
+        self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {
+            "features": [{"name": "forced-colors", "value": "active"}]})
         colours = self.browser.run(
             "[...document.querySelectorAll('.bar > span, .lamp')]"
             ".map(e => getComputedStyle(e).backgroundColor)")
