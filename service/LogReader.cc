@@ -142,7 +142,7 @@ bool LogReader::settled(LogEntry& to) {
 bool LogReader::rewritten() const {
   std::string now(tail_.size(), '\0');
   const auto at = static_cast<off_t>(offset_ - tail_.size());
-  const ssize_t got = pread(descriptor_, &now[0], now.size(), at);
+  const ssize_t got = pread(descriptor_, now.data(), now.size(), at);
   return got >= 0 && (static_cast<size_t>(got) != now.size() || now != tail_);
 }
 

@@ -226,7 +226,7 @@ std::string placed(const Input& file, int row, int column, const std::string& te
 // What the XML layer says, with the place in front.
 std::string placed(const Input& file, const ticpp::Exception& refusal) {
   static const std::regex place(" \\(row ([0-9]+), column ([0-9]+)\\)$");
-  const std::string text = file.named(refusal.what());
+  std::string text = file.named(refusal.what());
   std::smatch found;
   if (!std::regex_search(text, found, place)) return text;
   return placed(file, std::stoi(found[1]), std::stoi(found[2]), found.prefix());

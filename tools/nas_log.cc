@@ -101,6 +101,7 @@ bool is_of(const std::string& category, const std::string& name) {
 class Text {
  public:
   explicit Text(const std::string& text) : text_(text), search_(text_.begin(), text_.end()) {}
+  ~Text() = default;
   Text(const Text&) = delete;
   Text& operator=(const Text&) = delete;
 
@@ -242,7 +243,7 @@ class Printer {
   static constexpr size_t kBlock = 65536;
 
   std::string coloured(const char* colour, std::string_view text) const {
-    const std::string plain = terminal_ ? printable(text) : std::string(text);
+    std::string plain = terminal_ ? printable(text) : std::string(text);
     if (!coloured_ || text.empty()) return plain;
     return std::string("\033[") + colour + "m" + plain + "\033[0m";
   }
@@ -465,10 +466,9 @@ class Viewer {
 
   void list_categories() const {
     for (const auto& [name, count] : options_.filter.categories.counts()) {
-      const std::string number = std::to_string(count);
-      const std::string line =
-          std::string(std::max<size_t>(number.size(), 8) - number.size(), ' ') + number + "  " +
-          name + "\n";
+      std::string line = std::to_string(count);
+      line.insert(0, std::max<size_t>(line.size(), 8) - line.size(), ' ');
+      line.append("  ").append(name).append("\n");
       write_out(line);
     }
   }
@@ -538,7 +538,7 @@ bool is_day(const std::string& text) {
 std::optional<std::string> bound_of(std::string text) {
   if (text == "today") return day_before(0);
   if (text == "yesterday") return day_before(1);
-  if (const auto ago = time_ago(text)) return ago;
+  if (auto ago = time_ago(text)) return ago;
   if (text.size() == 5 || text.size() == 8) text = day_before(0) + "T" + text;
   if (text.size() > 10 && text[10] == ' ') text[10] = 'T';
   constexpr std::string_view kMidnight = "T00:00:00";

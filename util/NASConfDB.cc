@@ -253,7 +253,7 @@ class Node {
     if (element_ == nullptr) return *this;
     const bool throws = must_exist && check_ == nullptr;
     const ticpp::Element* const child = element_->FirstChildElement(name(label), throws);
-    if (must_exist && child == nullptr) {
+    if (must_exist && child == nullptr && check_ != nullptr) {
       check_->fault(*element_, {"<", name(label), "> is missing in <", element_->Value(), ">"});
     }
     return Node(traced(label, line, child), check_);
