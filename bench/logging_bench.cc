@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "bench/bench.h"
+#include "service/LogFile.h"
 #include "util/logger.h"
 
 #include <fcntl.h>
@@ -137,6 +138,108 @@ auto publish_by_hand(const std::string& path) {
   };
 }
 
+// ---- an entry that is in the file when the call returns, or at the end of a pass ----
+
+constexpr int kEntriesOfAPass = 10;
+
+// The unit `log`, done once or, with what `flush` then does, as a pass does it.
+template <class Log, class Flush>
+auto in_passes(Log log, Flush flush) {
+  return [log, flush] {
+    for (int i = 0; i < kEntriesOfAPass; ++i) log();
+    flush();
+  };
+}
+
+util::logger* logger_of_its_own(const std::string& name) {
+  util::logger* const log = util::logger::getLogger(name.c_str());
+  log->clear_components();
+  log->enable(util::INFO);
+  log->setUseParentPublisher(false);
+  return log;
+}
+
+auto entry_to(util::logger* log) {
+  return [log] {
+    UTIL_LOG_AS(log, util::INFO, kWhere, "share '%s' is checked and mounted, in %d milliseconds",
+                kShare, kMillis);
+  };
+}
+
+util::logger* log_file(const std::string& path, bool buffered) {
+  service::LogFileOptions options;
+  options.buffered = buffered;
+  options.rotate_above = kFileSize;
+  options.old_files = kOldFiles;
+  util::logger* const log = logger_of_its_own(path);
+  log->setPublisher(new service::LogFile(path, options));
+  return log;
+}
+
+util::logger* rolling_file(const std::string& path) {
+  util::logger* const log = logger_of_its_own(path);
+  log->setPublisher(new util::rolling_file_publisher(path.c_str(), kFileSize, kOldFiles));
+  return log;
+}
+
+std::shared_ptr<spdlog::logger> rotating_file(const std::string& path) {
+  const auto log = std::make_shared<spdlog::logger>(
+      "INFO", std::make_shared<spdlog::sinks::rotating_file_sink_st>(path, kFileSize, kOldFiles));
+  log->set_pattern("%Y-%m-%dT%T %!\n%n: %v");
+  return log;
+}
+
+auto entry_to(const std::shared_ptr<spdlog::logger>& log) {
+  return [log] {
+    log->log(spdlog::source_loc{"shares.cc", 217, kWhere}, spdlog::level::info,
+             "share '{}' is checked and mounted, in {} milliseconds", kShare, kMillis);
+  };
+}
+
+auto at_once_by_log_file(const std::string& path) { return entry_to(log_file(path, false)); }
+
+auto at_once_by_rolling_file(const std::string& path) {
+  util::logger* const log = rolling_file(path);
+  log->auto_flush(true);
+  return entry_to(log);
+}
+
+auto at_once_by_spdlog(const std::string& path) {
+  const auto log = rotating_file(path);
+  log->flush_on(spdlog::level::info);
+  return entry_to(log);
+}
+
+// Nothing but the system call, for `entries` that are ready.
+auto write_alone(const std::string& path, size_t entries) {
+  const std::string entry(150 * entries, 'e');
+  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  const auto size = std::make_shared<off_t>(0);
+  return [entry, file, size] {
+    bench::require(write(file, entry.data(), entry.size()) > 0, "write");
+    *size += static_cast<off_t>(entry.size());
+    if (*size > kFileSize) {
+      bench::require(ftruncate(file, 0) == 0, "ftruncate");
+      *size = 0;
+    }
+  };
+}
+
+auto pass_by_log_file(const std::string& path) {
+  util::logger* const log = log_file(path, true);
+  return in_passes(entry_to(log), [log] { log->flush(); });
+}
+
+auto pass_by_rolling_file(const std::string& path) {
+  util::logger* const log = rolling_file(path);
+  return in_passes(entry_to(log), [log] { log->flush(); });
+}
+
+auto pass_by_spdlog(const std::string& path) {
+  const auto log = rotating_file(path);
+  return in_passes(entry_to(log), [log] { log->flush(); });
+}
+
 template <class Publish>
 std::string published_text(Publish publish, const std::string& name) {
   const std::string path = bench::scratch_file("check-" + name);
@@ -149,6 +252,15 @@ void check_entries() {
   constexpr size_t kTime = 19;
   const std::string ours = published_text(publish_ours, "ours").substr(kTime);
   bench::require(ours.size() + kTime >= 140 && ours.size() + kTime <= 160, "entry of 150 bytes");
+  for (const bool buffered : {false, true}) {
+    const auto publish = [buffered](const std::string& path) {
+      return entry_to(log_file(path, buffered));
+    };
+    const std::string name = buffered ? "pass" : "once";
+    bench::require(published_text(publish, name).substr(kTime) == ours, "LogFile's entry");
+  }
+  bench::require(published_text(at_once_by_spdlog, "flushed").substr(kTime) == ours,
+                 "spdlog's flushed entry");
   bench::require(published_text(publish_spdlog, "spdlog").substr(kTime) == ours, "spdlog's entry");
   bench::require(published_text(publish_by_hand, "floor").substr(kTime) == ours, "entry by hand");
 }
@@ -219,6 +331,18 @@ void bench::add_cases() {
   add("an entry published", "ours", [=] { return publish_ours(file("ours")); });
   add("an entry published", "spdlog", [=] { return publish_spdlog(file("spdlog")); });
   add("an entry published", "floor", [=] { return publish_by_hand(file("floor")); });
+
+  const char* const at_once = "an entry written at once";
+  add(at_once, "ours", [=] { return at_once_by_log_file(file("once-ours")); });
+  add(at_once, "rolling_file", [=] { return at_once_by_rolling_file(file("once-rolling")); });
+  add(at_once, "spdlog", [=] { return at_once_by_spdlog(file("once-spdlog")); });
+  add(at_once, "write()", [=] { return write_alone(file("once-write"), 1); });
+
+  const char* const pass = "10 entries and a flush";
+  add(pass, "ours", [=] { return pass_by_log_file(file("pass-ours")); });
+  add(pass, "rolling_file", [=] { return pass_by_rolling_file(file("pass-rolling")); });
+  add(pass, "spdlog", [=] { return pass_by_spdlog(file("pass-spdlog")); });
+  add(pass, "write()", [=] { return write_alone(file("pass-write"), kEntriesOfAPass); });
 
   add("a message dropped", "ours", drop_unchecked);
   add("a message dropped", "spdlog", drop_spdlog);

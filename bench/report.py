@@ -26,6 +26,8 @@ DEARER = 1.05  # instructions beside those of instructions.txt; more than that f
 # be of theirs. "At least 1.5 times the speed" is 1 / 1.5 of the time.
 GOALS = [
     (r"an entry published", "spdlog", 0.75),
+    (r"an entry written at once", "write()", 1.1),
+    (r"an entry written at once|10 entries and a flush", "spdlog", 0.75),
     (r"a pass, 8 sub-loops", "floor", 1.25),
     (r"a pass, .* pending events", "floor", 1.25),
     (r"a pass, .* pending events", "floor, 3 readings", 1.25),

@@ -47,7 +47,7 @@ foreach(module IN LISTS NASUTIL_SERVICE_MODULES)
 endforeach()
 # Small where the kernel decides the time.
 foreach(module IN LISTS NASUTIL_SERVICE_MODULES)
-  if(NOT module MATCHES "^(Loop|LogReader|json|utf8)$")
+  if(NOT module MATCHES "^(LogFile|LogReader|Loop|json|utf8)$")
     set_source_files_properties(service/${module}.cc PROPERTIES COMPILE_OPTIONS
                                                                 "$<$<NOT:$<CONFIG:Debug>>:-Os>")
   endif()

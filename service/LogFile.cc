@@ -127,6 +127,27 @@ void put_time(SafeText& to, time_t local_second) {
 
 }  // namespace
 
+namespace {
+
+// What the handler of a signal may read: stored whole, and behind what was stored before.
+template <class T>
+class Noted {
+ public:
+  explicit Noted(T value) : value_(value) {}
+  Noted& operator=(T value) {
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    value_.store(value, std::memory_order_relaxed);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    return *this;
+  }
+  operator T() const { return value_.load(std::memory_order_relaxed); }
+
+ private:
+  std::atomic<T> value_;
+};
+
+}  // namespace
+
 class LogFile::Impl {
  public:
   Impl(const std::string& path, const LogFileOptions& options);
@@ -183,8 +204,8 @@ class LogFile::Impl {
   // What waits; a handler may read it at any time.
   std::unique_ptr<char[]> buffer_;
   size_t capacity_ = kBufferSize;
-  std::atomic<size_t> used_{0};  // whole entries, but for a torn first one
-  std::atomic<bool> is_writing_{false};
+  Noted<size_t> used_{0};  // whole entries, but for a torn first one
+  Noted<bool> is_writing_{false};
   std::vector<size_t> ends_;  // of the entries
   bool torn_ = false;         // the first one's beginning is in the file already
 
@@ -377,7 +398,6 @@ size_t LogFile::Impl::append(std::string_view where, std::string_view category, 
     to[message] = '\n';  // in the place of the end
     const size_t size = head + message + 1;
     ends_.push_back(used_ + size);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
     used_ = used_ + size;
     return size;
   }
@@ -430,6 +450,11 @@ bool LogFile::Impl::make_room(size_t size) {
 
 // Takes away the first bytes of what waits. Returns how many entries have ended within.
 uint64_t LogFile::Impl::take(size_t size) {
+  if (size == used_ && capacity_ == kBufferSize) {  // as it mostly is
+    const uint64_t ended = ends_.size();
+    forget_waiting();
+    return ended;
+  }
   const size_t left = used_ - size;
   if (left > 0) memmove(buffer_.get(), buffer_.get() + size, left);
   used_ = left;
@@ -557,8 +582,8 @@ void LogFile::Impl::look_at_day() {
 bool LogFile::Impl::rotation_is_due() const {
   if (used_ == 0 || size_ == 0 || torn_ || error_ != 0 || not_rotated_ == time_.second)
     return false;
-  return day_is_over_ || (options_.rotate_above > 0 &&
-                          size_ + static_cast<off_t>(used_.load()) > options_.rotate_above);
+  return day_is_over_ ||
+         (options_.rotate_above > 0 && size_ + static_cast<off_t>(used_) > options_.rotate_above);
 }
 
 // Returns 0, or why the file stays what it is. It is tried again in the next second.
