@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <utility>
 
 namespace service {
@@ -26,6 +27,14 @@ bool load_backup(util::PropertyList& list) try {
   return true;
 } catch (const util::malformed_property_list&) {
   return false;
+}
+
+// With row and column, if it tells them.
+std::string reason_of(const util::malformed_property_list& failure) try {
+  std::rethrow_if_nested(failure);
+  return failure.what();
+} catch (const std::exception& reason) {
+  return std::string(failure.what()) + ": " + reason.what();
 }
 
 // A failed system call: throws with the errno of the moment.
@@ -70,7 +79,7 @@ Recovery recover(util::PropertyList& list) {
     return {Recovery::Source::backup, list.path() + ": " + strerror(error)};
   } catch (const util::malformed_property_list& failure) {
     if (!exists || !load_backup(list)) throw;
-    return {Recovery::Source::backup, failure.what()};
+    return {Recovery::Source::backup, reason_of(failure)};
   }
 }
 

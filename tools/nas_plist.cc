@@ -217,13 +217,11 @@ bool is_identifier(const std::string& name) {
 
 int run_js(const Request& request) {
   if (request.function && !is_identifier(*request.function)) {
-    return wrong_use("'" + *request.function + "' is no name of a function");
+    return wrong_use("'" + *request.function + "' is not a name of a function");
   }
-  const Input file(request.words[0]);
-  util::PropertyList list(file.path());
-  load(list, file);
-  const util::Value value(list.getProperties());
-  if (holds_date(value)) warn(file.name() + ": dates are bare text, which no script can read");
+  const Loaded from(request.words[0]);
+  const util::Value value(from.list.getProperties());
+  if (holds_date(value)) warn(about(from.file, "dates are bare text, which no script can read"));
   const util::JSEmit js;
   return print(for_output(request.function ? js.emitFunction(*request.function, value)
                                            : js.emitValue(value)) +
@@ -289,7 +287,8 @@ int run_delete(const Request& request) {
   });
 }
 
-int make(const std::string& name) {
+int run_new(const Request& request) {
+  const std::string& name = request.words[0];
   refuse_special_file(name);
   util::PropertyList list(name);
   const service::FileLock lock(name, kPatience);
@@ -300,8 +299,6 @@ int make(const std::string& name) {
   list.saveDurably();
   return finish();
 }
-
-int run_new(const Request& request) { return make(request.words[0]); }
 
 util::Value json_from_standard_input() {
   const Input input("-");
@@ -319,16 +316,16 @@ util::Value json_from_standard_input() {
   throw std::runtime_error(about(input, "a list is a JSON object"));
 }
 
+// A list that cannot be loaded is not replaced: its backup may be good, and would be lost.
 int run_import(const Request& request) {
   const util::Value value = json_from_standard_input();
-  const util::PropertyList list(request.words[0]);
-  if (!list.exists() && !list.backup_exists()) {
-    const int status = make(request.words[0]);
-    if (status != kGood) return status;
-  }
-  return change(request, [&](util::PropertyList& to) {
-    to.getProperties() = static_cast<const util::value_struct&>(value);
-  });
+  const Input file(request.words[0]);
+  util::PropertyList list(file.path());
+  const service::FileLock lock(file.path(), kPatience);
+  if (list.exists() || list.backup_exists()) load(list, file);
+  list.getProperties() = static_cast<const util::value_struct&>(value);
+  list.saveDurably();
+  return finish();
 }
 
 int run_restore(const Request& request) {

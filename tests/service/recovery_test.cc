@@ -76,14 +76,17 @@ TEST(Recover, LoadsTheBackupOfAMissingFile) {
 
 TEST(Recover, LoadsTheBackupOfABrokenFile) {
   const Folder folder;
-  folder.write("p", kBroken);
+  const std::string broken = "<plist>\n<dict><key>a</key><integer>x</integer></dict></plist>";
+  folder.write("p", broken);
   folder.write("p~", list_of(2));
   util::PropertyList list(folder.list_file());
   const Recovery got = service::recover(list);
   EXPECT_EQ(Recovery::Source::backup, got.source);
-  EXPECT_EQ(folder.list_file() + ": load failed", got.reason);
+  EXPECT_EQ(folder.list_file() + ": expected integer: ",
+            got.reason.substr(0, folder.list_file().size() + 20));
+  EXPECT_NE(std::string::npos, got.reason.find("row 2, column 19")) << got.reason;
   EXPECT_EQ(2, list.intForKey("a"));
-  EXPECT_EQ(kBroken, folder.read("p"));
+  EXPECT_EQ(broken, folder.read("p"));
 }
 
 TEST(Recover, LeavesTheListWhereThereIsNothing) {

@@ -619,6 +619,16 @@ TEST(NasPlistImport, MakesAMissingFile) {
   const TempDir dir;
   EXPECT_EQ(0, nas_plist({"import", dir.file("p")}, R"({"a": 1})").status);
   EXPECT_EQ("a: 1\n", nas_plist({"show", dir.file("p")}).out);
+  EXPECT_EQ(Words{"p"}, dir.list());
+}
+
+TEST(NasPlistImport, DoesNotReplaceABrokenList) {
+  const TempDir dir;
+  dir.write("p", "<plist");
+  dir.write("p~", list_of("<true />"));
+  EXPECT_EQ(1, nas_plist({"import", dir.file("p")}, R"({"a": 1})").status);
+  EXPECT_EQ("<plist", dir.read("p"));
+  EXPECT_EQ(list_of("<true />"), dir.read("p~"));
 }
 
 TEST(NasPlistImport, RefusesWhatIsNoList) {
@@ -646,8 +656,10 @@ TEST(NasPlistImport, RefusesWhatIsNoList) {
   EXPECT_EQ(1, nothing.status);
   EXPECT_EQ(old, dir.read("p"));
   EXPECT_EQ(Words{"p"}, dir.list());
-  EXPECT_EQ(1, nas_plist({"import", dir.file("q")}, "[]").status);
-  EXPECT_EQ(Words{"p"}, dir.list());
+  for (const char* json : {"[]", R"({"a": null})"}) {
+    EXPECT_EQ(1, nas_plist({"import", dir.file("q")}, json).status);
+    EXPECT_EQ(Words{"p"}, dir.list());
+  }
 }
 
 // ---- new, restore ----
@@ -791,44 +803,44 @@ TEST(NasPlist, RefusesWrongUse) {
   } rows[] = {
       {{},
        "nas-plist: a command is needed: show, get, check, diff, json, js, new, set, delete, "
-       "import, restore\n"                                                                     },
+       "import, restore\n"                                                                      },
       {{"dump", "x"},
        "nas-plist: 'dump' is not a command: show, get, check, diff, json, js, new, set, delete, "
-       "import, restore\n"                                                                     },
-      {{"show"},                              "nas-plist: show needs more arguments\n"         },
-      {{"show", "x", "y", "z"},               "nas-plist: show has too many arguments\n"       },
-      {{"js", "--function", "1x", "x"},       "nas-plist: '1x' is no name of a function\n"     },
-      {{"js", "--function", "", "x"},         "nas-plist: '' is no name of a function\n"       },
-      {{"js", "--function", "f(){}", "x"},    "nas-plist: 'f(){}' is no name of a function\n"  },
-      {{"show", "--function", "f", "x"},      "nas-plist: --function is for js\n"              },
-      {{"set", "x", "k"},                     "nas-plist: set needs more arguments\n"          },
-      {{"set", "x", "k", "integer"},          "nas-plist: integer needs a VALUE\n"             },
-      {{"set", "x", "k", "dict", "1"},        "nas-plist: '1' needs a TYPE\n"                  },
-      {{"set", "x", "k", "number", "1"},      "nas-plist: 'number' is not a TYPE\n"            },
-      {{"show", "--type", "x"},               "nas-plist: --type is for get\n"                 },
-      {{"get", "x"},                          "nas-plist: get needs more arguments\n"          },
-      {{"get", "x", "a//b"},                  "nas-plist: 'a//b': a key is empty\n"            },
-      {{"show", "x", "a//b"},                 "nas-plist: 'a//b': a key is empty\n"            },
-      {{"delete", "x", "a", "a//b"},          "nas-plist: 'a//b': a key is empty\n"            },
-      {{"delete", "x"},                       "nas-plist: delete needs more arguments\n"       },
-      {{"set", "x", "k", "dict", "l"},        "nas-plist: 'l' needs a TYPE\n"                  },
-      {{"new", "-"},                          "nas-plist: standard input cannot be changed\n"  },
-      {{"import", "-"},                       "nas-plist: standard input cannot be changed\n"  },
-      {{"set", "-", "k", "integer", "1"},     "nas-plist: standard input cannot be changed\n"  },
-      {{"set", "x", "", "integer", "1"},      "nas-plist: '': a key is empty\n"                },
-      {{"set", "x", "a//b", "integer", "1"},  "nas-plist: 'a//b': a key is empty\n"            },
+       "import, restore\n"                                                                      },
+      {{"show"},                              "nas-plist: show needs more arguments\n"          },
+      {{"show", "x", "y", "z"},               "nas-plist: show has too many arguments\n"        },
+      {{"js", "--function", "1x", "x"},       "nas-plist: '1x' is not a name of a function\n"   },
+      {{"js", "--function", "", "x"},         "nas-plist: '' is not a name of a function\n"     },
+      {{"js", "--function", "f(){}", "x"},    "nas-plist: 'f(){}' is not a name of a function\n"},
+      {{"show", "--function", "f", "x"},      "nas-plist: --function is for js\n"               },
+      {{"set", "x", "k"},                     "nas-plist: set needs more arguments\n"           },
+      {{"set", "x", "k", "integer"},          "nas-plist: integer needs a VALUE\n"              },
+      {{"set", "x", "k", "dict", "1"},        "nas-plist: '1' needs a TYPE\n"                   },
+      {{"set", "x", "k", "number", "1"},      "nas-plist: 'number' is not a TYPE\n"             },
+      {{"show", "--type", "x"},               "nas-plist: --type is for get\n"                  },
+      {{"get", "x"},                          "nas-plist: get needs more arguments\n"           },
+      {{"get", "x", "a//b"},                  "nas-plist: 'a//b': a key is empty\n"             },
+      {{"show", "x", "a//b"},                 "nas-plist: 'a//b': a key is empty\n"             },
+      {{"delete", "x", "a", "a//b"},          "nas-plist: 'a//b': a key is empty\n"             },
+      {{"delete", "x"},                       "nas-plist: delete needs more arguments\n"        },
+      {{"set", "x", "k", "dict", "l"},        "nas-plist: 'l' needs a TYPE\n"                   },
+      {{"new", "-"},                          "nas-plist: standard input cannot be changed\n"   },
+      {{"import", "-"},                       "nas-plist: standard input cannot be changed\n"   },
+      {{"set", "-", "k", "integer", "1"},     "nas-plist: standard input cannot be changed\n"   },
+      {{"set", "x", "", "integer", "1"},      "nas-plist: '': a key is empty\n"                 },
+      {{"set", "x", "a//b", "integer", "1"},  "nas-plist: 'a//b': a key is empty\n"             },
       {{"set", "x", "a[x]", "integer", "1"},
-       "nas-plist: 'a[x]': expected a number and \"]\" behind a \"[\"\n"                       },
+       "nas-plist: 'a[x]': expected a number and \"]\" behind a \"[\"\n"                        },
       {{"set", "x", "a[1", "integer", "1"},
-       "nas-plist: 'a[1': expected a number and \"]\" behind a \"[\"\n"                        },
+       "nas-plist: 'a[1': expected a number and \"]\" behind a \"[\"\n"                         },
       {{"set", "x", "a[1]b", "integer", "1"},
-       "nas-plist: 'a[1]b': expected \"/\" or \"[\" behind a \"]\"\n"                          },
-      {{"set", "x", "a\\", "integer", "1"},   "nas-plist: 'a\\': ends with a \"\\\"\n"         },
-      {{"check", "--all", "x"},               "nas-plist: '--all' is not an option\n"          },
-      {{"check", "-1", "x"},                  "nas-plist: '-1' is not an option\n"             },
-      {{"check", "--help=x"},                 "nas-plist: '--help' does not take an argument\n"},
-      {{"js", "--function"},                  "nas-plist: '--function' needs an argument\n"    },
-      {{"show", "--input-limit", "x", "y"},   "nas-plist: 'x' is not a number of MiB\n"        },
+       "nas-plist: 'a[1]b': expected \"/\" or \"[\" behind a \"]\"\n"                           },
+      {{"set", "x", "a\\", "integer", "1"},   "nas-plist: 'a\\': ends with a \"\\\"\n"          },
+      {{"check", "--all", "x"},               "nas-plist: '--all' is not an option\n"           },
+      {{"check", "-1", "x"},                  "nas-plist: '-1' is not an option\n"              },
+      {{"check", "--help=x"},                 "nas-plist: '--help' does not take an argument\n" },
+      {{"js", "--function"},                  "nas-plist: '--function' needs an argument\n"     },
+      {{"show", "--input-limit", "x", "y"},   "nas-plist: 'x' is not a number of MiB\n"         },
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.message);
