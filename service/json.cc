@@ -41,7 +41,7 @@ constexpr std::array<char, 256> escape_letters() {
   letters['\n'] = 'n';
   letters['\r'] = 'r';
   letters['\t'] = 't';
-  for (const unsigned char c : {'"', '\\', '<'}) letters[c] = static_cast<char>(c);
+  for (const char c : {'"', '\\', '<'}) letters[static_cast<unsigned char>(c)] = c;
   return letters;
 }
 
