@@ -204,7 +204,7 @@ class Walk {
 
   template <class Records>
   void each(const char* name, const Records& records) {
-    out_.each(name, records, [this](const auto& record) { show(record); });
+    out_.each(name, records, [this](const auto& record) { this->show(record); });
   }
 
   Out& out_;
