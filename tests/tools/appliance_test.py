@@ -32,53 +32,14 @@ from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.keys import Keys
 
+sys.dont_write_bytecode = True
+from programs import Programs, ask, until  # noqa: E402
+
 SOURCE = BUILD = PICTURES = None
-DEADLINE = 60  # seconds; far above what anything takes
 
 CHROMIUM = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
             "--disable-background-networking", "--disable-component-update", "--disable-sync",
             "--disable-dev-shm-usage", "--hide-scrollbars", "--window-size=1280,900"]
-
-
-def until(condition, what):
-    """The first true value of `condition()`; fails where it stays false."""
-    end = time.monotonic() + DEADLINE
-    while True:
-        value = condition()
-        if value:
-            return value
-        if time.monotonic() > end:
-            raise AssertionError(f"never seen: {what}")
-        time.sleep(0.05)
-
-
-def ask(url, method="GET", body=None, headers=None):
-    """(status, text) of a request that goes past every proxy."""
-    request = urllib.request.Request(url, body, headers or {}, method=method)
-    opener = urllib.request.build_opener(urllib.request.ProxyHandler({}))
-    try:
-        with opener.open(request, timeout=DEADLINE) as answer:
-            return answer.status, answer.read().decode()
-    except urllib.error.HTTPError as refusal:
-        return refusal.code, refusal.read().decode()
-
-
-class Programs(contextlib.ExitStack):
-    """Programs that end with the block, in the reverse order of their start."""
-
-    def start(self, command, **options):
-        program = subprocess.Popen(command, stdin=subprocess.DEVNULL, **options)
-        self.callback(self.stop, program)
-        return program
-
-    @staticmethod
-    def stop(program):
-        program.terminate()
-        try:
-            return program.wait(DEADLINE)
-        finally:
-            program.kill()
-            program.wait()
 
 
 class Browser(webdriver.Chrome):
