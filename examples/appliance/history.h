@@ -8,15 +8,13 @@
 
 namespace appliance {
 
-// What the page's graphs show: one point a cycle, the last kPoints of them.
+// What the page's graphs show: the last cycles, and the means of the last hour and the last day.
 //
 // Points are kept by the time since the machine was started, which nobody sets. What the clock says
 // is worked out when the history is asked for: once the clock has been set right, so are all
 // points.
 class History {
  public:
-  static constexpr size_t kPoints = 150;
-
   struct Point {
     double uptime;  // seconds; negative before this start of the machine
     double load;
@@ -34,7 +32,22 @@ class History {
   void restore(const util::value_struct& value, time_t now, double uptime);
 
  private:
-  std::deque<Point> points_;
+  // The means of so many seconds each, or all points.
+  struct Series {
+    void add(const Point& point);
+    util::value_struct value(time_t now, double uptime) const;
+    void restore(const util::value_struct& value, bool this_start, time_t now, double uptime);
+
+    double interval;
+    size_t most;
+    std::deque<Point> points = {};
+    Point sum = {};
+    int summed = 0;
+  };
+
+  Series cycles_{0, 150};
+  Series hour_{30, 120};
+  Series day_{600, 144};
 };
 
 // Seconds since the machine was started, time asleep included.

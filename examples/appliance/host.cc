@@ -30,12 +30,16 @@ std::string kernel() {
   return uname(&names) < 0 ? "" : std::string(names.sysname) + " " + names.release;
 }
 
+// By Temperature.
+constexpr const char* kTemperatures[] = {"unknown", "normal", "raised", "too high"};
+
 // "" on a machine that is no such board.
 std::string board_text(const util::ZEB_GPIO& board) {
   if (board.getValue() == 0) return "";
   const bool second = board.getHardwareRevision() == util::ZEB_GPIO::Revision2;
   return std::string("revision ") + (second ? "2" : "3") + ", " +
-         std::to_string(board.getDriveCount()) + " drives";
+         std::to_string(board.getDriveCount()) + " drives, temperature " +
+         kTemperatures[board.getTemperature()];
 }
 
 // "00:1a:2b:3c:4d:5e", or "" for the zeros of an interface without hardware.

@@ -29,7 +29,7 @@ using util::value_array;
 using util::value_struct;
 
 constexpr size_t kLongestToken = 256;
-constexpr size_t kLogEntries = 40;
+constexpr size_t kLogEntries = 200;
 constexpr util::utime_t kPatience = 5000;  // milliseconds
 const std::string kAcknowledge = "acknowledge:";
 

@@ -362,6 +362,65 @@ class Appliance(unittest.TestCase):
         self.assertEqual("times in NPT", self.browser.text("#zone"))
         self.assertIn("Europe/Zurich (NPT)", self.browser.text("#system"))
 
+    def test_values_of_a_graph_are_read_by_keyboard_and_pointer(self):
+        self.show()
+        self.browser.run("document.querySelector('#load svg').focus()")
+        self.browser.press("\ue012")  # left
+        first = self.browser.text("#load .reading")
+        self.assertRegex(first, r"^\d+:\d\d:\d\d.*: \d(\.\d+)? load$")
+        self.browser.press("\ue012")
+        self.assertNotEqual(first, self.browser.text("#load .reading"))
+        self.keep({**self.state, "system": {**self.state["system"], "processors": 7}})
+        self.until_text("#system", "7")
+        self.assertRegex(self.browser.text("#load .reading"), "load$")
+        self.browser.press("\ue00c")  # escape
+        self.assertEqual("", self.browser.text("#load .reading"))
+        self.browser.run("(b => document.querySelector('#traffic svg').dispatchEvent(new PointerEvent("
+                         "'pointermove', {clientX: b.left + b.width / 2})))"
+                         "(document.querySelector('#traffic svg').getBoundingClientRect())")
+        self.assertRegex(self.browser.text("#traffic .reading"), "/s received, .*/s sent$")
+
+    def test_graphs_show_the_last_hour_and_day(self):
+        now = int(time.time())
+
+        def means(step, count):
+            return {"time": [time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime(now - step * age))
+                             for age in range(count, -1, -1)],
+                    **{of: [1.0] * (count + 1) for of in ("load", "received", "sent")},
+                    "uptime": list(range(count + 1))}
+
+        history = sample_state("")["history"]
+        self.show(history={**history, "hour": means(30, 120), "day": means(600, 144)})
+        for value, start in ("hour", "1\u00a0h ago"), ("day", "1\u00a0d ago"), ("cycles", "2\u00a0min 59"):
+            self.browser.run("(e => { e.value = arguments[0]; e.dispatchEvent(new Event('change')) })"
+                             "(document.getElementById('period'))", value)
+            self.assertTrue(self.browser.text("#load .start-label").startswith(start))
+
+    def test_shares_are_searched(self):
+        self.show()
+        look_for = ("(e => { e.value = arguments[0]; e.dispatchEvent(new Event('input')) })"
+                    "(document.getElementById('share-filter'))")
+        self.browser.run(look_for, "PHOTOS 1")
+        self.assertEqual(["Photos 1", "Photos 10"], self.browser.texts("#shares li:not([hidden]) strong"))
+        self.assertEqual("2 of 9", self.browser.text("#share-count"))
+        self.browser.run(look_for, "")
+        self.assertEqual("9", self.browser.text("#share-count"))
+
+    def test_log_is_searched_by_category_and_text(self):
+        self.show()
+        self.browser.run("(e => { e.value = 'SUMMARY'; e.dispatchEvent(new Event('change')) })"
+                         "(document.getElementById('log-kind'))")
+        self.assertEqual(2, len(self.browser.texts("#log li:not([hidden])")))
+        self.browser.run("(e => { e.value = 'load'; e.dispatchEvent(new Event('input')) })"
+                         "(document.getElementById('log-filter'))")
+        self.assertEqual(["load at most 1.31"], self.browser.texts("#log li:not([hidden]) .message"))
+
+    def test_top_says_whether_all_is_well(self):
+        self.show()
+        self.assertEqual("1 warning to see to", self.browser.text("#verdict"))
+        self.keep({**self.state, "warnings": []})
+        self.until_text("#verdict", "All is well")
+
     def test_paper_has_all_entries_and_bars(self):
         self.show()
         self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": "print"})
@@ -475,7 +534,8 @@ def sample_state(log):
         "log": log, "names": ["127.0.0.1"],
         "system": {"hostname": "nas", "domain": "home.arpa", "platform": "zeb2",
                    "description": "Files of the household", "timezone": "Europe/Zurich",
-                   "kernel": "Linux 6.1.0", "board": "revision 3, 2 drives", "processors": 1,
+                   "kernel": "Linux 6.1.0", "board": "revision 3, 2 drives, temperature normal", "processors": 1,
+                   "zone": "CEST", "utc_offset": 7200,
                    "uptime": 1023450.0, "memory_total": 262144000.0, "memory_free": 91750400.0,
                    "load": [0.42, 0.38, 0.31]},
         "history": {"boot": "1", "uptime": [int(now - age) % 100000 for age in ages],

@@ -208,9 +208,9 @@ def full_disk(box, dice):
 
 def strange_files(box, dice):
     name = dice.choice(["state.plist", "nasd.log", "lasting.plist.new", "state.plist.new.tmp"])
-    with contextlib.suppress(OSError):
+    with contextlib.suppress(FileNotFoundError, FileExistsError):
         os.remove(box.path(name))
-    dice.choice([os.mkfifo, lambda path: os.symlink("/dev/zero", path)])(box.path(name))
+        dice.choice([os.mkfifo, lambda path: os.symlink("/dev/zero", path)])(box.path(name))
     time.sleep(0.25)
     with contextlib.suppress(FileNotFoundError):
         os.remove(box.path(name))

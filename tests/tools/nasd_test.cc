@@ -98,6 +98,7 @@ class State {
   value_array& history(const char* of) { return list_.mapForKey("history", false)[of]; }
   value_struct& volume(size_t index) { return list_.vectorForKey("volumes", false).at(index); }
   value_array& interfaces() { return list_.vectorForKey("interfaces", false); }
+  value_struct& means(const char* of) { return list_.mapForKey("history", false)[of]; }
   std::string text(const char* key) { return list_.stringForKey(key); }
 
  private:
@@ -601,6 +602,18 @@ TEST(Nasd, LeavesOutWhatAClockSaidThatWasAheadBeforeTheMachineWasStarted) {
   State state(dir);
   ASSERT_EQ(2U, state.history("time").size());
   EXPECT_THAT(std::string(state.history("time")[0]), StartsWith("2001-01-01T00:00:0"));
+}
+
+TEST(Nasd, KeepsMeansOfAnHourAndADay) {
+  const TempDir dir;
+  Nasd(dir, {"--cycles", "3", "--cycle", "20"}).status();
+  State state(dir);
+  for (const char* of : {"hour", "day"}) {
+    value_struct& means = state.means(of);
+    for (const char* each : {"time", "uptime", "load", "received", "sent"}) {
+      EXPECT_EQ(1U, static_cast<value_array&>(means.at(each)).size()) << of << " " << each;
+    }
+  }
 }
 
 // ---- nasctl ----

@@ -101,6 +101,9 @@ let utcOffset = 0;  // seconds
 const clock = (time) => new Date((seconds(time) + utcOffset) * 1000).toLocaleString(
   [], { dateStyle: 'medium', timeStyle: 'short', timeZone: 'UTC' });
 
+const timeOfDay = (instant) =>  // seconds
+  new Date((instant + utcOffset) * 1000).toLocaleTimeString([], { timeZone: 'UTC' });
+
 // ---- graphs ------------------------------------------------------------------------------------
 
 const WIDTH = 320;
@@ -136,56 +139,104 @@ const line = (times, values, top, name) => {
   });
 };
 
-// A graph with its figures: `lines` are {name, label, values, figure}.
-const graph = ({ times, lines, top, format, title }) => {
-  const span = times[times.length - 1] - times[0];
-  return [
-    make('ul', { class: 'legend' },
-         ...lines.map(({ name, label, figure }) =>
-           make('li', { class: name }, make('strong', { class: 'figure' }, figure), quiet(label)))),
-    make('div', { class: 'graph' },
-         draw('svg', { viewBox: `0 0 ${WIDTH} ${HEIGHT}`, preserveAspectRatio: 'none', role: 'img',
-                       'aria-label': title },
-              ...[0, 0.5, 1].map((part) => draw('path', {
-                class: 'grid', d: `M0 ${part * HEIGHT}H${WIDTH}` })),
-              ...lines.flatMap(({ name, values }) => line(times, values, top, name))),
-         make('span', { class: 'top-label' }, format(top)),
-         make('span', { class: 'start-label' }, `${duration(span)} ago`),
-         make('span', { class: 'end-label' }, 'now')),
-  ];
+// What a graph stands on. It stays, so that focus and pointer do, while its lines come anew.
+const graphs = new Map();
+const graphOf = (id) => {
+  if (graphs.has(id)) return graphs.get(id);
+  const svg = draw('svg', { viewBox: `0 0 ${WIDTH} ${HEIGHT}`, preserveAspectRatio: 'none',
+                            role: 'img', tabindex: 0 });
+  const one = { svg, legend: make('ul', { class: 'legend' }), chosen: null,
+                top: make('span', { class: 'top-label' }),
+                start: make('span', { class: 'start-label' }),
+                reading: make('output', { class: 'reading' }) };
+  const choose = (index) => {
+    one.chosen = index === null ? null : one.times[Math.min(one.times.length - 1, Math.max(0, index))];
+    showReading(one);
+  };
+  const nearest = (time) => one.times.reduce(
+    (best, each, i) => (Math.abs(each - time) < Math.abs(one.times[best] - time) ? i : best), 0);
+  svg.addEventListener('pointermove', ({ clientX }) => {
+    const { left, width } = svg.getBoundingClientRect();
+    choose(nearest(one.times[0] + (clientX - left) / width * (last(one.times) - one.times[0])));
+  });
+  for (const end of ['pointerleave', 'blur']) svg.addEventListener(end, () => choose(null));
+  svg.addEventListener('keydown', (event) => {
+    const at = one.chosen === null ? one.times.length : nearest(one.chosen);
+    const to = { ArrowLeft: at - 1, ArrowRight: at + 1, Home: 0, End: one.times.length - 1,
+                 Escape: null }[event.key];
+    if (to === undefined) return;
+    event.preventDefault();
+    choose(to);
+  });
+  byId(id).replaceChildren(one.legend, make('div', { class: 'graph' }, svg, one.top, one.start,
+                                            make('span', { class: 'end-label' }, 'now')),
+                           one.reading);
+  graphs.set(id, one);
+  return one;
 };
 
-const NO_HISTORY = () => [quiet('No history yet')];
+// The values at the chosen time, and a mark there.
+const showReading = (one) => {
+  one.svg.querySelector('.mark')?.remove();
+  const i = one.chosen === null ? -1 : one.times.indexOf(one.chosen);
+  one.reading.textContent = i < 0 ? '' : `${timeOfDay(one.times[i])}: ` +
+    one.lines.map(({ name, label, values }) => `${one.format(values[i])} ${label ?? name}`).join(', ');
+  if (i < 0) return;
+  const x = (one.times[i] - one.times[0]) / Math.max(1, last(one.times) - one.times[0]) * WIDTH;
+  one.svg.append(draw('path', { class: 'mark', d: `M${x.toFixed(1)} 0V${HEIGHT}` }));
+};
+
+// A graph with its figures: `lines` are {name, label, values}, `figures` {name, text, quiet}.
+const graph = (id, { times, lines, figures, top, format, title }) => {
+  const one = Object.assign(graphOf(id), { times, lines, format });
+  one.legend.replaceChildren(...figures.map(({ name, text, label }) =>
+    make('li', { class: name }, make('strong', { class: 'figure' }, text), quiet(label))));
+  one.svg.setAttribute('aria-label', title);
+  one.svg.replaceChildren(
+    ...[0, 0.5, 1].map((part) => draw('path', { class: 'grid', d: `M0 ${part * HEIGHT}H${WIDTH}` })),
+    ...lines.flatMap(({ name, values }) => line(times, values, top, name)));
+  one.top.textContent = format(top);
+  one.start.textContent = `${duration(last(times) - times[0])} ago`;
+  showReading(one);
+};
+
 const last = (list) => list[list.length - 1];
 
-const showLoad = (history, system) => show('load', [history, system.load], () => {
-  if (!history.time?.length) return NO_HISTORY();
-  const [one, five, fifteen] = system.load.map((load) => load.toFixed(2));
-  return graph({
-    times: history.time.map(seconds),
-    top: ceiling(Math.max(...history.load), 1),
-    format: String,
-    title: `Load: ${one} over a minute, ${five} over five, ${fifteen} over fifteen`,
-    lines: [{ name: 'first', label: `last minute; ${five} over 5, ${fifteen} over 15`,
-              values: history.load, figure: one }],
-  });
-});
+// The points of the period that is chosen: the last cycles, the last hour, the last day.
+const period = (history) => {
+  const chosen = history[byId('period').value];
+  return chosen?.time?.length > 1 ? chosen : history;
+};
 
-const showTraffic = (history) => show('traffic', history, () => {
-  if (!history.time?.length) return NO_HISTORY();
-  const received = rate(last(history.received));
-  const sent = rate(last(history.sent));
-  return graph({
-    times: history.time.map(seconds),
-    top: ceiling(Math.max(...history.received, ...history.sent), 1024),
-    format: rate,
-    title: `Traffic: ${received} received, ${sent} sent`,
-    lines: [
-      { name: 'first', label: 'received', values: history.received, figure: received },
-      { name: 'second', label: 'sent', values: history.sent, figure: sent },
-    ],
+const showLoad = (history, system) => {
+  if (!history.time?.length) return;
+  const { time, load } = period(history);
+  const [one, five, fifteen] = system.load.map((each) => each.toFixed(2));
+  graph('load', {
+    times: time.map(seconds),
+    top: ceiling(Math.max(...load), 1),
+    format: (value) => String(Math.round(value * 100) / 100),
+    title: `Load: ${one} over a minute, ${five} over five, ${fifteen} over fifteen`,
+    figures: [{ name: 'first', text: one, label: `last minute; ${five} over 5, ${fifteen} over 15` }],
+    lines: [{ name: 'first', label: 'load', values: load }],
   });
-});
+};
+
+const showTraffic = (history) => {
+  if (!history.time?.length) return;
+  const { time, received, sent } = period(history);
+  const now = { received: rate(last(history.received)), sent: rate(last(history.sent)) };
+  graph('traffic', {
+    times: time.map(seconds),
+    top: ceiling(Math.max(...received, ...sent), 1024),
+    format: rate,
+    title: `Traffic: ${now.received} received, ${now.sent} sent`,
+    figures: [{ name: 'first', text: now.received, label: 'received' },
+              { name: 'second', text: now.sent, label: 'sent' }],
+    lines: [{ name: 'first', label: 'received', values: received },
+            { name: 'second', label: 'sent', values: sent }],
+  });
+};
 
 // ---- cards -------------------------------------------------------------------------------------
 
@@ -248,8 +299,24 @@ const showInterfaces = (interfaces) => show('interfaces', interfaces, () => inte
 
 const ACCESS = { full: 'may write', readonly: 'may read', none: 'no access' };
 
+// Hides the rows of a list that do not hold what is looked for, and returns how many stay.
+const filterRows = (id, text, kind = '') => {
+  const wanted = text.trim().toLocaleLowerCase();
+  const rows = [...byId(id).children];
+  for (const row of rows) {
+    row.hidden = !row.textContent.toLocaleLowerCase().includes(wanted) ||
+                 (kind !== '' && row.dataset.kind !== kind);
+  }
+  return rows.filter((row) => !row.hidden).length;
+};
+
+const filterShares = () => {
+  const found = filterRows('shares', byId('share-filter').value);
+  const all = byId('shares').children.length;
+  byId('share-count').textContent = found === all ? all : `${found} of ${all}`;
+};
+
 const showShares = (shares) => {
-  byId('share-count').textContent = shares.length;
   showRows('shares', shares, (share) => share.name ?? '', (share) => row(
     [make('strong', {}, share.name), tag(share.type),
      share.status === 'active' ? null : tag(share.status, 'bad'),
@@ -259,6 +326,7 @@ const showShares = (shares) => {
          ...(share.users.length === 0 ? [quiet('no users')] : share.users.map((user) =>
            make('span', { class: 'user' }, make('bdi', {}, user.name ?? ''), ' ',
                 quiet(ACCESS[user.access])))))));
+  filterShares();
 };
 
 // Equal entries are told apart by how many older ones are equal.
@@ -269,12 +337,17 @@ const showLog = (entries) => {
     count.set(text, (count.get(text) ?? 0) + 1);
     return { ...entry, key: `${count.get(text)} ${text}` };
   }).reverse();
+  show('log-kind', [...new Set(entries.map(({ category }) => category))].sort(), (kinds) =>
+    ['', ...kinds].map((kind) => make('option', { value: kind }, kind || 'All categories')));
   showRows('log', numbered, (entry) => entry.key, (entry) =>
-    make('li', { class: entry.category === 'WARNING' ? 'warning' : '' },
+    make('li', { class: entry.category === 'WARNING' ? 'warning' : '', 'data-kind': entry.category },
          make('time', {}, entry.time.replace('T', ' ')), tag(entry.category),
          make('span', { class: 'message' }, entry.text),
          make('span', { class: 'where mono quiet' }, entry.where)));
+  filterLog();
 };
+
+const filterLog = () => filterRows('log', byId('log-filter').value, byId('log-kind').value);
 
 // ---- warnings ----------------------------------------------------------------------------------
 
@@ -319,6 +392,10 @@ const showWarnings = (warnings) => {
   tokens.clear();
   for (const { id, token } of warnings) if (token) tokens.set(id, token);
   byId('warnings-card').hidden = warnings.length === 0;
+  const open = warnings.filter(({ acknowledged }) => !acknowledged).length;
+  byId('verdict').textContent = open > 0 ? `${open} ${open === 1 ? 'warning' : 'warnings'} to see to` :
+                                warnings.length > 0 ? 'Nothing new to see to' : 'All is well';
+  byId('verdict').className = open > 0 ? 'bad' : 'good';
   showRows('warnings', warnings.map(({ token, ...rest }) => rest), ({ id }) => id, warningRow);
 };
 
@@ -353,13 +430,19 @@ const showAge = () => {
 
 // ---- the whole ---------------------------------------------------------------------------------
 
+let shownState = null;
+const showGraphs = () => {
+  showLoad(shownState.history, shownState.system);
+  showTraffic(shownState.history);
+};
+
 const showState = (state) => {
   if (!state.written) {
     showFreshness('waiting');
     byId('age').textContent = 'The daemon has not written its state yet';
     return;
   }
-  const { system, history } = state;
+  const { system } = state;
   utcOffset = system.utc_offset ?? 0;
   byId('zone').textContent = system.zone ? `times in ${system.zone}` : '';
   const name = [system.hostname, system.domain].filter(Boolean).join('.');
@@ -368,8 +451,8 @@ const showState = (state) => {
   byId('about').textContent = system.description ?? '';
   showWarnings(state.warnings);
   showSystem(system);
-  showLoad(history, system);
-  showTraffic(history);
+  shownState = state;
+  showGraphs();
   showDisks(state.disks);
   showVolumes(state.volumes);
   showInterfaces(state.interfaces);
@@ -398,5 +481,9 @@ const refresh = () => {
   document.head.append(script);
 };
 
+byId('period').addEventListener('change', () => shownState && showGraphs());
+byId('share-filter').addEventListener('input', filterShares);
+byId('log-filter').addEventListener('input', filterLog);
+byId('log-kind').addEventListener('change', filterLog);
 setInterval(showAge, 1000);
 refresh();
