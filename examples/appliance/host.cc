@@ -5,6 +5,7 @@
 #include "texts.h"
 
 #include <net/if.h>
+#include <service/bytes.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/utsname.h>
@@ -12,8 +13,6 @@
 #include <util/NetworkInterface.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <fstream>
 
@@ -44,14 +43,7 @@ std::string board_text(const util::ZEB_GPIO& board) {
 
 // "00:1a:2b:3c:4d:5e", or "" for the zeros of an interface without hardware.
 std::string mac_text(const util::byte_string& mac) {
-  if (mac.find_first_not_of('\0') == mac.npos) return "";
-  std::string text;
-  for (const unsigned char byte : mac) {
-    char digits[4];
-    snprintf(digits, sizeof digits, ":%02x", byte);
-    text += digits;
-  }
-  return text.substr(1);
+  return mac.find_first_not_of('\0') == mac.npos ? "" : service::mac_to_str(mac);
 }
 
 // Switched on, and something at the other end of the cable.
@@ -65,11 +57,12 @@ bool is_up(const std::string& name) {
   return known && (request.ifr_flags & kUp) == kUp;
 }
 
-// What a file of the kernel about the interface says; "" where it says nothing.
-std::string link_text(const std::string& name, const char* what) {
-  std::string text;
-  std::ifstream("/sys/class/net/" + name + "/" + what) >> text;
-  return text;
+// What a file of the kernel about the interface says; 0 or "" where it says nothing.
+template <class T>
+T about_link(const std::string& name, const char* what) {
+  T value = {};
+  std::ifstream("/sys/class/net/" + name + "/" + what) >> value;
+  return value;
 }
 
 value_struct interface_value(const std::string& name, const value_array& addresses,
@@ -89,10 +82,10 @@ value_struct present_interface(const util::NetworkInterface& interface, const Tr
   }
   value_struct value = interface_value(interface.get_name(), addresses, rate);
   value["up"] = is_up(interface.get_name());
-  const int speed = atoi(link_text(interface.get_name(), "speed").c_str());
+  const int speed = about_link<int>(interface.get_name(), "speed");
   if (speed > 0) {
     value["speed"] = speed;
-    put(value, "duplex", link_text(interface.get_name(), "duplex"));
+    put(value, "duplex", about_link<std::string>(interface.get_name(), "duplex"));
   }
   put(value, "mac", mac_text(interface.get_macAddress()));
   return value;

@@ -37,7 +37,7 @@ void Keeper::save() {
 }
 
 std::string Keeper::acknowledge(const std::string& id) {
-  const std::string text = warnings_.acknowledge(id);
+  std::string text = warnings_.acknowledge(id);
   UTIL_LOG(log(), util::INFO, "acknowledged: %s", text.c_str());
   unsaved_ = true;
   saving_warnings_([this] { save_warnings(); });

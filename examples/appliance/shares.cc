@@ -3,9 +3,10 @@
 
 #include "texts.h"
 
-#include <util/escape.h>
-#include <util/strnatcmp.h>
+#include <service/natural_order.h>
+#include <service/share_path.h>
 
+#include <exception>
 #include <iterator>
 #include <list>
 
@@ -25,10 +26,13 @@ static_assert(std::size(kStatuses) == util::Suspended + 1, "one word a status");
 static_assert(std::size(kLocations) == util::ExternalShare + 1, "one word a location");
 static_assert(std::size(kAccess) == util::Full + 1, "one word a kind of access");
 
-std::string folder(util::NASShare share) {
-  if (share.location == util::NoLocation) return "";
-  share.name = util::escape_string(share.name);
-  return share.root_path();
+// "" for a share that cannot have one.
+std::string folder(const util::NASShare& share) {
+  try {
+    return service::share_path(share);
+  } catch (const std::exception&) {
+    return "";
+  }
 }
 
 value_struct share_value(const util::NASShare& share) {
@@ -54,7 +58,7 @@ value_struct share_value(const util::NASShare& share) {
 value_array shares(const util::NASConfDB& db) {
   std::list<util::NASShare> sorted = db.get_shares();
   sorted.sort([](const util::NASShare& a, const util::NASShare& b) {
-    return strnatcasecmp(a.name.c_str(), b.name.c_str()) < 0;
+    return service::NaturalCaseLess()(a.name, b.name);
   });
   value_array values;
   for (const util::NASShare& share : sorted) values.push_back(share_value(share));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "token.h"
 
+#include <service/bytes.h>
 #include <util/MD5Authenticator.h>
 #include <util/base64.h>
 
@@ -10,8 +11,6 @@ namespace appliance {
 namespace {
 
 using util::byte_string;
-
-byte_string bytes(const std::string& text) { return byte_string(text.begin(), text.end()); }
 
 // Cuts off and returns what stands behind the last ':'; the whole text where there is none.
 std::string take_last(std::string& text) {
@@ -34,7 +33,7 @@ std::optional<time_t> seconds(const std::string& digits) {
 std::string issue_token(const std::string& what, time_t now) {
   std::string token = what + ":" + std::to_string(now);
   byte_string signature;
-  util::MD5Authenticator().sign(bytes(token), signature);
+  util::MD5Authenticator().sign(service::to_bytes(token), signature);
   token += ":";
   util::b64_encode(signature, token, 0);
   return token;
@@ -44,7 +43,7 @@ std::optional<std::string> permitted_by(const std::string& token, time_t now) {
   std::string text = token;
   byte_string signature;
   if (util::b64_decode(take_last(text), signature) != 0 ||
-      !util::MD5Authenticator().verify(bytes(text), signature)) {
+      !util::MD5Authenticator().verify(service::to_bytes(text), signature)) {
     return std::nullopt;
   }
   const std::optional<time_t> issued = seconds(take_last(text));
