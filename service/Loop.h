@@ -84,7 +84,7 @@ class UTIL_EXPORT Loop : public util::SuperLoop {
   explicit Loop(util::logger* log);  // not owned
   Loop(const Loop&) = delete;
   Loop& operator=(const Loop&) = delete;
-  ~Loop();
+  virtual ~Loop();  // unlike that of SuperLoop
 
   // Calls back with the epoll events that came, of those asked for (EPOLLIN, EPOLLOUT, ...) and
   // EPOLLERR and EPOLLHUP, for as long as the descriptor is ready. The descriptor stays the

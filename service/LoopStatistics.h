@@ -17,7 +17,7 @@ namespace service {
 //   std::cout << measured.value();
 //
 // The times are milliseconds of the monotonic clock, with a fraction.
-class UTIL_EXPORT LoopStatistics : public util::EventLoop {
+class UTIL_EXPORT LoopStatistics final : public util::EventLoop {
  public:
   explicit LoopStatistics(util::EventLoop& loop) : loop_(loop) {}  // not owned
   LoopStatistics(const LoopStatistics&) = delete;

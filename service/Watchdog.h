@@ -19,7 +19,7 @@ namespace service {
 //
 // With WatchdogSec=10 in the unit, a daemon that hangs for ten seconds is ended and started again.
 // The cycle of the loop must be shorter than half of that time.
-class UTIL_EXPORT Watchdog : public util::EventLoop {
+class UTIL_EXPORT Watchdog final : public util::EventLoop {
  public:
   // Does nothing if the service manager did not ask this process (WATCHDOG_USEC, WATCHDOG_PID).
   // Failures to report are logged as WARNING, and tried again in the next pass. The logger is not

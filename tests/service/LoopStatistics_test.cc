@@ -47,7 +47,7 @@ TEST(LoopStatistics, CountsRoundsThatTookLongerThanTheirSlice) {
   Sleeper sleeper;
   LoopStatistics measured(sleeper);
   sleeper.duration = 5;
-  for (const util::utime_t slice : {4, 10000, 0}) measured.runLoop(slice);
+  for (const util::utime_t slice : {4U, 10000U, 0U}) measured.runLoop(slice);
   EXPECT_EQ(2U, measured.late());
 }
 
