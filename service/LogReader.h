@@ -84,8 +84,8 @@ class UTIL_EXPORT LogReader {
 UTIL_EXPORT bool is_log_time(const std::string& text);
 
 // The newest entries of a rolling log, newest first, `count` at most. Looks into the last 64 KiB of
-// the file and of the one rotated before it, <log>.0, and into regular files only. Empty if there is
-// nothing to read. Throws std::system_error if a file cannot be read.
+// the file and of the one rotated before it, <log>.0, and into regular files only. Empty if there
+// is nothing to read. Throws std::system_error if a file cannot be read.
 UTIL_EXPORT std::vector<LogEntry> newest_log_entries(const std::string& log, std::size_t count);
 
 }  // namespace service
