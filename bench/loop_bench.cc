@@ -294,7 +294,7 @@ void bench::add_cases() {
   ::add(pass, "Asio", kLoops, pass_asio);
   ::add(pass, "floor", kLoops, pass_by_hand);
 
-  for (const size_t events : {10, 1000, 100000}) {
+  for (const size_t events : {10U, 1000U, 100000U}) {
     const std::string walk = "a pass, " + std::to_string(events) + " pending events";
     ::add(walk, "ours", 1, [=] { return walk_ours(events); });
     ::add(walk, "floor", 1, [=] { return walk_by_hand<2>(events); });

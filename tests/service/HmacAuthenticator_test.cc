@@ -49,5 +49,5 @@ TEST(HmacAuthenticator, IsNamedForItsScheme) {
 }
 
 TEST(HmacAuthenticator, RefusesAnEmptyKey) {
-  EXPECT_THROW(HmacAuthenticator(util::byte_string()), std::invalid_argument);
+  EXPECT_THROW(HmacAuthenticator(util::byte_string{}), std::invalid_argument);
 }

@@ -35,7 +35,6 @@ using service::LogFileOptions;
 using support::Fault;
 using support::FrozenClock;
 using support::publish;
-using support::Recorder;
 using support::TempDir;
 using Names = std::vector<std::string>;
 
