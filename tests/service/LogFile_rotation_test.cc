@@ -571,11 +571,11 @@ TEST_F(LogFileRotation, LosesNothingUncountedWhereACallFails) {
         log.flush();
         EXPECT_FALSE(log.error());
         const std::string text = all();
-        int there = 0;
+        uint64_t there = 0;
         for (int i = 100; i <= 106; ++i) {
           const int count = times(text, std::to_string(i));
           EXPECT_GE(1, count) << i;
-          there += count;
+          there += static_cast<uint64_t>(count);
         }
         EXPECT_EQ(7U, there + log.lost());
         if (testing::Test::HasFailure()) return;
