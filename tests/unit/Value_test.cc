@@ -208,11 +208,13 @@ TEST(Value, TakesALiteralForAText) {
   EXPECT_EQ("text", printed(v));
 }
 
+#if __SIZEOF_SIZE_T__ == 8  // elsewhere this does not compile
 TEST(Value, TakesASizeForAnInstantWhereBothAreOneType) {
   if (!std::is_same<size_t, utime_t>::value) GTEST_SKIP() << "other types on this machine";
   Value value(std::string("text").size());
   EXPECT_EQ(util::DATE_TIME, value.get_type());
 }
+#endif
 
 TEST(Value, LeavesTheOtherMembersEmpty) {
   for (const Kind& kind : kinds()) {
