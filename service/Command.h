@@ -23,10 +23,10 @@
 
 namespace service {
 
-// Owns a program that runs: when the object goes, the program and its process group are killed and
-// its callbacks are not called any more. May go inside any of them, and may outlive the loop. The
-// loop collects the status of what was killed; if the loop has gone, the system keeps it until this
-// process ends.
+// Owns a running program: when the object is destroyed, the program and its process group are
+// killed, and its callbacks are no longer called. May be destroyed inside any of them, and may
+// outlive the loop. The loop collects the status of a killed program; if the loop is gone, the
+// system keeps it until this process ends.
 class UTIL_EXPORT Process {
  public:
   Process() noexcept;  // of nothing
@@ -44,27 +44,27 @@ class UTIL_EXPORT Process {
   std::shared_ptr<Run> run_;
 };
 
-// What is to be run, and how. May be started any number of times.
+// What to run, and how. May be started any number of times.
 //
 // The program gets standard input and outputs of its own, and nothing else of this process: no
 // other descriptor, no signal mask, no ignored signal, a process group of its own.
 struct UTIL_EXPORT Command {
-  // What became of the program.
+  // How the program ended.
   struct Result {
     bool succeeded() const { return status == 0 && !timed_out; }
     std::string end()
         const;  // "ended with status 3", "was ended by signal 11 (Segmentation fault)"
 
     int status;          // as waitpid() gives it; -1 if another part of this program collected it
-    bool timed_out;      // it took longer than it may, and was told to end
-    bool cut;            // more was written than was kept
-    std::string output;  // what was written to standard output, unless handed on by lines
+    bool timed_out;      // it exceeded its time limit and was asked to stop
+    bool cut;            // more was written than is kept
+    std::string output;  // what was written to standard output, unless passed on line by line
     std::string errors;  // to standard error
   };
   using Line = std::function<void(const std::string& line)>;
 
-  // The program, which is looked for in PATH unless its name has a slash, and its arguments. The
-  // environment is this process's at the time.
+  // The program, which is searched for in PATH unless its name has a slash, and its arguments. The
+  // environment is a copy of this process's at that time.
   explicit Command(std::vector<std::string> program_and_arguments);
 
   std::vector<std::string> arguments;
@@ -77,8 +77,8 @@ struct UTIL_EXPORT Command {
   Line on_output;                // gets each line as it comes, without its line feed
   Line on_errors;
 
-  // Calls back once, when the program has ended and what it has written has been read. What it left
-  // running goes on, unless the time limit was passed, and is not waited for.
+  // Calls back once, when the program has ended and its output has been read. Processes that it
+  // left running go on, unless the time limit was exceeded, and are not waited for.
   //
   // Throws std::system_error if the program cannot be run, RegistrationError.
   Process start(Loop& loop, std::function<void(const Result&)> done) const;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Lets command-line programs ask a running daemon. In the daemon:
+// Lets command-line programs send requests to a running daemon. In the daemon:
 //
 //   service::ControlSocket control(loop, "/run/nasd/control", [&](const service::Request& request)
 //   {
@@ -26,7 +26,7 @@
 
 namespace service {
 
-// A line that a client sent. Who the client is comes from the system and cannot be forged.
+// A line that a client sent. The system says who the client is, so that cannot be forged.
 struct Request {
   std::string line;  // without its line feed
   uid_t user;
@@ -38,32 +38,33 @@ struct ControlOptions {
   mode_t mode = 0600;                    // who may connect: needs to write
   uid_t owner = static_cast<uid_t>(-1);  // of the socket; as the process has it
   gid_t group = static_cast<gid_t>(-1);
-  size_t clients = 16;             // at a time; another one is told that there are too many
+  size_t clients = 16;             // at once; another one is told that there are too many
   size_t line = 4096;              // bytes of a request
   size_t answer = 1 << 20;         // bytes; a longer one becomes an error
   util::utime_t patience = 30000;  // from one request to the next, sending its answer included
 };
 
-// Answers lines on a Unix-domain stream socket, on the thread of a Loop, which outlives it.
+// Answers requests on a Unix-domain stream socket, on the thread of a Loop, which must outlive it.
 //
-// A request is a line. Its answer is what the handler returns, any number of lines, and ends with a
-// NUL byte, so that a client can tell a whole answer from one that was cut. What the handler throws
-// becomes the answer "error: " and the exception's text.
+// A request is one line. Its answer is what the handler returns, any number of lines, followed by a
+// NUL byte, so that a client can tell a whole answer from one that was cut off. If the handler
+// throws, the answer is "error: " and the exception's text.
 //
-// Nothing that a client does stops the loop. A client's next request is read when it has taken its
-// answer, so that one that does not read keeps nobody but itself waiting, and no more than one
-// answer in memory. Without descriptors for new clients, these wait; that is logged once.
+// No client can block the loop. A client's next request is read only when it has taken its answer,
+// so a client that does not read delays nobody but itself and keeps at most one answer in memory.
+// If there are no descriptors left for new clients, they wait; this is logged once.
 class UTIL_EXPORT ControlSocket {
  public:
-  // May destroy the ControlSocket; what it returns is still sent, as far as that takes no waiting.
+  // May destroy the ControlSocket; what it returns is still sent, as far as that is possible
+  // without waiting.
   using Handler = std::function<std::string(const Request&)>;
 
   // Listens at `path`. A socket that another process has left there is replaced. Throws
-  // AlreadyRunning if a process listens to it; std::system_error if the system refuses, also if
-  // something else than a socket is there (EEXIST); RegistrationError.
+  // AlreadyRunning if a process is listening there; std::system_error if the system refuses, or if
+  // something other than a socket is there (EEXIST); RegistrationError.
   ControlSocket(Loop& loop, const std::string& path, Handler handler,
                 const ControlOptions& options = ControlOptions());
-  // Removes the socket and lets all clients go.
+  // Removes the socket and disconnects all clients.
   ~ControlSocket();
   ControlSocket(const ControlSocket&) = delete;
   ControlSocket& operator=(const ControlSocket&) = delete;
@@ -74,14 +75,14 @@ class UTIL_EXPORT ControlSocket {
   std::shared_ptr<Server> server_;
 };
 
-// The daemon answered with an error, whose text this is.
+// The daemon answered with an error; what() is its text.
 class UTIL_EXPORT Refused : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
 // Sends a line to the ControlSocket at `path` and returns the answer. Waits at most `limit`
-// milliseconds, so not to be called on the thread that answers.
+// milliseconds. Must not be called on the thread that answers.
 //
 // Throws Refused; std::system_error if nobody listens (ENOENT, ECONNREFUSED), the caller may not
 // connect (EACCES), the time is up (ETIMEDOUT) or the connection ends in the middle of the answer

@@ -9,12 +9,12 @@
 
 namespace service {
 
-// Signs with HMAC-SHA-256 and a key that is given at run time: 32 raw bytes. For everything new;
-// util::MD5Authenticator is for the peers that know nothing else.
+// Signs with HMAC-SHA-256 and a key that is given at run time: 32 raw bytes. Use it for everything
+// new; util::MD5Authenticator is for peers that support nothing else.
 class UTIL_EXPORT HmacAuthenticator : public util::Authenticator {
  public:
-  // `secret` of any length but 0; 32 random bytes are a good one. `id` names the scheme to the
-  // peers. Throws std::invalid_argument for an empty key.
+  // `secret` may have any length but 0; 32 random bytes are a good choice. `id` tells peers which
+  // scheme this is. Throws std::invalid_argument for an empty key.
   explicit HmacAuthenticator(const util::byte_string& secret,
                              const std::string& id = "HMAC-SHA-256");
 
@@ -22,7 +22,7 @@ class UTIL_EXPORT HmacAuthenticator : public util::Authenticator {
   using util::Authenticator::sign;
   void sign(const util::byte_string& data, util::byte_string& sig) override;
 
-  // Takes the same time wherever the signatures differ.
+  // Takes the same time wherever two signatures differ.
   bool verify(const util::byte_string& data, const util::byte_string& sig) override;
 };
 

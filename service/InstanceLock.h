@@ -11,8 +11,8 @@
 
 namespace service {
 
-// Another process, or another InstanceLock of this one, holds the lock. The text names the folder
-// and the process: "/run/nasd is in use by process 4711".
+// Another process, or another InstanceLock of this one, holds the lock. what() names the folder and
+// the process: "/run/nasd is in use by process 4711".
 class UTIL_EXPORT AlreadyRunning : public std::runtime_error {
  public:
   AlreadyRunning(const std::string& folder, pid_t process);
@@ -23,15 +23,15 @@ class UTIL_EXPORT AlreadyRunning : public std::runtime_error {
   pid_t process_;
 };
 
-// Makes sure that one daemon works in a folder: it holds the lock of the file `lock` in it.
+// Makes sure that only one daemon works in a folder, by locking the file `lock` in it.
 //
 // The lock ends with the object or with the process, however that ends. The file stays and need not
-// be removed: it is empty, and says nothing by being there. Whoever removes it while a daemon runs
-// lets a second one in.
+// be removed: it is empty, and its presence means nothing. Removing it while a daemon runs lets a
+// second one start.
 //
-// The lock belongs to the process. What the daemon forks does not hold it, so a child that outlives
-// the daemon keeps no other from starting; a daemon that forks itself into the background takes the
-// lock afterwards.
+// The lock belongs to the process. Forked children do not hold it, so a child that outlives the
+// daemon does not keep another from starting. A daemon that forks itself into the background must
+// take the lock afterwards.
 class UTIL_EXPORT InstanceLock {
  public:
   // Throws AlreadyRunning, and std::system_error if the file cannot be opened or locked.

@@ -28,11 +28,11 @@ struct UTIL_EXPORT LogEntry {
 };
 
 // Reads one file. An entry ends where the next one begins, since messages may have any number of
-// lines: at a line that starts with a time stamp and a blank. What a crash has cut off may have the
-// first entry of the next run behind it, in the middle of a line. So a time stamp there begins an
-// entry too, if the line below it can be a category's.
+// lines: at a line that starts with a time stamp and a blank. An entry that a crash has cut off may
+// be followed by the first entry of the next run in the middle of a line. So a time stamp there
+// begins an entry too, if the line below it can be a category's.
 //
-// Holds one entry at a time in memory, and what is longer than kLongest in parts.
+// Holds one entry at a time in memory; an entry longer than kLongest is read in parts.
 class UTIL_EXPORT LogReader {
  public:
   static constexpr std::size_t kLongest = std::size_t{16} << 20;
@@ -43,16 +43,17 @@ class UTIL_EXPORT LogReader {
   LogReader(const LogReader&) = delete;
   LogReader& operator=(const LogReader&) = delete;
 
-  // The next entry behind which another has begun. False if the file has no more for now; it may
-  // grow, and then there are more. Throws std::system_error, once, if the file cannot be read.
+  // Reads the next entry that is followed by the start of another. False if the file has no more
+  // for now; once it has grown, there may be more. Throws std::system_error, once, if the file
+  // cannot be read.
   bool next(LogEntry& to);
 
-  // What is left at the end of the file, without the line that rotation closes a file with. Once
-  // true, it is false.
+  // Reads what is left at the end of the file, without the line that rotation closes a file with.
+  // Returns true once, then false.
   bool rest(LogEntry& to);
 
-  // What is left, if it can stand as an entry and the file has not grown since the last call. Lines
-  // that come later and belong to it follow as an entry without fault.
+  // Reads what is left, if it can be an entry and the file has not grown since the last call. Lines
+  // of it that come later follow as an entry of their own, without a fault.
   bool settled(LogEntry& to);
 
   int descriptor() const { return descriptor_; }  // -1 once it is closed
@@ -83,9 +84,9 @@ class UTIL_EXPORT LogReader {
 // Whether the text is the time stamp of an entry: 19 characters, which sort as the times do.
 UTIL_EXPORT bool is_log_time(const std::string& text);
 
-// The newest entries of a rolling log, newest first, `count` at most. Looks into the last 64 KiB of
-// the file and of the one rotated before it, <log>.0, and into regular files only. Empty if there
-// is nothing to read. Throws std::system_error if a file cannot be read.
+// The newest entries of a rolling log, newest first, `count` at most. Searches the last 64 KiB of
+// the file and of the one rotated before it, <log>.0, and only regular files. Empty if there is
+// nothing to read. Throws std::system_error if a file cannot be read.
 UTIL_EXPORT std::vector<LogEntry> newest_log_entries(const std::string& log, std::size_t count);
 
 }  // namespace service

@@ -26,7 +26,7 @@ namespace service {
 
 class Registration;
 
-// The system refuses what was to be watched. what() says what and why, error_number() is the errno.
+// The system refused to watch something. what() says what and why, error_number() is the errno.
 class UTIL_EXPORT RegistrationError : public util::system_exception {
  public:
   RegistrationError(int error, std::string text);
@@ -38,9 +38,9 @@ class UTIL_EXPORT RegistrationError : public util::system_exception {
   std::string text_;
 };
 
-// Owns a registration with a Loop: when the handle goes, the callback is not called any more and
-// what it captured is destroyed. May be cancelled inside any callback, its own included (which then
-// lives until it returns), and may outlive the loop.
+// Owns a registration with a Loop: when the handle is destroyed, the callback is no longer called,
+// and what it captured is destroyed. May be cancelled inside any callback, its own included (which
+// then lives until it returns), and may outlive the loop.
 class UTIL_EXPORT Handle {
  public:
   Handle() noexcept;  // of nothing
@@ -50,7 +50,7 @@ class UTIL_EXPORT Handle {
 
   void cancel() noexcept;
 
-  // Waits for other events from now on. Only for what watch() returned; throws std::logic_error for
+  // Waits for other events from now on. Only for handles from watch(); throws std::logic_error for
   // anything else, RegistrationError if the system refuses.
   void change(uint32_t events);
 
@@ -64,19 +64,19 @@ class UTIL_EXPORT Handle {
   std::unique_ptr<Registration> registration_;
 };
 
-// Sub-loops and events get their turn and their slices as in any SuperLoop. The rest of each pass,
-// which that one sleeps away, is spent waiting for descriptors, timers, signals and children, whose
-// callbacks are called at once, on the thread that runs the loop. The last milliseconds of a pass
-// are slept nevertheless (a few, more on a machine that wakes up late, a tenth of the pass at
-// most); what comes then is served in the next pass. Events are run when the waiting is over, at
-// the end of the pass.
+// Sub-loops and events get their turns and time slices as in any SuperLoop. The rest of each pass,
+// which a SuperLoop sleeps, is spent waiting for descriptors, timers, signals and children, whose
+// callbacks are called at once, on the thread that runs the loop. Only the last milliseconds of a
+// pass are slept (a few, more on a machine that wakes up late, at most a tenth of the pass); what
+// arrives then is served in the next pass. Events are run after the waiting, at the end of the
+// pass.
 //
 // The loop's own clock is the monotonic one: setting the system time moves none of its timers.
 //
-// Callbacks may use the loop in every way but destroy it or run a pass of it. An exception that
-// leaves a callback ends the process. Nothing locks: a loop belongs to one thread, and so does its
-// logger. A process that was forked off may use its copy of the loop, from which the processes
-// watched by on_exit() are gone; neither disturbs the other one.
+// Callbacks may do anything with the loop except destroy it or run a pass of it. An exception that
+// escapes a callback ends the process. Nothing is locked: a loop belongs to one thread, and so does
+// its logger. A forked process may use its copy of the loop, which no longer watches the processes
+// of on_exit(); neither copy disturbs the other.
 class UTIL_EXPORT Loop : public util::SuperLoop {
  public:
   // The constructors throw util::system_exception if the system has no descriptors left.
@@ -87,42 +87,43 @@ class UTIL_EXPORT Loop : public util::SuperLoop {
   virtual ~Loop();  // unlike that of SuperLoop
 
   // Calls back with the epoll events that came, of those asked for (EPOLLIN, EPOLLOUT, ...) and
-  // EPOLLERR and EPOLLHUP, for as long as the descriptor is ready. The descriptor stays the
-  // caller's: cancel the handle, then close it. A descriptor that was closed first is forgotten, at
-  // the latest when its number is watched again. Throws RegistrationError for what cannot be
-  // watched: regular files and folders (EPERM), what is no descriptor (EBADF), what is watched
-  // already (EEXIST).
+  // EPOLLERR and EPOLLHUP, for as long as the descriptor is ready. The caller still owns the
+  // descriptor: cancel the handle, then close it. A descriptor that was closed first is forgotten,
+  // at the latest when its number is watched again. Throws RegistrationError for what cannot be
+  // watched: regular files and folders (EPERM), a number that is not a descriptor (EBADF), a
+  // descriptor that is already watched (EEXIST).
   Handle watch(int descriptor, uint32_t readiness, std::function<void(uint32_t)> callback);
 
   // Calls back once, `delay` milliseconds from now.
   Handle after(util::utime_t delay, std::function<void()> callback);
 
   // Calls back every `interval` milliseconds, which must not be 0, counted from now. The argument
-  // is how many calls were left out since the last one because the loop was busy.
+  // is the number of calls skipped since the last one because the loop was busy.
   Handle every(util::utime_t interval, std::function<void(uint64_t missed)> callback);
 
-  // Calls back when the process gets the signal, once for several that come before the loop looks.
-  // While anyone handles a signal so, the signal does nothing else; then the earlier disposition is
-  // back. Programs and processes that are started do not inherit it. Throws RegistrationError for
-  // what is no signal or cannot be handled (SIGKILL, SIGSTOP, faults such as SIGSEGV).
+  // Calls back when the process gets the signal, once for several that arrive before the loop
+  // looks. While a signal is handled this way, it has no other effect; afterwards the earlier
+  // disposition is restored. Programs and processes that are started do not inherit it. Throws
+  // RegistrationError for what is not a signal or cannot be handled (SIGKILL, SIGSTOP, faults such
+  // as SIGSEGV).
   Handle on_signal(int number, std::function<void()> callback);
 
   // Calls back once, when the child process has ended, with its status as waitpid() gives it, or -1
-  // if another part of the program has collected the status. Other children are left alone. Handles
-  // SIGCHLD meanwhile. Throws RegistrationError if it is not a child (ECHILD) or awaited already
+  // if another part of the program has collected it. Other children are left alone. Handles SIGCHLD
+  // meanwhile. Throws RegistrationError if it is not a child (ECHILD) or is already watched
   // (EEXIST).
   Handle on_exit(pid_t child, std::function<void(int status)> callback);
 
-  // The signals stop() the loop, as long as it lives.
+  // Each of the signals calls stop(), for as long as the loop lives.
   void stop_on(std::initializer_list<int> signals);
 
-  // Runs passes of `cycle` milliseconds until stop(), to the end of the pass: it returns up to a
-  // cycle later. What must happen promptly is done in the callback that calls stop(). After a
-  // stop() outside run() the next run() returns at once.
+  // Runs passes of `cycle` milliseconds until stop() is called, then finishes the pass, so it
+  // returns up to a cycle later. Do what must happen promptly in the callback that calls stop(). If
+  // stop() is called outside run(), the next run() returns at once.
   void run(util::utime_t cycle);
   void stop();
 
-  // One pass. Aborts inside another pass of the same loop.
+  // Makes one pass. Aborts if called inside another pass of the same loop.
   void runLoop(util::utime_t timeout) noexcept override;
 
   const char* name() override;  // "service::Loop"

@@ -10,7 +10,7 @@
 
 namespace service {
 
-// Measures a sub-loop: is added to a loop in its place, and runs it.
+// Measures a sub-loop: added to a loop in its place, it runs and times it.
 //
 //   service::LoopStatistics measured(sampler);
 //   loop.addEvent(&measured);

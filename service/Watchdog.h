@@ -17,16 +17,16 @@ namespace service {
 //   service::notify("READY=1");
 //   loop.run(1000);
 //
-// With WatchdogSec=10 in the unit, a daemon that hangs for ten seconds is ended and started again.
-// The cycle of the loop must be shorter than half of that time.
+// With WatchdogSec=10 in the unit, a daemon that hangs for ten seconds is killed and restarted. The
+// cycle of the loop must be shorter than half that time.
 class UTIL_EXPORT Watchdog final : public util::EventLoop {
  public:
-  // Does nothing if the service manager did not ask this process (WATCHDOG_USEC, WATCHDOG_PID).
-  // Failures to report are logged as WARNING, and tried again in the next pass. The logger is not
+  // Does nothing if the service manager did not ask this process (WATCHDOG_USEC, WATCHDOG_PID). If
+  // a report fails, this is logged as WARNING, and the next pass tries again. The logger is not
   // owned.
   explicit Watchdog(util::logger* log = util::logger::rootLogger());
 
-  // The time, in milliseconds, after which the service manager loses its patience; 0 if it did not
+  // The milliseconds after which the service manager takes the daemon for hung; 0 if it did not
   // ask.
   util::utime_t patience() const { return patience_; }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Between texts and raw bytes.
+// Conversions between texts and raw bytes.
 #pragma once
 
 #include "util/export.h"

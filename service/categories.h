@@ -10,16 +10,17 @@
 
 namespace service {
 
-// Enables the categories of a list such as "INFO, EVENT LOOP, -MEMORY", and disables those behind a
-// '-'. Blanks around a name do not count, those within do. A level brings the ones before it and
-// takes the ones behind it: "-INFO" leaves WARNING enabled.
+// Enables the categories of a list such as "INFO, EVENT LOOP, -MEMORY", and disables those with a
+// '-' before them. Blanks around a name are ignored, those within it are not. Enabling a level
+// enables those before it, and disabling one disables those after it: "-INFO" leaves WARNING
+// enabled.
 //
-// All or nothing: where a name is not that of a category, the logger stays as it is, the result is
-// false and `unknown`, if given, gets the unknown names appended, separated by ", ".
+// All or nothing: if a name is not that of a category, the logger is left as it is, the result is
+// false, and the unknown names, separated by ", ", are appended to `unknown` if given.
 UTIL_EXPORT bool apply_categories(util::logger& log, const std::string& list,
                                   std::string* unknown = nullptr);
 
-// All categories by name, one a line: "on  INFO" or "off EVENT LOOP".
+// All categories by name, one per line: "on  INFO" or "off EVENT LOOP".
 UTIL_EXPORT std::string list_categories(const util::logger& log);
 
 }  // namespace service

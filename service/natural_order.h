@@ -10,13 +10,13 @@
 
 namespace service {
 
-// strnatcmp() and, where that finds no difference, the bytes: no two different names are equal, so
-// a set loses none and a sorted list is the same each time.
+// Compares by strnatcmp() and, if that finds no difference, by bytes. No two different names are
+// equal, so a set loses none, and a sorted list is the same each time.
 struct UTIL_EXPORT NaturalLess {
   bool operator()(const std::string& a, const std::string& b) const;
 };
 
-// The same with strnatcasecmp(), which takes upper and lower case for equal at first.
+// The same with strnatcasecmp(): case decides only between names that are otherwise equal.
 struct UTIL_EXPORT NaturalCaseLess {
   bool operator()(const std::string& a, const std::string& b) const;
 };

@@ -7,7 +7,7 @@
 
 namespace service {
 
-// Tells the service manager that started this process how it is: "READY=1", "STOPPING=1",
+// Tells the service manager that started this process its state: "READY=1", "STOPPING=1" or
 // "STATUS=3 clients", several of them on lines of their own.
 //
 // Returns false, and does nothing, if no service manager asked for it (the environment variable

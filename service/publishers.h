@@ -5,7 +5,7 @@
 //   const auto recent = std::make_shared<service::RecentEntries>(100);
 //   root->setPublisher(new service::RepeatLimit(std::make_shared<service::Tee>(file, recent)));
 //
-// Where memory runs out, an entry is dropped and publish() returns -1. One thread logs.
+// If memory runs out, an entry is dropped and publish() returns -1. Log from one thread.
 #pragma once
 
 #include "util/Value.h"
@@ -36,7 +36,7 @@ struct UTIL_EXPORT LogMessage {
   util::Value value() const;
 };
 
-// Hands each entry to two publishers, in this order. A chain of them serves more.
+// Passes each entry to two publishers, in this order. Chain several to reach more.
 class UTIL_EXPORT Tee final : public util::publisher {
  public:
   Tee(std::shared_ptr<util::publisher> first, std::shared_ptr<util::publisher> second);
@@ -49,10 +49,10 @@ class UTIL_EXPORT Tee final : public util::publisher {
   const std::shared_ptr<util::publisher> second_;
 };
 
-// Sends each entry to the system log as one record "INFO: 3 clients (void serve(int))", of the
-// priority that belongs to its level: LOG_WARNING, LOG_INFO, LOG_DEBUG; LOG_INFO for categories
-// that are no level. An entry longer than `record_size` bytes is split between characters into
-// records "INFO [1/3]: ...". The program's own openlog(), if any, applies.
+// Sends each entry to the system log as one record "INFO: 3 clients (void serve(int))", with the
+// priority of its level: LOG_WARNING, LOG_INFO or LOG_DEBUG; LOG_INFO for categories that are not
+// levels. An entry longer than `record_size` bytes is split between characters into records "INFO
+// [1/3]: ...". The program's own openlog(), if any, applies.
 class UTIL_EXPORT SystemLog final : public util::publisher {
  public:
   explicit SystemLog(size_t record_size = 960);  // a record of 1,024 bytes with what syslog() adds
@@ -63,19 +63,18 @@ class UTIL_EXPORT SystemLog final : public util::publisher {
   const size_t record_size_;
 };
 
-// Lets `most` entries of one source position pass in `seconds`, and holds back further ones. Once
-// that time is over, the next entry of any position, or a flush(), tells how many:
+// Lets `most` entries from one source position pass in `seconds`, and holds back further ones. Once
+// that time is over, the next entry from any position, or a flush(), reports how many:
 //
 //   2007-03-01T14:05:09 void net::Server::accept()
 //   INFO: 8211 more held back since 2007-03-01T14:04:09: accept: %s
 //
-// A position is where, category and format; for more than 1,000 of them at a time nothing is held
-// back.
+// A position is where, category and format; beyond 1,000 of them at a time, nothing is held back.
 class UTIL_EXPORT RepeatLimit final : public util::publisher {
  public:
   explicit RepeatLimit(std::shared_ptr<util::publisher> to, unsigned most = 10,
                        unsigned seconds = 60);
-  ~RepeatLimit();  // tells what is held back
+  ~RepeatLimit();  // reports what is held back
 
   int publish(util::category& c, const char* where, const char* format, va_list args) override;
   void flush() override;
@@ -92,8 +91,9 @@ class UTIL_EXPORT RepeatLimit final : public util::publisher {
   const std::unique_ptr<Positions> positions_;
 };
 
-// Makes each entry one line of text to the eye: control bytes, line breaks among them, and what is
-// not UTF-8 become "\x1B". Nobody can forge an entry or take over a terminal by what is logged.
+// Makes the signature and the message of each entry one line of visible text each: control bytes,
+// including line breaks, and bytes that are not UTF-8 become escapes such as "\x1B". So logged text
+// can neither forge an entry nor take over a terminal.
 class UTIL_EXPORT VisibleText final : public util::publisher {
  public:
   explicit VisibleText(std::shared_ptr<util::publisher> to);
@@ -121,7 +121,7 @@ class UTIL_EXPORT RecentEntries final : public util::publisher {
   std::deque<LogMessage> entries_;
 };
 
-// Calls a function with each entry. What the function itself logs does not come to it. It must not
+// Calls a function with each entry. What the function itself logs is not passed to it. It must not
 // throw.
 class UTIL_EXPORT FunctionPublisher final : public util::publisher {
  public:

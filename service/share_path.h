@@ -8,9 +8,9 @@
 
 namespace service {
 
-// The folder that holds the share's files, below the base of its location whatever the share is
-// called: root_path() of the name that util::escape_string() makes, as the share's folder has it on
-// the disk. ".." becomes ".%2E".
+// The folder that holds the share's files, always inside the base folder of its location, whatever
+// the share is called: root_path() with the name as util::escape_string() escapes it, which is the
+// folder's name on disk. ".." becomes ".%2E".
 //
 // Throws util::bad_location if the share has no location, std::invalid_argument if its name is
 // empty or holds a slash or a NUL byte.

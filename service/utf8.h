@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Texts from elsewhere, names of files and devices among them, need not be UTF-8; what goes to a
-// page or into a JSON text must be.
+// Texts from elsewhere, such as names of files and devices, need not be UTF-8; what goes into a
+// page or a JSON text must be.
 #pragma once
 
 #include "util/export.h"
@@ -10,8 +10,8 @@
 
 namespace service {
 
-// `text` with U+FFFD for each sequence of bytes that is not UTF-8: overlong forms, surrogates,
-// characters beyond U+10FFFF and cut ones included.
+// `text` with U+FFFD for each sequence of bytes that is not UTF-8, which includes overlong forms,
+// surrogates, characters beyond U+10FFFF and truncated ones.
 UTIL_EXPORT std::string valid_utf8(const std::string& text);
 
 UTIL_EXPORT bool is_utf8(const std::string& text);

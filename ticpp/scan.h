@@ -6,13 +6,13 @@
 
 namespace ticpp {
 
-// A text for the parser ends with so many NUL bytes: a character cut short at the end makes the
+// A text for the parser ends with this many NUL bytes: a character cut short at the end makes the
 // parser step over the first of them.
 constexpr size_t kPadding = 8;
 
 // Walks over a text as the parser does, but without recursion, because the parser has no limits of
 // its own and reports no declaration that it cannot read. Throws an Exception, with row and column,
-// for what it must not be given.
+// for a text that the parser must not be given.
 void scan(const std::string& text);
 
 }  // namespace ticpp

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the parser takes for what. Inline, because property lists know it too, which may be built
-// with another TinyXML++.
+// The parser's syntax and our limits. Inline, because property lists use it too, and they may be
+// built with another TinyXML++.
 #pragma once
 
 #include <strings.h>
@@ -13,7 +13,7 @@
 
 namespace ticpp {
 
-// Beyond these a document would exhaust the stack, or the time, of whoever reads it.
+// A document beyond these limits would exhaust the stack or the time of its reader.
 constexpr int kMaxDepth = 1024;
 constexpr int kMaxAttributes = 256;
 
@@ -34,7 +34,7 @@ inline bool starts_with_mark(const char* text) {
          strncmp(text, "\xEF\xBF\xBF", 3) == 0;
 }
 
-// Beyond ASCII the parser asks the locale for blanks, and takes every byte for a letter.
+// Beyond ASCII the parser asks the locale what is a blank, and takes every byte for a letter.
 inline bool is_blank(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return c == ' ' || (c >= '\t' && c <= '\r') || (byte > 127 && isspace(byte) != 0);
@@ -55,7 +55,7 @@ constexpr bool is_escaped(char c) {
          c == '\'';
 }
 
-// The parser goes by the first byte of a character and takes what follows unseen.
+// The parser goes by the first byte of a character and does not look at the bytes that follow.
 inline size_t character_size(char lead) {
   return static_cast<size_t>(TiXmlBase::utf8ByteTable[static_cast<unsigned char>(lead)]);
 }

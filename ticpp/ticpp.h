@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
-// XML documents: the part of TinyXML++'s interface that the library and its clients use, over
+// XML documents: the part of TinyXML++'s interface that the library and its clients use, built on
 // TinyXML.
 //
-// A Document owns its tree. An Element that a look-up returns belongs to the tree, lives as long as
-// it and is never deleted by the caller. An Element built by name owns its XML node until it is
-// linked under another one; from then on the tree owns the node and the object is only a handle,
-// which may go at any time.
+// A Document owns its tree. An Element that a look-up returns belongs to the tree and lives as long
+// as it; the caller never deletes it. An Element built by name owns its XML node until it is linked
+// under another one; from then on the tree owns the node, and the object is only a handle, which
+// may be destroyed at any time.
 //
-// Every failure is an Exception. Numbers are read and written in the classic locale, whatever the
-// process has set.
+// Every failure throws an Exception. Numbers are read and written in the classic locale, whatever
+// the process has set.
 #pragma once
 
 #include "util/export.h"
@@ -26,8 +26,8 @@ namespace ticpp {
 class Element;
 class Tree;
 
-// what() begins with the library's message; then follows, where it is known, the place in the
-// document: "... (/plist/dict/integer, row 4, column 9)".
+// what() begins with the library's message; the place in the document follows if it is known: "...
+// (/plist/dict/integer, row 4, column 9)".
 class UTIL_EXPORT Exception : public std::exception {
  public:
   explicit Exception(const std::string& details);
@@ -52,13 +52,13 @@ class UTIL_EXPORT Node {
   std::string Value() const;
   bool NoChildren() const;
 
-  // Where it begins in the file that its document was read from, counted from 1; 0 where it was not
-  // read from a file or its document was changed.
+  // Where the node begins in the file that its document was read from, counted from 1; 0 if it was
+  // not read from a file or its document was changed.
   int Row() const;
   int Column() const;
 
-  // The first child element, or the next element with the same parent, of any name or of `name`.
-  // Where there is none: an exception, or with the flag false a null pointer. No look-up allocates
+  // The first child element, or the next element with the same parent, of any name or of `name`. If
+  // there is none, throws or, with the flag false, returns a null pointer. No look-up allocates
   // memory for an element that was looked up before.
   Element* FirstChildElement(bool throwIfNoChildren = true) const;
   Element* FirstChildElement(const char* name, bool throwIfNoChildren = true) const;
@@ -67,10 +67,10 @@ class UTIL_EXPORT Node {
   Element* NextSiblingElement(const char* name, bool throwIfNoSiblings = true) const;
   Element* NextSiblingElement(const std::string& name, bool throwIfNoSiblings = true) const;
 
-  // Makes the XML node of `child`, which is not linked yet, the last child of this one and its
-  // tree the owner. `child` itself stays with the caller. Returns `child`; throws, and changes
-  // nothing, for a null pointer, a document, a child that is linked already and one that holds
-  // this node.
+  // Makes the XML node of `child`, which must not be linked yet, the last child of this one. The
+  // tree takes ownership of that node; `child` itself stays with the caller. Returns `child`.
+  // Throws, and changes nothing, for a null pointer, a document, a child that is already linked or
+  // one that holds this node.
   Node* LinkEndChild(Node* child);
 
  protected:
@@ -85,17 +85,17 @@ class UTIL_EXPORT Element : public Node {
  public:
   explicit Element(const std::string& name);
 
-  // The element's text: that of its first child, where this is a text. An element without text
-  // throws; with the flag false it gives an empty text, and leaves `*value` as it was.
+  // The element's text: that of its first child, if this is a text. If the element has no text,
+  // throws or, with the flag false, returns an empty text and leaves `*value` as it was.
   std::string GetText(bool throwIfNotFound = true) const;
   std::string GetTextOrDefault(const std::string& text) const;
 
   // Reads a value by stream extraction from the start of the text; what follows it is ignored. A
-  // std::string gets the whole text. Throws where the text does not start with such a value.
+  // std::string gets the whole text. Throws if the text does not start with such a value.
   template <class T>
   void GetText(T* value, bool throwIfNotFound = true) const;
 
-  // Replaces the text, or puts one before the first child, by stream insertion. An empty text on
+  // Replaces the text, or puts one before the first child, using stream insertion. An empty text on
   // an element without children leaves an empty text node.
   template <class T>
   void SetText(const T& value) {
@@ -131,7 +131,7 @@ class UTIL_EXPORT Element : public Node {
   static bool convert(const std::string& text, T* value);
 };
 
-// The line <?xml version="..." encoding="..." standalone="..." ?>; an empty text is left out.
+// The line <?xml version="..." encoding="..." standalone="..." ?>; an empty one is left out.
 class UTIL_EXPORT Declaration : public Node {
  public:
   Declaration(const std::string& version, const std::string& encoding,
@@ -142,16 +142,15 @@ class UTIL_EXPORT Document : public Node {
  public:
   Document();
 
-  // Replaces the document by the content of `file`, up to its first NUL byte: after a loss of power
-  // zeros may follow a whole document. Throws "Couldn't load <file>: <reason>" if the file cannot
-  // be read or parsed, and for what would exhaust the stack or the time of whoever reads it:
-  // elements nested deeper than 1,024, an element with more than 256 attributes. The document is
-  // empty then.
+  // Replaces the document with the content of `file` up to its first NUL byte: after a power
+  // failure, zeros may follow a complete document. Throws "Couldn't load <file>: <reason>" if the
+  // file cannot be read or parsed, or would exhaust the stack or the time of its reader: elements
+  // nested deeper than 1,024, an element with more than 256 attributes. The document is then empty.
   void LoadFile(const std::string& file);
 
-  // Writes the document to `file`, emptying an existing one in place. Throws "Couldn't save <file>:
-  // <reason>", before the file is opened for a document that LoadFile() would refuse, and for every
-  // failure of opening, writing, flushing and closing; errno is then that call's.
+  // Writes the document to `file`, truncating an existing one in place. Throws "Couldn't save
+  // <file>: <reason>" for a document that LoadFile() would refuse, before the file is opened, and
+  // if opening, writing, flushing or closing fails; errno is then that of the failed call.
   void SaveFile(const std::string& file) const;
 
  private:

@@ -12,7 +12,7 @@
 
 namespace ticpp {
 
-// What belongs to a tree beside its nodes.
+// What belongs to a tree besides its nodes.
 class Tree {
  public:
   // One for each node that was looked up; the node's user data points to it.
@@ -26,7 +26,7 @@ class Tree {
   // The text that the tree was read from, as the parser had it; empty once the tree was changed.
   std::string text;
 
-  // The same tree with its rows counted, from when they are first asked for.
+  // The same tree with its rows counted, made when they are first asked for.
   std::unique_ptr<TiXmlDocument> counted;
 
  private:
@@ -37,7 +37,7 @@ class Tree {
   std::deque<Kept> elements_;
 };
 
-// The nodes that are made here carry the elements looked up below them.
+// Nodes that are made here carry the elements looked up below them.
 struct Root : TiXmlDocument {
   Tree tree;
 };
@@ -52,8 +52,8 @@ struct Built : TiXmlElement {
 // declaration.
 Tree& tree_of(TiXmlNode& node, Tree* tree);
 
-// What knows the row of `node`; null for what was not read from a file. Rows are not counted while
-// reading, which would take a fifth of its time, but here once more.
+// The node that knows the row of `node`; null if that was not read from a file. Rows are counted
+// here, by reading the text again: counting while loading would take a fifth of the time.
 const TiXmlNode* counted(const TiXmlNode& node, Tree* tree);
 
 // Throws an Exception of the text and " (/plist/dict, row 3, column 5)".

@@ -8,14 +8,14 @@
 
 namespace util {
 
-// Signs messages with a secret key and checks such signatures. A scheme derives from it; a class
-// that overrides sign() needs `using Authenticator::sign;` for the form that returns a text.
+// Signs messages with a secret key and verifies signatures. Each scheme is a derived class; one
+// that overrides sign() needs `using Authenticator::sign;` to keep the form that returns a string.
 //
-// Destroy a scheme through its own class: this one's destructor is not virtual. One object may be
+// Destroy a scheme through its own class, because this destructor is not virtual. One object may be
 // used from several threads at once.
 class UTIL_EXPORT Authenticator {
  public:
-  // `id` names the scheme to the peers.
+  // `id` tells peers which scheme this is.
   Authenticator(const byte_string& key, const std::string& id);
   ~Authenticator() = default;  // Kept: not virtual, the dispatch table has two entries only.
 
@@ -27,7 +27,7 @@ class UTIL_EXPORT Authenticator {
   // Whether `sig` is exactly the signature of `data`.
   virtual bool verify(const byte_string& data, const byte_string& sig) = 0;
 
-  // The signature of `data` in lower-case hexadecimal digits, two a byte.
+  // The signature of `data` in lower-case hexadecimal, two digits per byte.
   std::string sign(const byte_string& data);
 
  protected:

@@ -8,20 +8,21 @@
 
 namespace util {
 
-// An action done once, some time after it was added to a SuperLoop. Made with plain `new`, of a
-// type without an alignment of its own; the loop releases its memory after the run. An event that a
-// loop still has, also one that is being run, must not be added again: it would be released twice.
-// Nothing checks this. Its copy may be added.
+// An action that runs once, some time after it is added to a SuperLoop. Create it with plain `new`,
+// and do not over-align its type: the loop frees its memory after the run. Never add an event that
+// a loop still holds, not even while it runs: it would be freed twice, and nothing checks this. A
+// copy of it may be added.
 //
-// Kept: no destructor of a derived class is called then. An event frees in run() what it holds.
+// Kept: destructors of derived classes are not called. An event releases in run() what it owns.
 class UTIL_EXPORT Event {
  public:
-  // Acts, within about `timeslice` milliseconds. Handles its own errors: an exception that leaves
-  // it ends the process.
+  // Performs the action, within about `timeslice` milliseconds. Must handle its own errors: an
+  // exception that escapes ends the process.
   virtual void run(utime_t timeslice) = 0;
 
-  // Unsized, so that an event of any size may be deleted as an Event. Always inline, so that
-  // compilers see that it belongs to the ordinary `new`, which is why there is none beside it.
+  // Unsized, so that an event of any size can be deleted as an Event. Always inline, so that
+  // compilers see that it matches the ordinary `new`, which is why no operator new is declared
+  // here.
   // NOLINTNEXTLINE(misc-new-delete-overloads,cert-dcl54-cpp)
   __attribute__((always_inline)) static void operator delete(void* p) { ::operator delete(p); }
 };

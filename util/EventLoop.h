@@ -6,17 +6,17 @@
 
 namespace util {
 
-// Work that is done in rounds, one a pass of the SuperLoop it was added to.
+// Work that is done in rounds, one in each pass of the SuperLoop it was added to.
 //
-// Kept: its destructor is not virtual, loops are never destroyed through this class.
+// Kept: the destructor is not virtual; loops are never destroyed through this class.
 class UTIL_EXPORT EventLoop {
  public:
-  // Does one round of work within about `timeslice` milliseconds. Handles its own errors: an
-  // exception that leaves it ends the process.
+  // Does one round of work within about `timeslice` milliseconds. Must handle its own errors: an
+  // exception that escapes ends the process.
   virtual void runLoop(utime_t timeslice) = 0;
 
-  // For diagnostics; asked for once a pass, stays valid until the round is done. "<<unknown>>"
-  // unless overridden.
+  // A name for diagnostics, "<<unknown>>" unless overridden. Requested once per pass; must stay
+  // valid until the round is done.
   virtual const char* name();
 };
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The appliance's configuration: the records that hold it, their printers, and the reader of the
-// document that it is kept in.
+// XML document that stores it.
 #pragma once
 
 #include "util/export.h"
@@ -10,34 +10,34 @@
 #include <list>
 #include <string>
 
-// How much the reader tells about its work on standard output, one line each: 0 nothing, 1 the file
-// that it reads, 2 every element that it looks for and the whole database when it is done, the
-// passwords in it included.
+// What the reader traces to standard output, one item per line: 0 nothing, 1 the file that it
+// reads, 2 also every element that it looks for and, at the end, the whole database with its
+// passwords.
 extern UTIL_EXPORT int __g_util_NASConfDB_debug;
 
 namespace util {
 
 using ::__g_util_NASConfDB_debug;
 
-// The 0 of each: the document does not say, or uses a word that is not known.
+// The enumerator 0 of each means that the document does not say, or uses an unknown word.
 enum NASShareType : int { NoType, Public, Private };
 enum NASShareStatus : int { NoStatus, Active, Suspended };
 enum NASShareLocation : int { NoLocation, InternalShare, ExternalShare };
 enum NASAccessType : int { None, ReadOnly, Full };
 
-// The word of the document for an enumerator, "" for the 0 of each.
+// The document's word for an enumerator; "" for 0.
 UTIL_EXPORT const char* word_of(NASShareType type);
 UTIL_EXPORT const char* word_of(NASShareStatus status);
 UTIL_EXPORT const char* word_of(NASShareLocation location);
 UTIL_EXPORT const char* word_of(NASAccessType type);
 
-// Asked where a share is whose location is not known.
+// The folder of a share without a known location was asked for.
 class UTIL_EXPORT bad_location : public std::exception {
  public:
   const char* what() const noexcept override;
 };
 
-// The power settings of a hard disk, numbers as the document has them.
+// The power settings of a hard disk, with the numbers as they stand in the document.
 struct NASDisk {
   std::string device;
   int inactivityperiod = 0;
@@ -52,7 +52,7 @@ struct NASSystem {
   bool dhcpenabled = false;
   std::string timezone;
   bool printenabled = false;
-  std::string webgui_adminpasswd;  // as stored, empty for none
+  std::string webgui_adminpasswd;  // as stored; empty if there is none
   std::string webgui_protocol;
   std::list<NASDisk> disks;
   std::string platform;
@@ -74,7 +74,7 @@ struct NASMount {
   std::string options;
 };
 
-// Who the file-sharing server is in its network.
+// How the file-sharing server presents itself on its network.
 struct NASSamba {
   std::string netbiosname;
   std::string workgroup;
@@ -95,8 +95,9 @@ struct NASShare {
   NASShareLocation location = NoLocation;
   std::list<NASAccess> users;
 
-  // The folder that holds the share's files: its name below the base of its location. The name is
-  // not looked at: one like "../x" leads out of there. Throws bad_location for NoLocation.
+  // The folder that holds the share's files: the base folder of its location, then its name. The
+  // name is not checked: one like "../x" leads out of the base folder. Throws bad_location for
+  // NoLocation.
   UTIL_EXPORT std::string root_path() const;
 };
 
@@ -105,26 +106,25 @@ struct NASUser {
   int uid = -1;  // -1 for none
 };
 
-// Something in a document that is not as its author meant it.
+// A probable mistake in a document.
 struct NASFinding {
-  bool fault;        // the reader refuses the document; otherwise it ignores what is there
+  bool fault;        // true: the reader refuses the document; false: it ignores this part
   int row;           // where in the file, counted from 1
   int column;        // counted from 1
-  std::string text;  // for a person, with parts of the document as they are
+  std::string text;  // for people; quotes the document verbatim
 };
 
-// The configuration as it was when the object was made. Lists are in document order.
+// The configuration as it was when the object was constructed. Lists are in document order.
 class UTIL_EXPORT NASConfDB {
  public:
-  // Reads the document at `path`. Throws ticpp::Exception where it cannot be read or parsed, where
-  // a required element is missing, an element has no text, or a number is malformed; what() says
-  // where in the document. Words that are not known are no error: they give the enumerator 0, or
-  // false.
+  // Reads the document at `path`. Throws ticpp::Exception if it cannot be read or parsed, a
+  // required element is missing, an element has no text, or a number is malformed; what() says
+  // where in the document. Unknown words are not errors: they give the enumerator 0, or false.
   NASConfDB(const std::string& path);
 
-  // Everything that is wrong with the document at `path`, in its order: the constructor throws if
-  // and only if there is a fault among the findings, or if this throws. Throws ticpp::Exception if
-  // the file cannot be read or parsed.
+  // Everything that is wrong with the document at `path`, in document order. The constructor throws
+  // if and only if one of the findings is a fault, or if this function throws. Throws
+  // ticpp::Exception if the file cannot be read or parsed.
   static std::list<NASFinding> check(const std::string& path);
 
   int get_version() const { return version; }  // of the document's format
@@ -150,9 +150,9 @@ class UTIL_EXPORT NASConfDB {
   std::list<NASUser> users;
 };
 
-// Print on one line, without an end of line: an enumerator as its name, a record as
-// "user(name: guest; uid: 1001)". The stream's base and width have no influence, its flags stay as
-// they are; a width that is set is used up. Strings are written as they are, passwords too.
+// Print on one line, without a line feed: an enumerator as its name, a record as "user(name: guest;
+// uid: 1001)". The stream's base and width have no effect; its flags are left unchanged, and a
+// width that was set is reset. Strings are written verbatim, passwords included.
 UTIL_EXPORT std::ostream& operator<<(std::ostream& os, NASShareType type);
 UTIL_EXPORT std::ostream& operator<<(std::ostream& os, NASShareStatus status);
 UTIL_EXPORT std::ostream& operator<<(std::ostream& os, NASShareLocation location);

@@ -9,15 +9,15 @@
 
 namespace util {
 
-// A network interface of this host with its IP and hardware addresses, as the kernel gave them
-// when it was asked; a value that does not follow later changes.
+// A network interface of this host with its IP and hardware addresses, as the kernel reported them:
+// a snapshot, which does not follow later changes.
 class UTIL_EXPORT NetworkInterface {
  public:
-  // The interfaces that have an IP address, up or down, by name in plain string order ("eth10"
-  // before "eth2"). An alias ("eth0:1") counts as an interface.
+  // The interfaces that have an IP address, up or down, sorted by name in plain string order
+  // ("eth10" before "eth2"). An alias ("eth0:1") counts as an interface.
   //
-  // Throws system_exception where the kernel refuses; there is no partial result. May be called
-  // from several threads at once.
+  // Throws system_exception if the kernel refuses; there is no partial result. May be called from
+  // several threads at once.
   static std::vector<NetworkInterface> get_interfaces();
 
   // "192.168.1.10" for 4 bytes; "fe80:0:0:0:21a:2bff:fe3c:4d5e", never shortened by "::", for 16;

@@ -19,17 +19,17 @@
 
 namespace util {
 
-// What the loop logs is of category EVENT_LOOP && DEBUG; late sub-loops are logged as WARNING.
+// The loop logs under EVENT_LOOP && DEBUG, and late sub-loops under WARNING.
 static category EVENT_LOOP("EVENT LOOP");
 
-// Shares the time of each pass among sub-loops and fires timed events. A loop may be a sub-loop of
+// Divides the time of each pass among sub-loops and runs timed events. A loop may be a sub-loop of
 // another one.
 //
-// Sub-loops are not owned and stay valid while they are in the loop. Events are owned from the
-// moment they are added; those still queued at the end are released without being run.
+// Sub-loops are not owned and must stay valid while they are in the loop. Events are owned from the
+// moment they are added; those still queued when the loop is destroyed are freed without being run.
 //
-// Sub-loops and events may add and remove on the loop that runs them: this takes effect at the end
-// of the pass. Nothing locks; all happens on one thread.
+// Sub-loops and events may add to and remove from the loop that runs them; this takes effect at the
+// end of the pass. Nothing is locked: a loop belongs to one thread.
 class UTIL_EXPORT SuperLoop : public EventLoop {
  public:
   SuperLoop();                            // logs to the root logger
@@ -38,29 +38,30 @@ class UTIL_EXPORT SuperLoop : public EventLoop {
   SuperLoop& operator=(const SuperLoop&) = delete;
   ~SuperLoop();
 
-  // One pass: a round of each sub-loop, every expired event, sleep until `timeout` milliseconds
-  // have passed since its start, then what was added and removed meanwhile. An exception that
-  // escapes a sub-loop or an event ends the process.
+  // Makes one pass: runs a round of each sub-loop and every expired event, sleeps until `timeout`
+  // milliseconds have passed since its start, then adds and removes what was asked for meanwhile.
+  // An exception that escapes a sub-loop or an event ends the process.
   //
   // Kept: without a sub-loop no event is run. Each sub-loop and event is given an equal share of
-  // what its forerunners left of `timeout`; a sub-loop that uses up more than all of it is late,
-  // events may overrun unnoticed.
+  // what those before it left of `timeout`. The share is advisory: a sub-loop that takes more than
+  // all that was left is late, and events may overrun unnoticed.
   void runLoop(utime_t timeout) noexcept override;
 
   const char* name() override;  // "util::SuperLoop"
 
-  // A loop added twice runs twice a pass. Aborts where it is this loop itself.
+  // A loop that is added twice runs twice per pass. Aborts if `loop` is this loop itself.
   void addEvent(EventLoop* loop);
 
-  // All its occurrences. Does nothing where it is not there. A loop added and removed during one
-  // pass is absent afterwards, whatever the order. Within a pass it may still have its round.
+  // Removes all occurrences of `loop`, if there are any. A loop that is added and removed during
+  // one pass is absent afterwards, whatever the order. It may still have its round in that pass.
   void removeEvent(EventLoop* loop);
 
-  // Runs `event` in the first pass that finds `when` expired, then releases it. It cannot be taken
-  // back, nor added again while a loop has it. If this throws, the event stays the caller's.
+  // Runs `event` in the first pass that finds `when` expired, then frees it. It cannot be removed,
+  // and must not be added again while a loop holds it. If this throws, the caller still owns the
+  // event.
   void addEvent(Event* event, Timer when);
 
-  // What runs now, for diagnostics: the sub-loop's name, "util::SuperLoop::Events",
+  // What is running, for diagnostics: the sub-loop's name, "util::SuperLoop::Events",
   // "util::SuperLoop::Erasure" or "<<none>>".
   const char* current_loop() const { return current_loop_name; }
 

@@ -6,10 +6,10 @@
 
 namespace util {
 
-// An instant of expiry, copied by value; also the library's clock and its sleep. All times are
-// milliseconds.
+// An instant of expiry, copied by value; also the library's clock and sleep function. All times are
+// in milliseconds.
 //
-// Kept: the clock is the wall clock. Setting the system time lets timers expire early or late.
+// Kept: the clock is the wall clock. Setting the system time makes timers expire early or late.
 class UTIL_EXPORT Timer {
  public:
   // Expires `delay` from now.
@@ -23,16 +23,16 @@ class UTIL_EXPORT Timer {
 #elif __GNUC__ >= 10
 #pragma GCC diagnostic ignored "-Wvolatile"
 #endif
-  // Since the epoch, truncated to the millisecond.
+  // The time since the epoch, truncated to the millisecond.
   static volatile utime_t now();
 #pragma GCC diagnostic pop
 
-  // Blocks the thread. Signals do not shorten it; ends early, without a report, where the system
-  // refuses to sleep.
+  // Blocks the thread. Signals do not shorten the sleep; if the system refuses to sleep, it ends
+  // early without an error.
   static void sleep(utime_t ms);
 
-  // Strictly after the instant of expiry: not yet during its very millisecond, so that an event
-  // which is added again for the length of a pass runs in every other pass.
+  // True after the instant of expiry, but not during that very millisecond, so an event that is
+  // added again for the length of a pass runs in every other pass.
   bool expired() const { return expired(now()); }
   bool expired(utime_t instant) const { return expires < instant; }
 

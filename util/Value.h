@@ -32,7 +32,7 @@ enum Type : int {
   VOID,
 };
 
-// A value was read or written as what it is not.
+// A value was read or written as a kind that it is not.
 class UTIL_EXPORT type_exception : public std::exception {
  public:
   type_exception(std::string text);
@@ -49,13 +49,13 @@ class UTIL_EXPORT type_exception : public std::exception {
 // allocation.
 //
 // What it holds is read and changed through conversions, `int i = v;` or
-// `static_cast<value_struct&>(v)["key"] = "text";`. Converting to another kind than get_type()
+// `static_cast<value_struct&>(v)["key"] = "text";`. Converting to a kind other than get_type()
 // writes "<actual> is not <expected>" to standard error and throws type_exception with that text.
 //
 // Copying, destroying and printing recurse: 10,000 levels are safe on a stack of 8 MiB.
 class UTIL_EXPORT Value {
  public:
-  // Holds its argument, and nothing without one.
+  // Holds the argument, or nothing if there is none.
   Value() : type(VOID) {}
   Value(int number) : type(INTEGER) { value._int = number; }
   Value(bool flag) : type(BOOLEAN) { value._bool = flag; }
@@ -68,15 +68,15 @@ class UTIL_EXPORT Value {
   Value(value_struct entries) : type(STRUCT), _struct(std::move(entries)) {}
   Value(value_array elements) : type(ARRAY), _array(std::move(elements)) {}
 
-  // Takes the kind and only the payload that the kind names; what else set_type() may have left
-  // behind in `from` stays there.
+  // Takes the kind and only the payload of that kind; others that set_type() may have left in
+  // `from` stay there.
   Value(const Value& from);
   Value(Value&& from) noexcept;
   ~Value() = default;
 
-  // Takes over everything, payloads that the kind does not name included. `from` may be a part of
-  // this value; a value is copied, never moved, into a part of itself. Where copying throws, this
-  // value is as before.
+  // Takes everything, including payloads of other kinds. `from` may be a part of this value; a
+  // value is copied, never moved, into a part of itself. If copying throws, this value is
+  // unchanged.
   Value& operator=(const Value& from);
   Value& operator=(Value&& from) noexcept;
 
@@ -86,11 +86,11 @@ class UTIL_EXPORT Value {
   // Prints for people: ("a" = 1, "b" = (x, true)), instants as local time, bytes as hexadecimal
   // numbers, VOID as *VOID*.
   //
-  // Printing a byte string leaves the stream in hexadecimal with the fill character '0', an empty
-  // one also with a field width of 2.
+  // Printing a byte string leaves the stream in hexadecimal with the fill character '0'; printing
+  // an empty one also leaves a field width of 2.
   void print(std::ostream& os) const;
 
-  // What the value holds, to read and to change; a type_exception where that is of another kind.
+  // What the value holds, to read and to change. Throws type_exception if it is of another kind.
   operator int&() { return checked(INTEGER, value._int); }
   operator const int&() const { return checked(INTEGER, value._int); }
   operator bool&() { return checked(BOOLEAN, value._bool); }
@@ -137,7 +137,8 @@ class UTIL_EXPORT Value {
   value_array _array;
 };
 
-// Prints const values and temporaries. A template yields to a program's own function of this kind.
+// Prints const values and temporaries. A template, so that a program's own overload for Value takes
+// precedence.
 template <class T>
 typename std::enable_if<std::is_same<T, Value>::value, std::ostream&>::type operator<<(
     std::ostream& os, const T& v) {

@@ -6,7 +6,7 @@
 namespace util {
 
 // The board's status lines as of the last refresh(), which asks the kernel for them through
-// /proc/resource_dump. Reports no errors: on a board that cannot be asked every line is low.
+// /proc/resource_dump. Errors are not reported: if the kernel cannot be asked, every line is low.
 //
 // Two objects that refresh at the same time may see each other's answer.
 class UTIL_EXPORT ZEB_GPIO {
@@ -28,10 +28,10 @@ class UTIL_EXPORT ZEB_GPIO {
   // Takes a new sample.
   void refresh();
 
-  // The sample itself, 0 before the first one and where none could be taken.
+  // The raw sample; 0 before the first one and if none could be taken.
   unsigned int getValue() const { return value; }
 
-  // True for a line that is high; false for what is no pin.
+  // True if the line is high; false if `pin` is not a pin.
   bool getPin(Pin pin) const;
 
   // How many drives are fitted, 1 or 2.
@@ -39,7 +39,7 @@ class UTIL_EXPORT ZEB_GPIO {
 
   HardwareRevision getHardwareRevision() const { return straps_low() ? Revision2 : Revision3; }
 
-  // Unknown where the alarm lines contradict each other: high without middle.
+  // Unknown if the alarm lines contradict each other: high without middle.
   Temperature getTemperature() const { return getPin(TemperatureHigh) ? high() : below_high(); }
 
  private:

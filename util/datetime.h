@@ -9,14 +9,14 @@
 
 namespace util {
 
-// The instant that the whole of `str` names in the format of strptime(). 0, like the epoch itself,
-// where it does not match or anything is left over, a trailing blank or NUL included. Fields that
-// the format does not set are 0. 30 February counts as 2 March. An instant that the C library
-// cannot represent gives -1000 as an unsigned number.
+// The instant that the whole of `str` gives in a format of strptime(). 0, like the epoch itself, if
+// it does not match or anything is left over, even a trailing blank or NUL. Fields that the format
+// does not set are 0. 30 February counts as 2 March. An instant that the C library cannot represent
+// gives -1000 as an unsigned number.
 UTIL_EXPORT utime_t parse_time(const std::string& str, const char* format);
 
-// `t`, its milliseconds dropped, in the format of strftime(). Empty where the text would be longer
-// than 255 characters or the C library has no local time for the instant.
+// `t` without its milliseconds, in a format of strftime(). Empty if the text would be longer than
+// 255 characters or the C library has no local time for the instant.
 UTIL_EXPORT std::string unparse_time(utime_t t, const char* format);
 
 }  // namespace util

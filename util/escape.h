@@ -3,9 +3,10 @@
 //
 //   "  %22    %  %25    *  %2A    :  %3A    <  %3C    >  %3E    ?  %3F    \  %5C    |  %7C
 //
-// and %2E for a '.' that ends the name. Upper-case digits only; no general URL codec.
+// and %2E for a '.' that ends the name. Only upper-case digits are used; this is not a general URL
+// codec.
 //
-// The two functions are not inverse to each other: "%5C" unescapes to nothing, a '%' that already
+// The two functions are not inverses of each other: "%5C" unescapes to nothing, a '%' that already
 // introduces a sequence is not escaped again, and a sequence cut short by a '%' loses a character.
 // Any bytes are accepted, NUL and those above 127 included.
 #pragma once
@@ -17,12 +18,13 @@
 namespace util {
 
 // `s` with the reserved characters replaced. A '%' becomes "%25" unless it introduces one of the
-// nine sequences ("%2E" is none) or has fewer than two characters behind it; alone it does too.
+// nine sequences ("%2E" is not one of them) or fewer than two characters follow it; a text that is
+// only "%" is escaped too.
 UTIL_EXPORT std::string escape_string(const std::string& s);
 
-// `s` with the sequences replaced by their characters; "%2E" only where it ends the text. What is
-// no sequence stays as it is. A NUL behind a '%' ends the sequence and is dropped with what
-// remains of it.
+// `s` with the sequences replaced by their characters; "%2E" only at the end of the text.
+// Everything else stays as it is. A NUL after a '%' ends the sequence and is dropped with the rest
+// of it.
 UTIL_EXPORT std::string unescape_string(const std::string& s);
 
 }  // namespace util

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-// Logging: categories label messages, loggers let them pass or not, publishers write them.
+// Logging: categories label messages, loggers decide which ones pass, publishers write them.
 //
 //   util::logger* log = util::logger::getLogger("net");
 //   log->enable(util::DEBUG);
 //   log->setPublisher(new util::rolling_file_publisher("/var/log/net", 1 << 20, 4));
 //   UTIL_LOG(log, util::INFO, "%d interfaces", count);
 //
-// Nothing here locks: one thread logs.
+// Nothing here is locked: log from one thread.
 #pragma once
 
 #ifdef DEBUG
@@ -29,19 +29,19 @@
 
 namespace util {
 
-// The label of a message and the switch by which a logger lets it through. Categories of one name
-// share one identity, in whatever source file they are declared.
+// The label of a message, by which a logger decides whether it passes. Categories of the same name
+// share one identity, whichever source file declares them.
 //
-// Named categories enter a registry that holds the address of the first one of each name: declare
-// them at namespace scope, where they live as long as the process.
+// A registry holds the address of the first category of each name: declare them at namespace scope,
+// where they live as long as the process.
 class UTIL_EXPORT category {
  public:
-  // A category with an identity of its own choice. Moves the counter to `id`, also backwards,
-  // unless the name is registered already.
+  // A category with a chosen identity. Moves the counter to `id`, even backwards, unless the name
+  // is already registered.
   category(uint64_t mask, unsigned int id, const char* name);
 
   // A module's own category: gets the next identity, or that of the category already registered
-  // under the name, and the mask bit of that number. Aborts where the counter has become negative.
+  // under the name, and the mask bit of that number. Aborts if the counter has become negative.
   category(std::string name);
 
   category(const category&) = default;
@@ -52,7 +52,7 @@ class UTIL_EXPORT category {
   uint64_t mask() const { return _mask; }
   std::string name() const { return _name; }
 
-  // Passes where both would pass; named "<this>|<other>", id 0, not registered.
+  // A category that passes if both would pass; named "<this>|<other>", id 0, not registered.
   category operator&&(const category& other) const;
 
   bool equal_to(const category& other) const { return _id == other._id && _mask == other._mask; }
@@ -79,8 +79,8 @@ class UTIL_EXPORT category {
   std::string _name;
 };
 
-// A clash of category names. Not thrown by the library: a second category of a name shares the
-// identity of the first.
+// A clash of category names. Not thrown by the library: a second category with the same name shares
+// the identity of the first.
 class UTIL_EXPORT duplicate_category : public std::exception {
  public:
   ~duplicate_category() override = default;
@@ -103,15 +103,15 @@ static category TIMING("TIMING");
 // completely all the same, see logger::setPublisher().
 class UTIL_EXPORT publisher {
  public:
-  // Writes one entry and returns the number of characters it came to. `where` ends the first line,
-  // `format` and `args` make the message. `c` is the message's own copy.
+  // Writes one entry and returns its length in characters. `where` ends the first line, `format`
+  // and `args` make the message. `c` is the message's own copy.
   virtual int publish(category& c, const char* where, const char* format, va_list args) = 0;
 
-  // Pushes out what is buffered.
+  // Writes out what is buffered.
   virtual void flush();
 };
 
-// Writes to a stream, which it owns: the destructor closes it. With a null stream entries are
+// Writes to a stream, which it owns: the destructor closes it. If the stream is null, entries are
 // dropped.
 class UTIL_EXPORT file_publisher : public publisher {
  public:
@@ -158,7 +158,7 @@ class UTIL_EXPORT syslog_publisher : public publisher {
 class UTIL_EXPORT rolling_file_publisher : public file_publisher {
  public:
   // `limit` in bytes; 0 or less never rotates. A `count` of 0 or 1 keeps no old file: the file is
-  // emptied in place. An existing file is appended to and its size counted.
+  // emptied in place. An existing file is appended to, and its size counts.
   rolling_file_publisher(const char* path, off_t limit, size_t count);
   rolling_file_publisher(const rolling_file_publisher&) = delete;
   rolling_file_publisher& operator=(const rolling_file_publisher&) = delete;
@@ -180,7 +180,7 @@ class UTIL_EXPORT rolling_file_publisher : public file_publisher {
   char* buffer;
 };
 
-// Decides which messages pass, hands them to its publisher and, where asked to, to those of its
+// Decides which messages pass, hands them to its publisher and, if asked to, to those of its
 // ancestors, and remembers the source position of the last logging call, passed or not (the
 // checkpoint).
 //
@@ -190,19 +190,21 @@ class UTIL_EXPORT logger {
   logger(const logger&) = delete;
   logger& operator=(const logger&) = delete;
 
-  // At first: nothing enabled, publishing to standard error, checkpointing on.
+  // Initially nothing is enabled, messages go to standard error and checkpointing is on.
   static logger* rootLogger();
 
   // The logger of that name directly below this one or, with getLogger(), below the root, where the
-  // empty name is the root itself. A new one starts with a copy of its parent's enabled bits, which
-  // later changes of the parent do not reach, without a publisher, using its parent's.
+  // empty name is the root itself. A new logger starts with a copy of its parent's enabled
+  // categories, which later changes to the parent do not affect, and without a publisher of its
+  // own: it uses its parent's.
   logger* childLogger(const std::string& child);
   static logger* getLogger(const std::string& child);
   static logger* getLogger(const char* child);
 
-  // Takes `p` over and destroys the publisher before it; null leaves the logger without one. Hand a
-  // publisher over by a pointer to its own class or to one with a virtual destructor: through a
-  // plain publisher* only stream publishers and classes without a destructor end completely.
+  // Takes ownership of `p` and destroys the previous publisher; null leaves the logger without one.
+  // Pass a pointer to the publisher's own class or to one with a virtual destructor: through a
+  // plain publisher* only stream publishers and classes without a destructor are destroyed
+  // completely.
   template <class P>
   void setPublisher(P* p);
   void setPublisher(publisher* p);
@@ -215,16 +217,16 @@ class UTIL_EXPORT logger {
   void setUseParentPublisher(bool use) { _useParentPublisher = use; }
 
   void enable(const category& c) { categories |= c.mask(); }
-  void disable(const category& c) { categories &= ~c.mask(); }  // INFO takes WARNING along
+  void disable(const category& c) { categories &= ~c.mask(); }  // disabling INFO disables WARNING
   void clear_components() { categories.reset(); }
 
-  // Kept: only the low 32 bits of the mask are tested, so a mask without any of them passes always.
+  // Kept: only the low 32 bits of the mask are tested, so a mask without any of them always passes.
   bool isLoggable(const category& c) const { return (c.mask() & ~enabled() & 0xFFFFFFFF) == 0; }
 
   void halt_checkpointing() { checkpointing_on = false; }
   void resume_checkpointing() { checkpointing_on = true; }
   std::string get_checkpoint() const { return checkpoint; }  // "<file>:<line>"
-  // The same for the handler of a signal; up to the next logging call.
+  // The same for signal handlers; valid until the next logging call.
   const char* checkpoint_text() const noexcept { return checkpoint.c_str(); }
   void set_checkpoint(const char* file, int line);  // even with checkpointing halted
 
@@ -239,14 +241,14 @@ class UTIL_EXPORT logger {
   __attribute__((format(printf, 5, 6))) void log(const category& c, const char* where,
                                                  const char* position, const char* format, ...);
 
-  // What each logging call ends with, whether its message passed or not: the checkpoint becomes
-  // `position` unless checkpointing is halted.
+  // Ends each logging call, whether its message passed or not: the checkpoint becomes `position`
+  // unless checkpointing is halted.
   void record_checkpoint(const char* position) {
     if (checkpointing_on) checkpoint = position;
   }
 
  private:
-  // Destroys the object that a publisher is part of, wherever in it the publisher lies.
+  // Destroys the object that a publisher is part of, wherever the publisher lies in it.
   struct Destroy {
     void operator()(publisher*) const { how(whole); }
 
@@ -287,7 +289,7 @@ void logger::setPublisher(P* p) {
 // and arguments; these are evaluated only if the message passes.
 #define UTIL_LOG(log_, cat_, ...) UTIL_LOG_AS(log_, cat_, __PRETTY_FUNCTION__, __VA_ARGS__)
 
-// The same with another text than the function's signature on the entry's first line.
+// The same with a text of the caller's instead of the function's signature on the first line.
 #define UTIL_LOG_AS(log_, cat_, where_, ...)                                   \
   do {                                                                         \
     ::util::logger* const util_log_to = (log_);                                \
@@ -300,7 +302,7 @@ void logger::setPublisher(P* p) {
 
 // "<file>:<line>" of here.
 #define UTIL_LOG_POSITION __FILE_NAME__ ":" UTIL_LOG_TEXT(__LINE__)
-// What a macro stands for, as a string literal.
+// The expansion of a macro as a string literal.
 #define UTIL_LOG_TEXT(macro_) UTIL_LOG_QUOTED(macro_)
 // The argument itself as a string literal.
 #define UTIL_LOG_QUOTED(text_) #text_

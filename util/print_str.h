@@ -7,8 +7,8 @@
 
 namespace util {
 
-// `s` for display: as it is where it is one plain word, else in double quotes with a backslash
-// before each backslash and double quote. Blanks and line breaks stay raw.
+// `s` for display: unchanged if it is one plain word, otherwise in double quotes with a backslash
+// before each backslash and double quote. Blanks and line breaks are not escaped.
 UTIL_EXPORT std::string print_str(const std::string& s);
 
 }  // namespace util
