@@ -17,8 +17,8 @@
 namespace ticpp {
 namespace {
 
-// The file up to its first NUL byte, with newlines as the parser's own loader makes them, and the
-// padding behind.
+// The file up to its first NUL byte, with newlines as the parser's own loader makes them, followed
+// by the padding.
 std::string read_all(FILE* file) {
   struct stat status = {};
   fstat(fileno(file), &status);
@@ -59,7 +59,7 @@ void parse(const std::string& text, TiXmlDocument& to) {
   throw Exception(reason);
 }
 
-// Throws for what could not be read back.
+// Throws if the document could not be read back.
 class Check {
  public:
   explicit Check(bool byte_order_mark) : utf8_(byte_order_mark), encoding_known_(byte_order_mark) {}
@@ -102,7 +102,7 @@ class Check {
     }
   }
 
-  // The parser's printer puts the values of a declaration out as they are.
+  // The parser's printer writes the values of a declaration as they are.
   void declaration(const TiXmlDeclaration& node) const {
     for (const std::string value : {node.Version(), node.Encoding(), node.Standalone()}) {
       if (value.find_first_of("&\"") != value.npos || (utf8_ && ends_inside_character(value))) {
@@ -118,7 +118,7 @@ class Check {
     }
   }
 
-  // The parser would take the markup behind the text for the rest of the character.
+  // The parser would take the markup after the text for the rest of the character.
   void text(const std::string& value) const {
     if (!utf8_ || is_whole_at_end(value)) return;
     std::string encoded;
@@ -141,7 +141,7 @@ class Check {
   bool encoding_known_;
 };
 
-// errno tells of a failed call afterwards.
+// Throws if a call fails; errno is then that of the call.
 void print(const std::string& file, const TiXmlNode& document, bool byte_order_mark) {
   errno = 0;
   util::File stream(fopen(file.c_str(), "w"));

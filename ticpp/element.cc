@@ -161,7 +161,7 @@ bool Element::convert(const std::string& text, std::string* value) {
   return true;
 }
 
-// A number and nothing else needs no stream.
+// A text that is just a number needs no stream.
 bool Element::convert(const std::string& text, int* value) {
   const char* const end = text.data() + text.size();
   const auto result = std::from_chars(text.data(), end, *value);

@@ -13,8 +13,8 @@
 namespace ticpp {
 namespace {
 
-// Mirrors the parser's functions, each of which gives the position behind what it read, or null
-// where it gives up; the walk ends there, and the error is the parser's to tell.
+// Mirrors the parser's functions, each of which returns the position after what it read, or null if
+// it gives up; the walk ends there, and the parser reports the error.
 class Scan {
  public:
   explicit Scan(const char* text)
@@ -81,7 +81,7 @@ class Scan {
     return nullptr;
   }
 
-  // The parser drops all that follows a declaration it cannot read, and calls that well.
+  // The parser drops all that follows a declaration it cannot read, and reports success.
   const char* declaration(const char* start) {
     std::string encoding;
     const char* at = start + 5;
@@ -109,7 +109,7 @@ class Scan {
     return at;
   }
 
-  // Keeps the value's bytes as written where `value` is not null.
+  // Keeps the value's bytes as written if `value` is not null.
   const char* attribute(const char* at, std::string* value) const {
     at = name(at);
     if (at == nullptr) return nullptr;
@@ -132,7 +132,7 @@ class Scan {
     return at;
   }
 
-  // To `end`. A character cut short takes the bytes behind it, markup or not.
+  // To `end`. A character cut short takes the bytes after it, markup or not.
   const char* characters(const char* at, char end) const {
     while (at != nullptr && *at != '\0' && *at != end) {
       if (*at == '&' && at[1] == '#' && at[2] != '\0') {

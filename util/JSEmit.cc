@@ -11,7 +11,7 @@
 namespace util {
 namespace {
 
-// By byte: what stands for it behind a backslash, NUL where it needs none.
+// For each byte, the letter that follows a backslash to stand for it; NUL if it needs none.
 constexpr std::array<char, 256> escape_letters() {
   std::array<char, 256> letters = {};
   letters['\r'] = 'r';  // Kept: these four only; other control bytes go out raw.
@@ -75,7 +75,7 @@ class Script {
     at_ += size - 1;
   }
 
-  // Where the next `size` characters, at most a whole buffer, go. The caller moves at_ on.
+  // Room for the next `size` characters, at most a whole buffer. The caller advances at_.
   char* room(size_t size) {
     if (size > static_cast<size_t>(std::end(buffer_) - at_)) flush();
     return at_;

@@ -57,8 +57,8 @@ std::ostream& operator<<(std::ostream& os, const Joined<T>& list) {
 
 bool traces(int level) { return __g_util_NASConfDB_debug >= level; }
 
-// Begins a line of the trace. The path and the records go to the stream as they are, never through
-// a format.
+// Begins a line of the trace. The path and the records are written to the stream as they are, never
+// used as a format.
 std::ostream& trace(int line = __builtin_LINE()) {
   return plain(std::cout) << "void util::NASConfDB::parse(const std::string&)("
                           << std::to_string(line) << "): ";
@@ -73,21 +73,21 @@ const ticpp::Element* traced(const char* label, int line, const ticpp::Element* 
 
 // ---- checking ----
 
-// One after the other; many operators would be much more code.
+// The parts in order; a chain of operators would be much more code.
 std::string joined(std::initializer_list<std::string_view> parts) {
   std::string text;
   for (const std::string_view part : parts) text += part;
   return text;
 }
 
-// Whether nothing but blanks is behind the number that the text starts with.
+// Whether nothing but blanks follows the number that the text starts with.
 bool is_all_number(const std::string& text) {
   constexpr const char* kDigits = "0123456789";
   const size_t end = text.find_first_not_of(kDigits, text.find_first_of(kDigits));
   return text.find_first_not_of(" \t\n\v\f\r", end) == text.npos;
 }
 
-// Gathers what is wrong with a document while its rows are read.
+// Collects what is wrong with a document while its rows are read.
 class Check {
  public:
   void fault(const ticpp::Node& at, std::initializer_list<std::string_view> parts) {
@@ -97,7 +97,7 @@ class Check {
   // A row asked for this element.
   void found(const ticpp::Element& element) { holds_text_[&element] = false; }
 
-  // A row reads its text. Whether there is one.
+  // A row reads its text. Returns whether there is one.
   bool has_text(const ticpp::Element& element, bool must_exist) {
     holds_text_[&element] = true;
     try {
@@ -130,7 +130,7 @@ class Check {
                       other, "\""});
   }
 
-  // All of them, when the rows are read: what no row asked for is among them.
+  // All findings, once the rows are read, including the elements that no row asked for.
   std::list<NASFinding> findings(const ticpp::Document& document) {
     ignore_rest(document);
     findings_.sort([](const NASFinding& one, const NASFinding& other) {
@@ -177,10 +177,10 @@ constexpr Words kShareStates = {"", "active", "suspended"};
 constexpr Words kShareLocations = {"", "internal_share", "external_share"};
 constexpr Words kAccessTypes = {"", "readonly", "full"};
 
-// An element of the document, or none: on none every call does nothing.
+// An element of the document, or none; then every call does nothing.
 //
 // A label is the path that the trace shows; its last word is the element's name. The line in the
-// trace is the caller's, 0 for no trace. With a check, faults are findings instead of exceptions.
+// trace is the caller's; 0 is no trace. With a check, faults are findings, not exceptions.
 class Node {
  public:
   Node(const ticpp::Element* element, Check* check) : element_(element), check_(check) {
@@ -195,7 +195,7 @@ class Node {
     return child(label, false, line);
   }
 
-  // Appends a record for each child, when it is complete.
+  // Appends a record for each child once the record is complete.
   template <class Record>
   void each(const char* label, std::list<Record>& to, void (*read)(Node, Record&),
             int line = __builtin_LINE()) const {
@@ -220,7 +220,7 @@ class Node {
     element_->GetText(&to, true);
   }
 
-  // True for `word`. `other` is what a document says for false; the reader takes any text for it.
+  // True for `word`, false for any other text; `other` is the document's word for false.
   void is(const char* word, const char* other, bool& to) const {
     if (!has_text(true)) return;
     if (check_ != nullptr) check_->word(*element_, word, other);
@@ -243,7 +243,7 @@ class Node {
     return dot == nullptr ? label : dot + 1;
   }
 
-  // Without a check GetText() throws what there is to say.
+  // Without a check, GetText() throws.
   bool has_text(bool must_exist) const {
     if (element_ == nullptr) return false;
     return check_ == nullptr || check_->has_text(*element_, must_exist);
@@ -339,7 +339,7 @@ const char* word_of(NASAccessType type) { return name_of(type, kAccessTypes); }
 
 const char* bad_location::what() const noexcept { return "can't determine share location"; }
 
-// Kept: the name is not looked at, "." and ".." included.
+// Kept: the name is not checked, not even for "." and "..".
 std::string NASShare::root_path() const {
   switch (location) {
     case InternalShare: return std::string(kInternalShareRoot) + "/" + name;
@@ -363,7 +363,7 @@ void NASConfDB::parse(const std::string& path) {
   if (traces(2)) trace() << "parsed" << *this << std::endl;
 }
 
-// Where findings are wanted, no fault of the document throws.
+// If findings are wanted, a fault in the document does not throw.
 void NASConfDB::read(const std::string& path, std::list<NASFinding>* findings) {
   ticpp::Document document;
   document.LoadFile(path);

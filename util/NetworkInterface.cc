@@ -57,7 +57,7 @@ class Socket {
   const Descriptor descriptor_{socket(AF_INET, SOCK_DGRAM, 0)};
 };
 
-// The bytes of an IPv4 or IPv6 address; empty for every other kind and for none.
+// The bytes of an IPv4 or IPv6 address; empty for any other kind and for no address.
 byte_string ip_address(const sockaddr* address) {
   const auto* const bytes = reinterpret_cast<const unsigned char*>(address);
   switch (address != nullptr ? address->sa_family : AF_UNSPEC) {

@@ -38,7 +38,7 @@ malformed_property_list::malformed_property_list(const std::string& file, const 
 const char* malformed_property_list::what() const noexcept { return msg.c_str(); }
 
 void PropertyList::load() {
-  // Kept: what stat() cannot reach, for whatever reason, counts as missing and is no error.
+  // Kept: a file that stat() cannot reach, for whatever reason, counts as missing.
   const bool file_exists = exists();
   if (!file_exists && !backup_exists()) return;
   try {
@@ -62,8 +62,8 @@ void PropertyList::save() {
   document.SaveFile(temporary());
   if (existed && unlink(file.c_str()) != 0) throw save_failed(file, strerror(errno));
   if (link(temporary().c_str(), file.c_str()) != 0) throw save_failed(file, strerror(errno));
-  // Kept: the temporary stays, a second name of the file, and of the backup from the next save on,
-  // which rewrites it in place. Boards in the field look for it.
+  // Kept: the temporary stays, as a second name of the file and, from the next save on, of the
+  // backup; each save overwrites it in place. Boards in the field look for it.
 }
 
 bool PropertyList::exists() const { return is_there(file); }

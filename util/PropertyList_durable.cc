@@ -39,7 +39,7 @@ class Text {
     at_ += count;
   }
 
-  // So many bytes to fill; use() says how many of them count.
+  // Room for `size` bytes; use() says how many of them were filled.
   char* room(size_t size) {
     if (size > static_cast<size_t>(end_ - at_)) grow(size);
     return at_;
@@ -87,13 +87,13 @@ class Text {
   char* end_ = nullptr;
 };
 
-// A value has no form.
+// A value cannot be represented.
 struct Refused {
   const char* reason;
 };
 
-// Writes the bytes that save() writes where these come back equal, and the other form where there
-// is one.
+// Writes what save() would write if that reads back equal, and otherwise the other form if there is
+// one.
 class Writer {
  public:
   explicit Writer(Text& to) : to_(to) {}
@@ -110,7 +110,7 @@ class Writer {
  private:
   static constexpr size_t kIndent = 4;
 
-  // Behind the blanks of its line; `depth` is how many elements it is in.
+  // Writes the blanks of its line first; `depth` is the number of elements around it.
   void value(const Value& v, size_t depth) {
     if (depth > PropertyList::kMaxDepth) throw Refused{"values nested too deep"};
     to_.blanks(kIndent * depth);
@@ -242,7 +242,7 @@ void PropertyList::saveDurably() try {
   Writer(text).document(properties);
   replace_file(file, backup(), temporary(), [&text](int to) { text.write_to(to); });
 } catch (const Refused& refused) {
-  const std::string found = first_refusal(properties);  // nothing where the C library failed once
+  const std::string found = first_refusal(properties);  // empty if the C library failed just once
   throw save_failed(file, found.empty() ? refused.reason : found.c_str());
 } catch (const system_exception& e) {
   throw save_failed(file, e.what());

@@ -18,7 +18,7 @@ namespace {
 
 static_assert(PropertyList::kMaxDepth == ticpp::kMaxDepth - 1, "one element is \"plist\"");
 
-// Not objects: static objects of a program may load and save before those of the library are there.
+// Not objects: a program's static objects may load and save before the library's are constructed.
 constexpr char _PLIST[] = "plist";
 constexpr char _VERSION[] = "version";
 constexpr char _DICT[] = "dict";
@@ -87,7 +87,7 @@ class Encoder {
   }
 
   void append(ticpp::Element& parent, const Value& v) {
-    // Told before a file is touched, and before the stack ends.
+    // Reported before a file is touched and before the stack overflows.
     if (++depth_ > PropertyList::kMaxDepth) {
       throw ticpp::Exception("Couldn't save " + file_ + ": values nested deeper than " +
                              std::to_string(PropertyList::kMaxDepth));
@@ -101,7 +101,7 @@ class Encoder {
   // Kept: local time with a fixed "Z"; milliseconds are dropped.
   std::string date(const utime_t& instant) const {
     std::string text = unparse_time(instant, "%FT%TZ");
-    if (text.empty()) fail("can't encode value type");  // the C library has no local time for it
+    if (text.empty()) fail("can't encode value type");  // the C library has no local time
     return text;
   }
 
@@ -193,7 +193,7 @@ class Decoder {
     if (strptime(text(e, "expecting date").c_str(), "%Y-%m-%dT%TZ", &broken) == nullptr) {
       fail(e, "malformed date");
     }
-    // Kept: a failure of mktime() is not told apart; its -1 gives -1000 as an unsigned number.
+    // Kept: a failure of mktime() is not detected; its -1 gives -1000 as an unsigned number.
     return static_cast<utime_t>(int64_t{mktime(&broken)}) * 1000;
   }
 

@@ -32,8 +32,8 @@ bool is_plain(const std::string& text) {
   return before != ' ';
 }
 
-// Line feeds and the like are escaped and come back; blanks are not and are condensed: to none at
-// both ends, to one within.
+// Line feeds and the like are escaped and come back. Blanks are not escaped, and are condensed: to
+// none at both ends, to one in between.
 const char* problem_of_text(const std::string& text) {
   if (text.empty()) return "an empty text cannot be loaded";
   if (std::all_of(text.begin(), text.end(), is_blank)) return "a text of blanks cannot be loaded";
@@ -54,15 +54,15 @@ const char* problem_of_text(const std::string& text) {
   return nullptr;
 }
 
-// Local time in seconds less the instant's.
+// The offset of local time from UTC, in seconds.
 long zone_offset(time_t seconds) {
   tm broken = {};
   localtime_r(&seconds, &broken);
   return broken.tm_gmtoff;
 }
 
-// Where clocks are set back, the C library reads a time of the repeated hour as it read the one
-// before it, as summer or as winter time.
+// In an hour that is repeated because clocks are set back, the C library reads a time as summer or
+// winter time, as it did for the one that it read before.
 bool is_repeated(time_t seconds) {
   const long here = zone_offset(seconds);
   for (const time_t day : {-86400, 86400}) {
@@ -88,7 +88,7 @@ Loss date_loss(utime_t instant) {
 
 constexpr Loss lost(const char* problem) { return {problem, problem}; }
 
-// Walks over a list as both saves do and notes what is wrong where.
+// Walks over a list as both saves do, and notes what is wrong and where.
 class Examiner {
  public:
   std::vector<std::string> problems;
@@ -159,8 +159,8 @@ class Examiner {
   int depth_ = 1;  // of the value at hand
 };
 
-// A section ends with "]]>", and the parser makes a carriage return a line feed and takes a NUL
-// for the end.
+// A section ends with "]]>", and the parser turns a carriage return into a line feed and takes a
+// NUL for the end.
 bool fits_section(const std::string& text) {
   return text.find("]]>") == text.npos && text.find('\r') == text.npos &&
          text.find('\0') == text.npos;
@@ -197,7 +197,7 @@ Loss loss_of(const byte_string& bytes) {
 
 const char* refusal_of_date(utime_t instant, const std::string& text) {
   if (text.empty()) return kNoLocalTime;
-  constexpr size_t kSize = 20;  // with a year of four digits; more are not read
+  constexpr size_t kSize = 20;  // with a year of four digits; longer ones are not read
   const utime_t seconds = instant / 1000;
   const bool wraps = static_cast<utime_t>(static_cast<time_t>(seconds)) != seconds;
   return text.size() == kSize && !wraps ? nullptr : kOtherInstant;

@@ -34,8 +34,8 @@ int shown(utime_t count) { return static_cast<int>(count); }
 
 unsigned long long instant(utime_t time) { return time; }
 
-// What a plain `delete` of an Event comes to, without the compilers' warning: it calls no
-// destructor. The memory is that of the whole object, wherever in it the Event lies.
+// What a plain `delete` of an Event does, without the compilers' warning: it calls no destructor.
+// The memory is that of the whole object, wherever the Event lies in it.
 void release(Event* event) {
   static_assert(std::is_trivially_destructible<Event>::value, "no destructor is left out");
   Event::operator delete(dynamic_cast<void*>(event));
@@ -43,8 +43,8 @@ void release(Event* event) {
 
 }  // namespace
 
-// Logs as the public function that is running, in whichever step of it. On one line each: compilers
-// differ in the number of a broken one.
+// Logs as the public function that is running, whichever step it is in. Each use is on one line:
+// compilers number the lines of a broken one differently.
 #define LOG(where, ...) UTIL_LOG_AS(logger, event_loop_debug(), where, __VA_ARGS__)
 
 // What is left of a pass.
@@ -154,8 +154,8 @@ SuperLoop::TimedEvents::iterator SuperLoop::run_event(TimedEvents::iterator at,
   return next;
 }
 
-// An equal share for each one still to come. Kept: an event that was run is erased and counted too,
-// so those after it get more, the last ones all.
+// An equal share for each one yet to run. Kept: an event that was run is erased and counted too, so
+// those after it get more, the last ones all.
 utime_t SuperLoop::slice(const Budget& budget) const {
   const size_t total = loops.size() + events.size();
   return budget.idx < total ? budget.remaining / (total - budget.idx) : budget.remaining;

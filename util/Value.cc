@@ -63,7 +63,7 @@ Value& Value::operator=(const Value& from) {
 
 Value& Value::operator=(Value&& from) noexcept {
   if (this == &from) return *this;
-  value_struct entries;  // What is replaced goes last: `from` may be a part of it.
+  value_struct entries;  // The old entries are destroyed last: `from` may be a part of them.
   value_array elements;
   take(entries, _struct);
   take(elements, _array);

@@ -102,7 +102,7 @@ const char* decode_groups(const char* at, const char* end, unsigned char*& to) {
   return at;
 }
 
-// `at` is behind the first '='.
+// `at` is just after the first '='.
 int check_padding(int state, const char* at, const char* end) {  // Kept: looks at nothing more.
   if (state < 2) return -2;
   if (state == 3) return 0;

@@ -26,8 +26,8 @@ Registry& registry() {
   return *gcategories;
 }
 
-// Kept: the shift is one of a 32-bit int, whose sign bit spreads: id 31 gives 0xFFFFFFFF80000000.
-// Larger identities have no bit.
+// Kept: a 32-bit int is shifted, and its sign bit spreads: id 31 gives 0xFFFFFFFF80000000. Larger
+// identities have no bit.
 uint64_t mask_of(int id) {
   return id < 32 ? static_cast<uint64_t>(static_cast<int32_t>(UINT32_C(1) << id)) : 0;
 }

@@ -8,10 +8,10 @@ namespace util {
 utime_t parse_time(const std::string& str, const char* format) {
   tm broken = {};
   broken.tm_isdst = -1;  // The C library decides, unless the format says.
-  // Kept: days up to 31 are taken in every month; mktime() moves them on: 30 February is 2 March.
+  // Kept: days up to 31 are accepted in every month; mktime() carries over: 30 February is 2 March.
   const char* const end = strptime(str.c_str(), format, &broken);
   if (end != str.c_str() + str.size()) return 0;
-  // Kept: a failure of mktime() is not told apart; its -1 gives -1000 as an unsigned number.
+  // Kept: a failure of mktime() is not detected; its -1 gives -1000 as an unsigned number.
   return static_cast<utime_t>(int64_t{mktime(&broken)}) * 1000;
 }
 

@@ -14,7 +14,7 @@ struct Sequence {
 
 constexpr Sequence kSequences[] = {
     {'"',  "22"},
-    {'%',  "25"}, // Written only where the '%' introduces no sequence.
+    {'%',  "25"}, // Written only if the '%' introduces no sequence.
     {'*',  "2A"},
     {'.',  "2E"}, // At the end of a text only, in both directions.
     {':',  "3A"},
@@ -32,7 +32,7 @@ const Sequence* sequence_of(char c) {
   return found == std::end(kSequences) ? nullptr : found;
 }
 
-// The character that `c1` and `c2` are the code of, or NUL.
+// The character whose code is `c1` and `c2`, or NUL.
 char decoded(char c1, char c2) {
   const auto* const found =
       std::find_if(std::begin(kSequences), std::end(kSequences),
@@ -40,7 +40,7 @@ char decoded(char c1, char c2) {
   return found == std::end(kSequences) ? '\0' : found->character;
 }
 
-// NUL behind the end.
+// NUL beyond the end.
 char char_at(const std::string& s, size_t i) { return i < s.size() ? s[i] : '\0'; }
 
 // Whether the '%' at `i` is copied.

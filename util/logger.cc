@@ -10,8 +10,8 @@ namespace {
 // Kept from message to message, so that publishing needs no memory; null while a message has it.
 category* spare = nullptr;
 
-// A message's own category, so that nobody else sees what a publisher does to it. A message that a
-// publisher logs while it publishes another one finds no spare one.
+// A message's own category, so that nobody else sees what a publisher does to it. If a publisher
+// logs a message while it publishes another one, there is no spare.
 std::unique_ptr<category> copy_of(const category& c) {
   std::unique_ptr<category> own(std::exchange(spare, nullptr));
   if (own == nullptr) return std::make_unique<category>(c);
@@ -29,7 +29,7 @@ logger::logger(const std::string& own_name, logger* above)
       parent(above),
       _useParentPublisher(above != nullptr),
       amRoot(above == nullptr) {
-  // A pass of the loop logs and has nobody to tell that memory ran out.
+  // A pass of the loop logs, and cannot report that memory ran out.
   checkpoint.reserve(64);
   if (spare == nullptr) {
     std::string room(64, ' ');

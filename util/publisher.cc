@@ -23,7 +23,7 @@ constexpr size_t kBufferSize = 0x80000;
 constexpr int kMostShifted = 1000;  // old files that a rotation moves without looking first
 constexpr size_t kTimeSize = 256;
 
-// What the C library tells of its time zone.
+// What the C library reports of its time zone.
 struct Zone {
   static Zone present() { return {tzname[0], tzname[1], timezone, daylight}; }
 
@@ -59,7 +59,7 @@ const char* local_time() {
 }
 
 // The stream publishers that exist. In a program without run-time type information nothing else
-// tells what a publisher* is.
+// shows what a publisher* is.
 std::set<publisher*>& stream_publishers() {
   static auto& all = *new std::set<publisher*>;  // never destroyed
   return all;
@@ -70,7 +70,7 @@ char* put(char* to, std::string_view text) {
   return to + text.size();
 }
 
-// A whole entry, which one call then writes. Returns its size, or 0 where it has no room in `to` or
+// A whole entry, which one call then writes. Returns its size, or 0 if it does not fit into `to` or
 // its message cannot be formatted.
 size_t compose(char (&to)[kEntrySize], std::string_view time, std::string_view where,
                std::string_view name, const char* format, va_list args) {
@@ -86,7 +86,7 @@ size_t compose(char (&to)[kEntrySize], std::string_view time, std::string_view w
   const int message = vsnprintf(at, room, format, args);
   if (message < 0 || static_cast<size_t>(message) >= room) return 0;
   at += message;
-  *at++ = '\n';  // in the place of the end
+  *at++ = '\n';  // replaces the NUL
   return static_cast<size_t>(at - to);
 }
 
@@ -151,7 +151,7 @@ rolling_file_publisher::rolling_file_publisher(const char* path, off_t limit, si
   open_to_append();
 }
 
-// Closed before its buffer goes: closing writes what is left.
+// Closed before its buffer is freed: closing writes what is left.
 rolling_file_publisher::~rolling_file_publisher() {
   close_file();
   free(buffer);
@@ -192,7 +192,7 @@ void rolling_file_publisher::rotate_logs() {
 
 // Moves each old file to the next number, from the oldest down, and the log itself to number 0.
 void rolling_file_publisher::shift_logs() const {
-  // On the stack: a rotation within a pass of the loop cannot be told that memory ran out.
+  // On the stack: a rotation within a pass of the loop cannot report that memory ran out.
   char from[PATH_MAX + 12];  // the name of a file that was open, ".", a number and the end
   char to[sizeof from];
   const auto numbered = [this](char(&text)[sizeof from], int number) {

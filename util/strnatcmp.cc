@@ -9,7 +9,7 @@ namespace {
 // Bytes are unsigned whatever the sign of char; classification must not see a negative one.
 constexpr unsigned char byte(nat_char c) { return static_cast<unsigned char>(c); }
 
-// Printable ASCII is white space in no locale; that spares most calls.
+// Printable ASCII is not white space in any locale; this saves most calls.
 inline bool nat_isspace(nat_char c) {
   const bool printable = c > ' ' && c < '\x7F';
   return !printable && isspace(byte(c)) != 0;
@@ -33,7 +33,7 @@ bool is_fractional(const nat_char* start, const nat_char* a, const nat_char* b) 
 }
 
 // Compares the numbers at `a` and `b`, the first bytes that differ: the runs of digits that both
-// start here or have started since `start`. 0 where there are not two.
+// start here or have started since `start`. 0 if there are not two.
 int compare_numbers(const nat_char* start, const nat_char* a, const nat_char* b) {
   const bool a_digit = nat_isdigit(*a);
   const bool b_digit = nat_isdigit(*b);
