@@ -17,7 +17,7 @@
 //                          is complete and stays until it is compressed anew.
 //   .nasd.log.*            Files in the making.
 //
-// Entries that could not be written are counted, and before the next one that can be written stands
+// Entries that could not be written are counted, and the next one that can be is preceded by
 //
 //   2007-03-01T14:05:09 service::LogFile
 //   WARNING: 17 entries lost since 2007-03-01T14:01:33: No space left on device

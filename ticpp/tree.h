@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the objects of ticpp.h share: the tree behind them.
+// The tree behind the objects of ticpp.h.
 #pragma once
 
 #include "ticpp/ticpp.h"

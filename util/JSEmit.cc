@@ -14,7 +14,7 @@ namespace {
 // For each byte, the letter that follows a backslash to stand for it; NUL if it needs none.
 constexpr std::array<char, 256> escape_letters() {
   std::array<char, 256> letters = {};
-  letters['\r'] = 'r';  // Kept: these four only; other control bytes go out raw.
+  letters['\r'] = 'r';  // Kept: only these four; other control bytes are written raw.
   letters['\n'] = 'n';
   letters['\''] = '\'';
   letters['\\'] = '\\';

@@ -136,7 +136,7 @@ class Decoder {
     fail_nested(text);
   }
 
-  // To be called where the reason was caught.
+  // Must be called in the handler that caught the reason.
   [[noreturn]] void fail_nested(const char* text) const {
     std::throw_with_nested(malformed_property_list(file_, text));
   }

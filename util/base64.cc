@@ -78,7 +78,7 @@ void encode(const byte_string& in, char* to) {
   to[3] = '=';
 }
 
-// Moves the lines, which stand `feeds` bytes behind `text`, to their places, each with its feed.
+// Moves the lines, which start `feeds` bytes after `text`, to their places, each with its feed.
 void wrap(char* text, size_t feeds, size_t width) {
   for (; feeds > 0; --feeds) {
     std::memmove(text, text + feeds, width);

@@ -187,7 +187,7 @@ void rolling_file_publisher::rotate_logs() {
   } else {
     close_file();  // Kept: neither notice nor old file; the file is emptied in place.
   }
-  open_log("w");  // Kept: empties the file even where it could not be renamed.
+  open_log("w");  // Kept: empties the file even if it could not be renamed.
 }
 
 // Moves each old file to the next number, from the oldest down, and the log itself to number 0.

@@ -19,7 +19,7 @@ inline int nat_toupper(nat_char c) { return toupper(byte(c)); }
 
 int sign(int difference) { return (difference > 0) - (difference < 0); }
 
-// Which of two runs of digits goes on where the other has ended.
+// Which of two runs of digits continues after the other has ended.
 int compare_lengths(const nat_char* a, const nat_char* b) {
   for (; nat_isdigit(*a) && nat_isdigit(*b); ++a) ++b;
   return nat_isdigit(*a) - nat_isdigit(*b);

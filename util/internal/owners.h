@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the C library hands out, each with an owner.
+// Owners for what the C library hands out.
 #pragma once
 
 #include "util/system_exception.h"
@@ -45,7 +45,7 @@ class Descriptor {
 
   int number() const { return number_; }
 
-  // Throws system_exception, which may tell that an earlier write has failed.
+  // Throws system_exception, which may report that an earlier write failed.
   void close() {
     if (::close(std::exchange(number_, -1)) < 0) throw system_exception();
   }

@@ -19,12 +19,12 @@
 namespace util {
 namespace {
 
-// A failed system call: throws with the errno of the moment.
+// A system call failed: throws with the current errno.
 void check(int result) {
   if (result < 0) throw system_exception();
 }
 
-// A name beside the file that `make` could create; what still bears it goes in the end.
+// A name next to the file that `make` could create; what still has that name is removed at the end.
 class OwnName {
  public:
   template <class Make>
@@ -62,7 +62,7 @@ struct CloseFolder {
   void operator()(DIR* folder) const { closedir(folder); }
 };
 
-// "<digits>.<digits>", the first ones those of a process that is gone.
+// "<digits>.<digits>", the first ones the id of a process that is gone.
 bool is_of_a_dead_process(const char* ending) {
   const char* const end = ending + strlen(ending);
   int process = 0;
@@ -75,7 +75,7 @@ bool is_of_a_dead_process(const char* ending) {
   return kill(process, 0) < 0 && errno == ESRCH;
 }
 
-// Names that killed processes have left of this file. What cannot be removed stays.
+// Removes the names that killed processes have left of this file, as far as possible.
 void remove_leftovers(const std::string& folder, const std::string& file) {
   const std::unique_ptr<DIR, CloseFolder> entries(opendir(folder.c_str()));
   if (entries == nullptr) return;
@@ -94,7 +94,7 @@ std::string folder_of(const std::string& file) {
   return file.substr(0, slash == 0 ? 1 : slash);
 }
 
-// Whatever stat() cannot tell is an error: mode and owner of the old file are needed.
+// Any failure of stat() is an error: the mode and owner of the old file are needed.
 bool find(const std::string& file, struct stat& status) {
   const int result = stat(file.c_str(), &status);
   if (result < 0 && errno != ENOENT) throw system_exception();
@@ -106,10 +106,10 @@ void take_over(const struct stat& old, int descriptor) {
   check(fchmod(descriptor, old.st_mode & 07777));  // last: a new owner clears the set-id bits
 }
 
-// A second name renamed over the backup: at no time is there none.
+// A second name is renamed over the backup, so there is a backup at all times.
 void make_backup(const std::string& file, const std::string& backup) {
   const OwnName second(file, [&file](const char* name) { return link(file.c_str(), name); });
-  check(rename(second.get(), backup.c_str()));  // does nothing where both are one file already
+  check(rename(second.get(), backup.c_str()));  // does nothing if both are one file already
 }
 
 }  // namespace
