@@ -60,6 +60,7 @@ bool traces(int level) { return __g_util_NASConfDB_debug >= level; }
 // Begins a line of the trace. The path and the records are written to the stream as they are, never
 // used as a format.
 std::ostream& trace(int line = __builtin_LINE()) {
+  static const std::ios_base::Init streams;  // a static object may be built before them
   return plain(std::cout) << "void util::NASConfDB::parse(const std::string&)("
                           << std::to_string(line) << "): ";
 }

@@ -70,7 +70,10 @@ bool PropertyList::exists() const { return is_there(file); }
 
 bool PropertyList::backup_exists() const { return is_there(backup()); }
 
-void PropertyList::dump() const { std::cout << Value(properties) << std::endl; }
+void PropertyList::dump() const {
+  static const std::ios_base::Init streams;  // a static object may be built before them
+  std::cout << Value(properties) << std::endl;
+}
 
 Value& PropertyList::valueForKey(const std::string& key) { return entry(key, false, VOID); }
 

@@ -78,7 +78,8 @@ Value& Value::operator=(Value&& from) noexcept {
 
 void Value::report_mismatch(Type expected) const {
   const std::string text = type_name(type) + " is not " + type_name(expected);
-  std::cerr << text << std::endl;  // Kept: the line that people look for after a crash.
+  static const std::ios_base::Init streams;  // a static object may be built before them
+  std::cerr << text << std::endl;            // Kept: the line that people look for after a crash.
   throw type_exception(text);
 }
 

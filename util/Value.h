@@ -137,11 +137,13 @@ class UTIL_EXPORT Value {
   value_array _array;
 };
 
-// Prints const values and temporaries. A template, so that a program's own overload for Value takes
-// precedence.
-template <class T>
-typename std::enable_if<std::is_same<T, Value>::value, std::ostream&>::type operator<<(
-    std::ostream& os, const T& v) {
+// Prints const values and temporaries. A template in everything, so that a program's own overload
+// for Value takes precedence, also one that is a template.
+template <class C, class Traits, class T>
+typename std::enable_if<std::is_same<T, Value>::value &&
+                            std::is_same<std::basic_ostream<C, Traits>, std::ostream>::value,
+                        std::ostream&>::type
+operator<<(std::basic_ostream<C, Traits>& os, const T& v) {
   v.print(os);
   return os;
 }

@@ -25,6 +25,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace util {
@@ -206,7 +207,9 @@ class UTIL_EXPORT logger {
   // plain publisher* only stream publishers and classes without a destructor are destroyed
   // completely.
   template <class P>
-  void setPublisher(P* p);
+  typename std::enable_if<std::has_virtual_destructor<P>::value ||
+                          (std::is_destructible<P>::value && !std::is_abstract<P>::value)>::type
+  setPublisher(P* p);
   void setPublisher(publisher* p);
 
   void auto_flush(bool on) { autoFlush = on; }  // flush after each published message
@@ -274,11 +277,14 @@ class UTIL_EXPORT logger {
   bool checkpointing_on = true;
 };
 
-// Without a virtual destructor P is the publisher's very class, so nothing is left undestroyed.
+// Without a virtual destructor P is taken for the publisher's very class, so nothing is left
+// undestroyed. An abstract class without one is not, and is handed on as a plain publisher*.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
 template <class P>
-void logger::setPublisher(P* p) {
+typename std::enable_if<std::has_virtual_destructor<P>::value ||
+                        (std::is_destructible<P>::value && !std::is_abstract<P>::value)>::type
+logger::setPublisher(P* p) {
   set_publisher(p, {[](void* whole) { delete static_cast<P*>(whole); }, p});
 }
 #pragma GCC diagnostic pop

@@ -138,8 +138,9 @@ std::string OldLogs::work_path(ino_t inode, const char* ending) const {
 bool OldLogs::list(std::vector<File>& files, std::vector<Work>& work) const {
   const std::unique_ptr<DIR, CloseFolder> folder(opendir(folder_.empty() ? "." : folder_.c_str()));
   if (!folder) return false;
-  errno = 0;  // readdir() tells an error from the end by it alone
-  while (const dirent* const entry = readdir(folder.get())) {
+  // Not readdir(), which refuses the inode numbers of large disks where a long has 32 bits.
+  errno = 0;  // tells an error from the end
+  while (const dirent64* const entry = readdir64(folder.get())) {
     std::string rest = entry->d_name;
     unsigned long long number = 0;
     if (cut_start(rest, name_ + ".")) {

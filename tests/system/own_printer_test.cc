@@ -26,6 +26,24 @@ static std::string printed(Value v) {
 
 TEST(OwnPrinter, OfANamespaceIsTakenInIt) { EXPECT_EQ("app's app's app's", app::printed(1)); }
 
+namespace generic {
+
+template <class Character, class Traits>
+std::basic_ostream<Character, Traits>& operator<<(std::basic_ostream<Character, Traits>& os,
+                                                  const Value& /*v*/) {
+  return os << "generic";
+}
+
+static std::string printed(const Value& v) {
+  std::ostringstream os;
+  os << v;
+  return os.str();
+}
+
+}  // namespace generic
+
+TEST(OwnPrinter, MayBeATemplate) { EXPECT_EQ("generic", generic::printed(1)); }
+
 // Before the program declares its own.
 TEST(OwnPrinter, IsNotNeeded) {
   std::ostringstream os;

@@ -291,7 +291,7 @@ TEST_F(Process, DropsEntriesOfAConsolePublisherOnceAnotherOneWasReplaced) {
 TEST_F(Process, DropsEntriesOnceTheConsolePublisherWasTakenAway) {
   const int status = forked([] {
     logger::rootLogger()->enable(INFO);
-    logger::rootLogger()->setPublisher<publisher>(nullptr);
+    logger::rootLogger()->setPublisher(nullptr);
     log_entry(logger::rootLogger(), "dropped");
     logger::rootLogger()->flush();
     EXPECT_EQ("process_test.cc:1", logger::rootLogger()->get_checkpoint());
@@ -361,7 +361,7 @@ TEST_F(Process, DropsWholeEntriesThatASignalKeepsFromAPipe) {
   EXPECT_LT(before.size(), 200 * entry(message).size());
   log_entry(log, "after");
   EXPECT_EQ(entry("after"), read_some());
-  log->setPublisher<publisher>(nullptr);
+  log->setPublisher(nullptr);
   close(ends[0]);
 }
 

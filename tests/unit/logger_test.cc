@@ -579,6 +579,27 @@ class Trivial : public publisher {
   int counts_[50] = {};
 };
 
+// Handed over by an abstract class without a virtual destructor, and by one that only it may
+// destroy.
+class Interface : public publisher {
+ public:
+  virtual void more() = 0;
+};
+
+class Implementation : public Interface {
+ public:
+  int publish(category&, const char*, const char*, va_list) override { return 0; }
+  void more() override {}
+};
+
+class Reserved : public publisher {
+ public:
+  int publish(category&, const char*, const char*, va_list) override { return 0; }
+
+ protected:
+  ~Reserved() = default;
+};
+
 }  // namespace
 
 TEST_F(Logger, DestroysAClientsPublisherCompletely) {
@@ -586,6 +607,13 @@ TEST_F(Logger, DestroysAClientsPublisherCompletely) {
   EXPECT_EQ(Lines{}, lines);
   log.setPublisher(nullptr);
   EXPECT_EQ(Lines{"destroyed 100"}, lines);
+}
+
+TEST_F(Logger, TakesPublishersThatTheirClassCannotDestroy) {
+  Interface* const interface = new Implementation;
+  log.setPublisher(interface);
+  log.setPublisher(static_cast<Reserved*>(nullptr));
+  log.setPublisher(nullptr);
 }
 
 TEST_F(Logger, DestroysAPublisherThroughABaseWithAVirtualDestructor) {

@@ -81,7 +81,8 @@ void remove_leftovers(const std::string& folder, const std::string& file) {
   if (entries == nullptr) return;
   const size_t slash = file.rfind('/');
   const std::string start = (slash == file.npos ? file : file.substr(slash + 1)) + ".";
-  while (const dirent* const entry = readdir(entries.get())) {
+  // Not readdir(), which refuses the inode numbers of large disks where a long has 32 bits.
+  while (const dirent64* const entry = readdir64(entries.get())) {
     if (strncmp(entry->d_name, start.c_str(), start.size()) != 0) continue;
     const char* const ending = entry->d_name + start.size();
     if (is_of_a_dead_process(ending)) unlink((file + "." + ending).c_str());
