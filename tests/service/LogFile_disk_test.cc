@@ -324,7 +324,7 @@ TEST(LogFileDisk, LosesNothingThatItHasToldKilledAndFilledAtRandom) {
       expect_all_there_or_counted(found);
       if (found.empty()) continue;
       // Old files go when there are enough of them, never otherwise.
-      EXPECT_TRUE(found.front().number == oldest || run == 0 || files.size() >= 4);
+      EXPECT_TRUE(found.front().number == oldest || oldest == 0 || files.size() >= 4);
       oldest = found.front().number;
       size_t at = 0;
       for (long number = oldest; number <= shared->last; ++number) {
