@@ -16,15 +16,13 @@ namespace {
 using util::value_array;
 using util::value_struct;
 
-// Words by enumerator; what the document does not say is left out.
-constexpr const char* kTypes[] = {"", "public", "private"};
-constexpr const char* kStatuses[] = {"", "active", "suspended"};
+// By enumerator, as the page shows them; what the document does not say is left out.
 constexpr const char* kLocations[] = {"", "internal", "external"};
-constexpr const char* kAccess[] = {"none", "readonly", "full"};
-static_assert(std::size(kTypes) == util::Private + 1, "one word a type");
-static_assert(std::size(kStatuses) == util::Suspended + 1, "one word a status");
 static_assert(std::size(kLocations) == util::ExternalShare + 1, "one word a location");
-static_assert(std::size(kAccess) == util::Full + 1, "one word a kind of access");
+
+const char* access_of(const util::NASAccess& user) {
+  return user.accesstype == util::None ? "none" : util::word_of(user.accesstype);
+}
 
 // "" for a share that cannot have one.
 std::string folder(const util::NASShare& share) {
@@ -40,14 +38,14 @@ value_struct share_value(const util::NASShare& share) {
   for (const util::NASAccess& user : share.users) {
     value_struct value;
     put(value, "name", user.username);
-    put(value, "access", kAccess[user.accesstype]);
+    put(value, "access", access_of(user));
     users.push_back(value);
   }
   value_struct value;
   put(value, "name", share.name);
   put(value, "folder", folder(share));
-  put(value, "type", kTypes[share.type]);
-  put(value, "status", kStatuses[share.status]);
+  put(value, "type", util::word_of(share.type));
+  put(value, "status", util::word_of(share.status));
   put(value, "location", kLocations[share.location]);
   value["users"] = users;
   return value;
