@@ -41,7 +41,6 @@ GOALS = [
     (r"script text of 100 KB", "RapidJSON", 1),
     (r"JSON .*", "nlohmann", 1),
     (r"sorting .*", "strverscmp", 1 / 1.5),
-    (r"(un)?escaping, .*", "GLib", 1 / 1.5),
     (r"reading a configuration of 50 shares", "TinyXML", 1.15),
     (r"(copying|moving|destroying) a tree of 10000 values.*", "nlohmann", 1),
     (r"enumerating interfaces", "getifaddrs", 1.3),
