@@ -5,6 +5,7 @@
 #include "util/system_exception.h"
 
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 
 #include <cstddef>
@@ -23,6 +24,8 @@ bool notify(const std::string& state) {
   memcpy(to.sun_path, path, size);
   if (*path == '@') to.sun_path[0] = '\0';  // an abstract address, which no file stands for
   const Descriptor from(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const timeval patience = {0, 100000};
+  setsockopt(from.number(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
   const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + size);
   if (sendto(from.number(), state.data(), state.size(), MSG_NOSIGNAL,
              reinterpret_cast<const sockaddr*>(&to), length) < 0) {

@@ -29,14 +29,6 @@ bool load_backup(util::PropertyList& list) try {
   return false;
 }
 
-// With row and column, if it tells them.
-std::string reason_of(const util::malformed_property_list& failure) try {
-  std::rethrow_if_nested(failure);
-  return failure.what();
-} catch (const std::exception& reason) {
-  return std::string(failure.what()) + ": " + reason.what();
-}
-
 // A failed system call: throws with the errno of the moment.
 void check(int result) {
   if (result < 0) throw util::system_exception();
@@ -68,6 +60,13 @@ void make_file(const std::string& backup, const std::string& file) {
 }
 
 }  // namespace
+
+std::string reason_of(const util::malformed_property_list& failure) try {
+  std::rethrow_if_nested(failure);
+  return failure.what();
+} catch (const std::exception& reason) {
+  return std::string(failure.what()) + ": " + reason.what();
+}
 
 Recovery recover(util::PropertyList& list) {
   const bool exists = list.exists();

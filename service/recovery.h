@@ -9,6 +9,9 @@
 
 namespace service {
 
+// What load() threw, in full: "<file>: load failed: <reason>", with row and column if it has them.
+UTIL_EXPORT std::string reason_of(const util::malformed_property_list& failure);
+
 // Where a list came from.
 struct Recovery {
   enum class Source { none, file, backup };

@@ -27,8 +27,6 @@
 #include <string>
 #include <vector>
 
-#include <ticpp.h>
-
 namespace tools {
 namespace {
 
@@ -60,14 +58,6 @@ constexpr util::utime_t kPatience = 30000;  // milliseconds
 
 // ---- loading ----
 
-// Where in the file, and why.
-std::string reason_of(const util::malformed_property_list& failure) try {
-  std::rethrow_if_nested(failure);
-  return "";
-} catch (const ticpp::Exception& reason) {
-  return std::string(": ") + reason.what();
-}
-
 // Throws std::runtime_error where there is no list. PropertyList itself takes a missing file for an
 // empty list; `unloaded` tells.
 void load(util::PropertyList& list, const Input& file) {
@@ -79,7 +69,7 @@ void load(util::PropertyList& list, const Input& file) {
   try {
     list.load();
   } catch (const util::malformed_property_list& failure) {
-    throw std::runtime_error(file.named(failure.what() + reason_of(failure)));
+    throw std::runtime_error(file.named(service::reason_of(failure)));
   }
   const auto& properties = list.getProperties();
   const auto mark = properties.find("");
@@ -155,7 +145,7 @@ void check_backup(const Input& file, bool file_is_good) {
     backup.load();
     if (!file_is_good) warn(backup.path() + ": the backup is good; restore makes it the file");
   } catch (const util::malformed_property_list& failure) {
-    warn(failure.what() + reason_of(failure) + ": the backup is of no use");
+    warn(service::reason_of(failure) + ": the backup is of no use");
   }
 }
 
@@ -337,7 +327,7 @@ int run_restore(const Request& request) {
   try {
     service::restore(list);
   } catch (const util::malformed_property_list& failure) {
-    throw std::runtime_error(failure.what() + reason_of(failure));
+    throw std::runtime_error(service::reason_of(failure));
   }
   return finish();
 }

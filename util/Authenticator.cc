@@ -3,7 +3,8 @@
 
 namespace util {
 
-Authenticator::Authenticator(const byte_string& key_, const std::string& id) : key(key_), _id(id) {}
+Authenticator::Authenticator(const byte_string& secret, const std::string& id)
+    : key(secret), _id(id) {}
 
 std::string Authenticator::sign(const byte_string& data) {
   byte_string sig;

@@ -16,7 +16,7 @@ namespace util {
 class UTIL_EXPORT Authenticator {
  public:
   // `id` tells peers which scheme this is.
-  Authenticator(const byte_string& key, const std::string& id);
+  Authenticator(const byte_string& secret, const std::string& id);
   ~Authenticator() = default;  // Kept: not virtual, the dispatch table has two entries only.
 
   const std::string& id() const { return _id; }

@@ -92,10 +92,9 @@ std::string join(const byte_string& bytes, size_t width, char separator, int bas
 
 }  // namespace
 
-NetworkInterface::NetworkInterface(const std::string& name_,
-                                   const std::vector<byte_string>& addresses_,
-                                   const byte_string& macAddress_)
-    : name(name_), addresses(addresses_), macAddress(macAddress_) {}
+NetworkInterface::NetworkInterface(const std::string& own_name, const std::vector<byte_string>& ips,
+                                   const byte_string& mac)
+    : name(own_name), addresses(ips), macAddress(mac) {}
 
 std::vector<NetworkInterface> NetworkInterface::get_interfaces() {
   const AddressMap addresses_of = addresses_by_name();

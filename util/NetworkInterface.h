@@ -33,8 +33,8 @@ class UTIL_EXPORT NetworkInterface {
   byte_string get_macAddress() const { return macAddress; }
 
  private:
-  NetworkInterface(const std::string& name, const std::vector<byte_string>& addresses,
-                   const byte_string& macAddress);
+  NetworkInterface(const std::string& own_name, const std::vector<byte_string>& ips,
+                   const byte_string& mac);
 
   std::string name;
   std::vector<byte_string> addresses;

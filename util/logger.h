@@ -204,13 +204,18 @@ class UTIL_EXPORT logger {
 
   // Takes ownership of `p` and destroys the previous publisher; null leaves the logger without one.
   // Pass a pointer to the publisher's own class or to one with a virtual destructor: through a
-  // plain publisher* only stream publishers and classes without a destructor are destroyed
-  // completely.
+  // plain publisher*, and so through an abstract class without one, only stream publishers and
+  // classes without a destructor are destroyed completely.
+  void setPublisher(publisher* p);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"  // P is the publisher's very class
   template <class P>
   typename std::enable_if<std::has_virtual_destructor<P>::value ||
                           (std::is_destructible<P>::value && !std::is_abstract<P>::value)>::type
-  setPublisher(P* p);
-  void setPublisher(publisher* p);
+  setPublisher(P* p) {
+    set_publisher(p, {[](void* whole) { delete static_cast<P*>(whole); }, p});
+  }
+#pragma GCC diagnostic pop
 
   void auto_flush(bool on) { autoFlush = on; }  // flush after each published message
   bool auto_flush() const { return autoFlush; }
@@ -277,38 +282,26 @@ class UTIL_EXPORT logger {
   bool checkpointing_on = true;
 };
 
-// Without a virtual destructor P is taken for the publisher's very class, so nothing is left
-// undestroyed. An abstract class without one is not, and is handed on as a plain publisher*.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
-template <class P>
-typename std::enable_if<std::has_virtual_destructor<P>::value ||
-                        (std::is_destructible<P>::value && !std::is_abstract<P>::value)>::type
-logger::setPublisher(P* p) {
-  set_publisher(p, {[](void* whole) { delete static_cast<P*>(whole); }, p});
-}
-#pragma GCC diagnostic pop
-
 }  // namespace util
 
-// Logs from here: UTIL_LOG(log, cat, format, ...) with a logger*, a category and printf's format
+// Logs from here: UTIL_LOG(to, cat, format, ...) with a logger*, a category and printf's format
 // and arguments; these are evaluated only if the message passes.
-#define UTIL_LOG(log_, cat_, ...) UTIL_LOG_AS(log_, cat_, __PRETTY_FUNCTION__, __VA_ARGS__)
+#define UTIL_LOG(to, cat, ...) UTIL_LOG_AS(to, cat, __PRETTY_FUNCTION__, __VA_ARGS__)
 
 // The same with a text of the caller's instead of the function's signature on the first line.
-#define UTIL_LOG_AS(log_, cat_, where_, ...)                                   \
-  do {                                                                         \
-    ::util::logger* const util_log_to = (log_);                                \
-    const ::util::category& util_log_as = (cat_);                              \
-    if (util_log_to->isLoggable(util_log_as))                                  \
-      util_log_to->log(util_log_as, (where_), UTIL_LOG_POSITION, __VA_ARGS__); \
-    else                                                                       \
-      util_log_to->record_checkpoint(UTIL_LOG_POSITION);                       \
+#define UTIL_LOG_AS(to, cat, where, ...)                                      \
+  do {                                                                        \
+    ::util::logger* const util_log_to = (to);                                 \
+    const ::util::category& util_log_as = (cat);                              \
+    if (util_log_to->isLoggable(util_log_as))                                 \
+      util_log_to->log(util_log_as, (where), UTIL_LOG_POSITION, __VA_ARGS__); \
+    else                                                                      \
+      util_log_to->record_checkpoint(UTIL_LOG_POSITION);                      \
   } while (false)
 
 // "<file>:<line>" of here.
 #define UTIL_LOG_POSITION __FILE_NAME__ ":" UTIL_LOG_TEXT(__LINE__)
 // The expansion of a macro as a string literal.
-#define UTIL_LOG_TEXT(macro_) UTIL_LOG_QUOTED(macro_)
+#define UTIL_LOG_TEXT(macro) UTIL_LOG_QUOTED(macro)
 // The argument itself as a string literal.
-#define UTIL_LOG_QUOTED(text_) #text_
+#define UTIL_LOG_QUOTED(text) #text
