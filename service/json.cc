@@ -235,15 +235,20 @@ class Builder {
 
   bool Null() { return put({}); }
   bool Bool(bool flag) { return put(flag); }
-  bool String(const char* text, size_t size, bool) { return put(std::string(text, size)); }
+  bool String(const char* text, size_t size, bool) {
+    std::string s(text, size);
+    return is_whole(s) && put(std::move(s));
+  }
   bool StartObject() { return enter(util::value_struct()); }
   bool EndObject(size_t) { return leave(); }
   bool StartArray() { return enter(util::value_array()); }
   bool EndArray(size_t) { return leave(); }
 
   bool Key(const char* text, size_t size, bool) {
+    std::string key(text, size);
+    if (!is_whole(key)) return false;
     auto& entries = static_cast<util::value_struct&>(*open_.back());
-    const auto [entry, is_new] = entries.emplace(std::string(text, size), util::Value());
+    const auto [entry, is_new] = entries.emplace(std::move(key), util::Value());
     target_ = &entry->second;
     return is_new || refuse("the key \"" + entry->first + "\" stands in the object twice");
   }
@@ -274,6 +279,12 @@ class Builder {
   bool refuse(const std::string& reason) {
     reason_ = reason;
     return false;
+  }
+
+  // The parser turns "\uDC00" without a first half before it into 0xED and two bytes more.
+  bool is_whole(const std::string& s) {
+    return s.find('\xED') == std::string::npos || is_utf8(s) ||
+           refuse("the second half of a surrogate pair stands alone");
   }
 
   bool integer(int64_t number, std::errc error) {

@@ -212,6 +212,14 @@ TEST(FromJson, RefusesWhatIsNotJson) {
   EXPECT_EQ("1:2: a NUL byte in the text", fault(std::string("1\0 ", 3)));
 }
 
+TEST(FromJson, RefusesHalfASurrogatePair) {
+  EXPECT_EQ("1:3: The surrogate pair in string is invalid.", fault(R"(["\uD83D"])"));
+  EXPECT_EQ("1:10: the second half of a surrogate pair stands alone", fault(R"(["\uDE00"])"));
+  EXPECT_EQ("1:10: the second half of a surrogate pair stands alone", fault(R"({"\uDE00": 1})"));
+  EXPECT_EQ("\xF0\x9F\x98\x80 \xED\x9F\xBF",
+            static_cast<const std::string&>(from_json(R"("\uD83D\uDE00 \uD7FF")")));
+}
+
 TEST(FromJson, RefusesAKeyThatStandsTwice) {
   EXPECT_EQ("2:4: the key \"a\" stands in the object twice", fault("{\"a\":1,\n\"a\":2}"));
   EXPECT_EQ("", fault("[{\"a\":1},{\"a\":2}]"));
