@@ -5,8 +5,10 @@
 #include "log.h"
 #include "texts.h"
 
+#include <service/notify.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -70,6 +72,7 @@ Daemon::Daemon(const Options& options)
   for (Sampler* const sampler : machine_.samplers()) loop_.addEvent(sampler);
   loop_.addEvent(&keeper_);
   loop_.addEvent(static_cast<util::EventLoop*>(this));
+  loop_.addEvent(&watchdog_);
 }
 
 std::vector<service::Handle> Daemon::handles() {
@@ -78,7 +81,7 @@ std::vector<service::Handle> Daemon::handles() {
     all.push_back(
         loop_.on_signal(signal, [this, signal] { end("signal " + std::to_string(signal)); }));
   }
-  all.push_back(loop_.on_signal(SIGHUP, [this] { configuration_.reload(); }));
+  all.push_back(loop_.on_signal(SIGHUP, [this] { read_configuration(); }));
   all.push_back(loop_.every(options_.summary, [this](uint64_t) { summarize(); }));
   return all;
 }
@@ -89,12 +92,14 @@ void Daemon::run() {
 }
 
 void Daemon::runLoop(util::utime_t) {
+  if (done_ == 0) tell_manager("READY=1");  // the state has been saved, nasctl is answered
   if (++done_ == options_.cycles) end("itself");
 }
 
 // The loop goes on to the end of its pass, but all there is to do is done here.
 void Daemon::end(const std::string& why) {
   if (std::exchange(ended_, true)) return;
+  tell_manager("STOPPING=1");
   keeper_.save();
   summarize();
   UTIL_LOG(log(), util::INFO, "ended by %s after %lu cycles", why.c_str(), done_);
@@ -103,6 +108,20 @@ void Daemon::end(const std::string& why) {
 
 void Daemon::summarize() {
   for (Sampler* const sampler : machine_.samplers()) sampler->summarize();
+}
+
+// The manager's clock is the monotonic one.
+void Daemon::read_configuration() {
+  using std::chrono::microseconds;
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  tell_manager("RELOADING=1\nMONOTONIC_USEC=" +
+               std::to_string(std::chrono::duration_cast<microseconds>(now).count()));
+  configuration_.reload();
+  tell_manager("READY=1");
+}
+
+void Daemon::tell_manager(const std::string& state) {
+  telling_manager_([&state] { service::notify(state); });
 }
 
 // ---- what nasctl and the web back end ask ----
@@ -149,7 +168,7 @@ std::string Daemon::warnings() const {
 }
 
 std::string Daemon::reload() {
-  configuration_.reload();
+  read_configuration();
   const std::string& fault = configuration_.fault();
   if (!fault.empty()) throw std::runtime_error("the old configuration stays: " + fault);
   return "the new configuration is in use\n";

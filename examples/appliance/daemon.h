@@ -3,19 +3,22 @@
 
 #include "configuration.h"
 #include "keeper.h"
+#include "log.h"
 #include "options.h"
 #include "samplers.h"
 
 #include <service/ControlSocket.h>
 #include <service/InstanceLock.h>
 #include <service/Loop.h>
+#include <service/Watchdog.h>
 
 #include <string>
 #include <vector>
 
 namespace appliance {
 
-// Samples, keeps the state, summarizes and answers nasctl until it is told to stop.
+// Samples, keeps the state, summarizes and answers nasctl until it is told to stop. A service
+// manager is told when there is a state to show, when the daemon reloads, and that it is alive.
 class Daemon : private util::EventLoop {
  public:
   // Throws what reading the configuration throws, service::AlreadyRunning where there is a daemon
@@ -31,6 +34,8 @@ class Daemon : private util::EventLoop {
   std::vector<service::Handle> handles();
   void end(const std::string& why);
   void summarize();
+  void read_configuration();
+  void tell_manager(const std::string& state);
   std::string answer(const service::Request& request);
   std::string status() const;
   std::string warnings() const;
@@ -44,6 +49,8 @@ class Daemon : private util::EventLoop {
   Machine machine_;
   Keeper keeper_;
   service::ControlSocket control_;
+  service::Watchdog watchdog_{log()};
+  Attempt telling_manager_{"service manager not told"};
   unsigned long done_ = 0;  // cycles
   bool ended_ = false;
 };

@@ -2,52 +2,21 @@
 #include "service/notify.h"
 
 #include "tests/support/files.h"
+#include "tests/support/manager.h"
 #include "util/system_exception.h"
 
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include <gtest/gtest.h>
 
-namespace {
-
+using support::ServiceManager;
 using support::TempDir;
 
-// What a service manager listens on. An address that begins with '@' is an abstract one.
-class Manager {
- public:
-  explicit Manager(const std::string& address) : socket_(socket(AF_UNIX, SOCK_DGRAM, 0)) {
-    sockaddr_un at = {};
-    at.sun_family = AF_UNIX;
-    memcpy(at.sun_path, address.data(), address.size());
-    if (address[0] == '@') at.sun_path[0] = '\0';
-    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + address.size());
-    EXPECT_EQ(0, bind(socket_, reinterpret_cast<const sockaddr*>(&at), size));
-    setenv("NOTIFY_SOCKET", address.c_str(), 1);
-  }
-  ~Manager() {
-    close(socket_);
-    unsetenv("NOTIFY_SOCKET");
-  }
-  Manager(const Manager&) = delete;
-  Manager& operator=(const Manager&) = delete;
-
-  std::string received() const {
-    char text[100];
-    const ssize_t size = recv(socket_, text, sizeof text, MSG_DONTWAIT);
-    return size < 0 ? "nothing" : std::string(text, static_cast<size_t>(size));
-  }
-
- private:
-  const int socket_;
-};
+namespace {
 
 // The error that notify() throws, or 0.
 int failure() {
@@ -71,13 +40,13 @@ TEST(Notify, DoesNothingWithoutAServiceManager) {
 
 TEST(Notify, SendsTheStateAsItStands) {
   const TempDir dir;
-  const Manager manager(dir.file("socket"));
+  const ServiceManager manager(dir.file("socket"));
   EXPECT_TRUE(service::notify("READY=1\nSTATUS=3 clients"));
   EXPECT_EQ("READY=1\nSTATUS=3 clients", manager.received());
 }
 
 TEST(Notify, ReachesAnAbstractAddress) {
-  const Manager manager("@nasutil-notify-test-" + std::to_string(getpid()));
+  const ServiceManager manager("@nasutil-notify-test-" + std::to_string(getpid()));
   EXPECT_TRUE(service::notify("STOPPING=1"));
   EXPECT_EQ("STOPPING=1", manager.received());
 }
@@ -97,7 +66,7 @@ TEST(Notify, RefusesAnAddressThatIsTooLong) {
 
 TEST(Notify, DoesNotWaitForAManagerThatReadsNothing) {
   const TempDir dir;
-  const Manager manager(dir.file("socket"));
+  const ServiceManager manager(dir.file("socket"));
   int error = 0;
   for (int messages = 0; error == 0 && messages < 100000; ++messages) error = failure();
   EXPECT_EQ(EAGAIN, error);

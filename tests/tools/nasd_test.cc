@@ -2,6 +2,7 @@
 // The example appliance's daemon, run as the program it is.
 #include "tests/support/child.h"
 #include "tests/support/files.h"
+#include "tests/support/manager.h"
 #include "tests/support/program.h"
 #include "tests/support/trace.h"
 #include "util/PropertyList.h"
@@ -13,6 +14,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -121,6 +123,13 @@ int count(const std::string& text, const std::string& part) {
   return found;
 }
 
+unsigned long long monotonic_microseconds() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<unsigned long long>(now.tv_sec) * 1000000 +
+         static_cast<unsigned long long>(now.tv_nsec) / 1000;
+}
+
 // A nasctl that asks the daemon of the folder.
 support::Outcome ask(const TempDir& dir, const std::vector<std::string>& request) {
   std::vector<std::string> command = {NASCTL, "--control", dir.file("control")};
@@ -186,6 +195,49 @@ TEST(Nasd, EndsWithStatus0AfterASignal) {
   nasd.wait_for("started");
   nasd.send(SIGTERM);
   EXPECT_EQ(0, nasd.status());
+}
+
+TEST(Nasd, TellsTheServiceManagerWhatItDoes) {
+  const TempDir dir;
+  const support::ServiceManager manager(dir.file("manager"));
+  Nasd nasd(dir, {"--cycle", "20"});
+  EXPECT_EQ("READY=1", manager.next());
+  EXPECT_TRUE(dir.exists("state")) << "what the page shows";
+  EXPECT_EQ(0, ask(dir, {"status"}).status);
+
+  const unsigned long long before = monotonic_microseconds();
+  nasd.send(SIGHUP);
+  const std::string reloading = "RELOADING=1\nMONOTONIC_USEC=";
+  const std::string told = manager.next();
+  ASSERT_THAT(told, StartsWith(reloading));
+  const unsigned long long at = std::stoull(told.substr(reloading.size()));
+  EXPECT_LE(before, at);
+  EXPECT_LE(at, monotonic_microseconds());
+  EXPECT_EQ("READY=1", manager.next());
+
+  nasd.send(SIGTERM);
+  EXPECT_EQ("STOPPING=1", manager.next());
+  EXPECT_EQ(0, nasd.status());
+  EXPECT_EQ("nothing", manager.received());
+}
+
+TEST(Nasd, TellsTheServiceManagerThatItIsAlive) {
+  const TempDir dir;
+  const support::ServiceManager manager(dir.file("manager"));
+  manager.want_reports("100000");
+  const Nasd nasd(dir, {"--cycle", "20"});
+  EXPECT_EQ("READY=1", manager.next());
+  for (int report = 0; report < 3; ++report) EXPECT_EQ("WATCHDOG=1", manager.next());
+}
+
+TEST(Nasd, RunsOnWithoutItsServiceManager) {
+  const TempDir dir;
+  const support::ServiceManager manager(dir.file("manager"));
+  unlink(dir.file("manager").c_str());
+  Nasd nasd(dir, {"--cycles", "2", "--cycle", "20"});
+  EXPECT_EQ(0, nasd.status());
+  EXPECT_EQ(1, count(nasd.log(), "WARNING: service manager not told: No such file or directory\n"))
+      << nasd.log();
 }
 
 TEST(Nasd, LogsASampleThatCannotBeTaken) {

@@ -5,7 +5,7 @@
 // All of it is somebody's text (names of shares, log entries): it becomes text nodes, never markup.
 'use strict';
 
-const BACK_END = '/cgi-bin/status.cgi';
+const BACK_END = 'cgi-bin/status.cgi';
 const REFRESH = 2000;     // milliseconds between two answers
 const PATIENCE = 10000;   // milliseconds for an answer to arrive
 const SVG = 'http://www.w3.org/2000/svg';
