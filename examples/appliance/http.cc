@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "http.h"
 
+#include <service/utf8.h>
+
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <iostream>
+#include <sstream>
 #include <system_error>
 
 namespace appliance {
@@ -24,6 +28,7 @@ constexpr Reason kReasons[] = {
     {413, "Content Too Large"     },
     {415, "Unsupported Media Type"},
     {421, "Misdirected Request"   },
+    {503, "Service Unavailable"   },
 };
 
 const char* reason(int status) {
@@ -31,6 +36,26 @@ const char* reason(int status) {
     if (each.status == status) return each.phrase;
   }
   return "Internal Server Error";
+}
+
+constexpr size_t kLongestQuery = 2048;
+
+// Turns "x+y%20z" into "x y z".
+std::string decoded(const std::string& text) {
+  std::string plain;
+  for (size_t i = 0; i < text.size(); ++i) {
+    unsigned char byte = text[i] == '+' ? ' ' : static_cast<unsigned char>(text[i]);
+    if (byte == '%') {
+      const char* const end = text.data() + std::min(i + 3, text.size());
+      const auto [rest, error] = std::from_chars(text.data() + i + 1, end, byte, 16);
+      if (error != std::errc() || rest != text.data() + i + 3) byte = 0;
+      i += 2;
+    }
+    if (byte < ' ' || byte == 0x7f) throw Refusal(400, "The address is malformed.");
+    plain += static_cast<char>(byte);
+  }
+  if (service::valid_utf8(plain) != plain) throw Refusal(400, "The address is malformed.");
+  return plain;
 }
 
 size_t content_length() {
@@ -53,6 +78,21 @@ std::string variable(const char* name) {
   return value == nullptr ? "" : value;
 }
 
+std::map<std::string, std::string> read_query() {
+  const std::string query = variable("QUERY_STRING");
+  if (query.size() > kLongestQuery) throw Refusal(400, "The address is too long.");
+  std::map<std::string, std::string> fields;
+  std::istringstream parts(query);
+  for (std::string part; std::getline(parts, part, '&');) {
+    const size_t equals = std::min(part.find('='), part.size());
+    const std::string value = decoded(part.substr(std::min(equals + 1, part.size())));
+    if (!fields.emplace(decoded(part.substr(0, equals)), value).second) {
+      throw Refusal(400, "The address has a part twice.");
+    }
+  }
+  return fields;
+}
+
 std::string read_body(size_t most) {
   const std::string type = variable("CONTENT_TYPE");
   if (type.substr(0, type.find(';')) != "text/plain") {
@@ -68,14 +108,18 @@ std::string read_body(size_t most) {
   return body;
 }
 
-void send(const Answer& answer) {
-  std::cout << "Status: " << answer.status << " " << reason(answer.status) << "\r\n"
-            << "Content-Type: " << answer.type << "; charset=utf-8\r\n"
+void send_head(int status, const std::string& type) {
+  std::cout << "Status: " << status << " " << reason(status) << "\r\n"
+            << "Content-Type: " << type << "; charset=utf-8\r\n"
             << "Cache-Control: no-store\r\n"
             << "X-Content-Type-Options: nosniff\r\n"
             << "Cross-Origin-Resource-Policy: same-origin\r\n";
-  if (answer.status == 405) std::cout << "Allow: GET, HEAD, POST\r\n";
+  if (status == 405) std::cout << "Allow: GET, HEAD, POST\r\n";
   std::cout << "\r\n";
+}
+
+void send(const Answer& answer) {
+  send_head(answer.status, answer.type);
   if (variable("REQUEST_METHOD") != "HEAD") std::cout << answer.body;
   std::cout.flush();
 }

@@ -18,6 +18,8 @@ util::logger* alerts() { return log()->childLogger("alerts"); }
 void open_log(const Options& options) {
   service::LogFileOptions files;
   files.rotate_above = 262144;
+  files.old_files = 9;
+  files.compress = true;
   log()->setUseParentPublisher(false);
   log()->setPublisher(new service::LogFile(options.log, files));
   enable_log(util::INFO, true);

@@ -1,18 +1,19 @@
 // SPDX-License-Identifier: MIT
 // The web back end. GET answers with script text, the function nasStatus() that returns the state
-// the daemon keeps; POST with a token as its body acknowledges a warning.
+// the daemon keeps, and with "?log=" with entries of its log as JSON. POST with a token as its body
+// acknowledges a warning.
 //
 //   NASD_STATE     the daemon's property list
 //   NASD_CONTROL   where the daemon takes acknowledgements
 #include "files.h"
 #include "http.h"
+#include "log_search.h"
 #include "texts.h"
 #include "token.h"
 
 #include <arpa/inet.h>
 #include <service/ControlSocket.h>
-#include <service/LogReader.h>
-#include <service/utf8.h>
+#include <service/json.h>
 #include <util/JSEmit.h>
 #include <util/PropertyList.h>
 #include <util/Timer.h>
@@ -29,7 +30,7 @@ using util::value_array;
 using util::value_struct;
 
 constexpr size_t kLongestToken = 256;
-constexpr size_t kLogEntries = 200;
+constexpr size_t kLongestText = 200;       // that is looked for
 constexpr util::utime_t kPatience = 5000;  // milliseconds
 const std::string kAcknowledge = "acknowledge:";
 
@@ -48,18 +49,8 @@ value_struct load_state() {
   return list.getProperties();
 }
 
-value_array log_entries(const std::string& log) {
-  value_array entries;
-  for (const service::LogEntry& entry : service::newest_log_entries(log, kLogEntries)) {
-    entries.push_back(value_struct{
-        {"time",     entry.time                          },
-        {"where",    service::valid_utf8(entry.where())  },
-        {"category", service::valid_utf8(entry.category) },
-        {"text",     service::valid_utf8(entry.message())}
-    });
-  }
-  return entries;
-}
+// What has been logged last, at little cost: it is asked for again and again.
+constexpr LogLimits kNewest = {50, 65536, 65536, 65536, 1000};
 
 void add_tokens(value_array& warnings) {
   for (value_struct& warning : warnings) {
@@ -96,17 +87,54 @@ void refuse_other_names(const value_array& own) {
   if (!known) throw Refusal(421, "This machine does not go by that name.");
 }
 
-Answer show_state() {
+// As the page gets it.
+value_struct state_for_page() {
   value_struct state = load_state();
-  if (!state.empty()) {
-    refuse_other_names(state["names"]);
-    state.erase("names");
-    state["now"] = utc_text(now());
-    state["entries"] = log_entries(state["log"]);
-    state.erase("log");
-    add_tokens(state["warnings"]);
+  if (state.empty()) return state;
+  refuse_other_names(state["names"]);
+  state.erase("names");
+  state["now"] = utc_text(now());
+  state["entries"] = search_log(state["log"], {}, kNewest)["entries"];
+  state.erase("log");
+  add_tokens(state["warnings"]);
+  return state;
+}
+
+Answer show_state() {
+  return {200, "text/javascript", util::JSEmit().emitFunction("nasStatus", state_for_page())};
+}
+
+LogQuery log_query(const std::map<std::string, std::string>& fields) {
+  LogQuery query;
+  const std::map<std::string, std::string*> known = {
+      {"category", &query.category},
+      {"log",      &query.position},
+      {"since",    &query.since   },
+      {"text",     &query.text    },
+      {"until",    &query.until   }
+  };
+  for (const auto& [name, value] : fields) {
+    if (known.count(name) == 0) throw Refusal(400, "The search has an unknown part.");
+    if (value.size() > kLongestText) throw Refusal(400, "The search is too long.");
+    *known.at(name) = value;
   }
-  return {200, "text/javascript", util::JSEmit().emitFunction("nasStatus", state)};
+  for (const std::string& bound : {query.since, query.until}) {
+    if (!bound.empty() && !is_bound(bound)) {
+      throw Refusal(400, "The search has a time that is not one like 2026-05-01T14:03.");
+    }
+  }
+  if (!query.position.empty() && !is_position(query.position)) {
+    throw Refusal(400, "The search is to go on at a place that is not one.");
+  }
+  return query;
+}
+
+Answer show_log(const std::map<std::string, std::string>& fields) {
+  const LogQuery query = log_query(fields);
+  value_struct state = load_state();
+  if (state.empty()) throw Refusal(503, "The daemon has not written its state yet.");
+  refuse_other_names(state["names"]);
+  return {200, "application/json", service::to_json(search_log(state["log"], query, LogLimits()))};
 }
 
 Answer acknowledge_warning() {
@@ -136,22 +164,18 @@ void refuse_other_sites() {
   }
 }
 
-// A number that makes the address new for each refresh, or nothing.
-void check_query() {
-  const std::string query = variable("QUERY_STRING");
-  if (query.find_first_not_of("0123456789") != query.npos) {
-    throw Refusal(400, "The address is malformed.");
-  }
-}
-
 Answer answer() {
   const std::string method = variable("REQUEST_METHOD");
   if (method != "GET" && method != "HEAD" && method != "POST") {
     throw Refusal(405, "This can be read and acknowledged, nothing else.");
   }
   refuse_other_sites();
-  check_query();
-  return method == "POST" ? acknowledge_warning() : show_state();
+  // A number makes the address new for each refresh.
+  const bool plain = variable("QUERY_STRING").find_first_not_of("0123456789") == std::string::npos;
+  if (plain) return method == "POST" ? acknowledge_warning() : show_state();
+  const auto fields = read_query();
+  if (method != "POST" && fields.count("log") > 0) return show_log(fields);
+  throw Refusal(400, "The address is malformed.");
 }
 
 Answer answer_or_refusal() {

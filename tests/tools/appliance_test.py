@@ -10,6 +10,7 @@ over. All that is started ends with the test, and all it wrote goes.
 import base64
 import concurrent.futures
 import contextlib
+import gzip
 import math
 import os
 import plistlib
@@ -405,14 +406,87 @@ class Appliance(unittest.TestCase):
         self.browser.run(look_for, "")
         self.assertEqual("9", self.browser.text("#share-count"))
 
-    def test_log_is_searched_by_category_and_text(self):
+    def test_shares_are_ordered(self):
         self.show()
-        self.browser.run("(e => { e.value = 'SUMMARY'; e.dispatchEvent(new Event('change')) })"
-                         "(document.getElementById('log-kind'))")
-        self.assertEqual(2, len(self.browser.texts("#log li:not([hidden])")))
-        self.browser.run("(e => { e.value = 'load'; e.dispatchEvent(new Event('input')) })"
-                         "(document.getElementById('log-filter'))")
-        self.assertEqual(["load at most 1.31"], self.browser.texts("#log li:not([hidden]) .message"))
+        self.change("share-order", "location")
+        self.assertEqual(["Backups", "Films", "it's \"x\""], self.browser.texts("#shares strong")[:3])
+        self.change("share-order", "status")
+        self.assertEqual("old scans", self.browser.texts("#shares strong")[-1])
+        self.change("share-order", "type")
+        self.assertEqual(["<script>", "Films", "music"], self.browser.texts("#shares strong")[-3:])
+        self.change("share-order", "name")
+        self.assertEqual(["Backups", "Films", "it's \"x\""], self.browser.texts("#shares strong")[:3])
+
+    # ---- the log ----
+
+    def change(self, name, value, event="change"):
+        self.browser.run("((e, value, event) => { e.value = value; e.dispatchEvent(new Event(event)) })"
+                         "(document.getElementById(arguments[0]), arguments[1], arguments[2])",
+                         name, value, event)
+
+    def until_log(self, messages):
+        until(lambda: self.browser.texts("#log .message") == messages, f"{messages} in the log")
+
+    def test_log_is_searched_by_category_text_and_time(self):
+        self.show()
+        self.until_text("#log", "started with cycles")
+        self.change("log-category", "SUMMARY")
+        self.until_log(["traffic 48213094 bytes in, 5120376 out", "load at most 1.31"])
+        self.change("log-text", "LOAD", "input")
+        self.until_log(["load at most 1.31"])
+        self.assertEqual("Found 1 entry; there are no older ones.", self.browser.text("#log-found"))
+        self.change("log-category", "")
+        self.change("log-text", "", "input")
+        self.change("log-since", "2026-05-01T13:44")
+        self.change("log-until", "2026-05-01T13:44")
+        self.until_log(["/shares/external is nearly full"])
+        self.assert_console_is_clean()
+
+    def test_log_goes_back_over_old_files_by_keyboard(self):
+        with gzip.open(self.path("nasd.log.1.gz"), "wt", encoding="utf-8") as old:
+            for minute in range(150):
+                old.write(f"2026-04-30T{minute // 60:02}:{minute % 60:02}:00 void b()\n"
+                          f"INFO: old {minute}\n")
+        self.show()
+        self.until_text("#log", "old 149")
+        self.assertEqual(100, len(self.browser.texts("#log li")))
+        self.browser.run("document.getElementById('log').focus()")
+        self.browser.press(Keys.TAB)
+        self.assertEqual("log-older", self.browser.run("document.activeElement.id"))
+        self.browser.press(Keys.ENTER)
+        self.until_text("#log", "old 0")
+        self.assertEqual(156, len(self.browser.texts("#log li")))
+        self.assertEqual("log", self.browser.run("document.activeElement.id"))
+        self.assertFalse(self.browser.run("document.getElementById('log-older').checkVisibility()"))
+        self.browser.run("document.getElementById('log-text').focus()")
+        self.browser.press("old 14")
+        self.until_log([f"old {n}" for n in (*range(149, 139, -1), 14)])
+        self.browser.press(Keys.TAB, "WARN")
+        self.until_log([])
+        self.assertEqual("Found 0 entries; there are no older ones.",
+                         self.browser.text("#log-found"))
+        self.assert_console_is_clean()
+
+    def test_new_entries_come_into_the_log_where_they_fit(self):
+        self.show()
+        self.until_text("#log", "started with cycles")
+        self.change("log-category", "WARNING")
+        warnings = ["/shares/external is nearly full",
+                    "The web interface has no administration password"]
+        self.until_log(warnings)
+        with open(self.path("nasd.log"), "a", encoding="utf-8") as file:
+            for category in "INFO", "WARNING", "NEW", "WARNING":
+                file.write(f"2026-05-01T14:05:00 void b()\n{category}: {category} comes\n")
+        self.until_log(["WARNING comes", "WARNING comes", *warnings])
+        self.assertIn("NEW", self.browser.texts("#log-category option"))
+        self.change("log-category", "")
+        self.until_text("#log", "NEW comes")
+        self.assertEqual(10, len(self.browser.texts("#log li")))
+
+    def test_search_that_is_refused_says_why(self):
+        self.show()
+        self.change("log-since", "12026-05-01T13:44")
+        self.until_text("#log-found", "The log cannot be searched: The search has a time that is not")
 
     def test_top_says_whether_all_is_well(self):
         self.show()

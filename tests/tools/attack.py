@@ -139,6 +139,16 @@ def traversal(box, dice):
         assert b"root:" not in answer and b"usage: nas" not in answer, path
 
 
+def searches(box, dice):
+    names = ["log", "text", "category", "since", "until", "file", "", "%00"]
+    values = ["", "x", "2026-05-01T14:03", "1.2.3", "0.0.0", "../../etc/passwd", "%ff", "%", "9" * 40, "%27",
+              "2026-99-99T99:99", "a" * 3000, "1970-01-01T00:00:00", "(((.*)*)*)*$", "<script>alert"]
+    for _ in range(10):
+        query = "&".join(f"{dice.choice(names)}={dice.choice(values)}" for _ in range(dice.randint(1, 4)))
+        code, text = box.get("cgi-bin/status.cgi?" + "log=&" * dice.randint(0, 1) + query)
+        assert code in (200, 400) and "root:" not in text, f"{query}: {code} {text[:200]}"
+
+
 def crowd(box, dice):
     with concurrent.futures.ThreadPoolExecutor(100) as clients:
         codes = list(clients.map(lambda _: box.get()[0], range(dice.randint(100, 300))))
@@ -217,7 +227,7 @@ def strange_files(box, dice):
     time.sleep(0.15)
 
 
-ATTACKS = [forged_tokens, other_sites, broken_requests, traversal, crowd, control_socket,
+ATTACKS = [forged_tokens, other_sites, broken_requests, traversal, searches, crowd, control_socket,
            requests_to_the_daemon, configurations, kills, full_disk, strange_files]
 
 

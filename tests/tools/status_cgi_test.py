@@ -8,7 +8,9 @@ The states it reads are written by Python's plistlib, its script is evaluated by
 signatures are checked by hashlib.
 """
 import base64
+import gzip
 import hashlib
+import itertools
 import json
 import os
 import plistlib
@@ -20,6 +22,7 @@ import tempfile
 import threading
 import time
 import unittest
+import urllib.parse
 
 PROGRAM = KEY = None
 
@@ -33,6 +36,11 @@ STATE = {
     "warnings": [WARNING],
     "names": ["localhost", "nas", "nas.home.arpa", "192.168.1.20", "fe80:0:0:0:200:5eff:fe00:530a"],
 }
+
+
+def entry(time_of_day, category, text):
+    """As the daemon logs it."""
+    return f"2026-05-01T{time_of_day} void b()\n{category}: {text}\n"
 
 
 class Asked(socketserver.StreamRequestHandler):
@@ -140,12 +148,13 @@ class StatusCgi(unittest.TestCase):
         with open(log, "w", encoding="utf-8") as file:
             file.write("2026-05-01T14:03:02 void b()\nWARNING: it's\ntwo: <b>\n")
         self.keep({**STATE, "log": log})
+        entries = self.ask().value()["entries"]
+        self.assertEqual(2, len({entry.pop("id") for entry in entries}))
         self.assertEqual(
             [{"time": "2026-05-01T14:03:02", "where": "void b()", "category": "WARNING",
               "text": "it's\ntwo: <b>"},
              {"time": "2026-05-01T14:03:01", "where": "void a()", "category": "INFO",
-              "text": "one"}],
-            self.ask().value()["entries"])
+              "text": "one"}], entries)
 
     def test_before_the_first_state_the_script_returns_nothing(self):
         self.assertEqual({}, self.ask().value())
@@ -173,6 +182,173 @@ class StatusCgi(unittest.TestCase):
     def test_state_of_the_wrong_shape_is_an_error(self):
         self.keep({**STATE, "warnings": "none"})
         self.assertEqual(500, self.ask().status)
+
+    # ---- the log ----
+
+    def log(self, *parts):
+        """Writes the log's files, the oldest first, and has the state name it."""
+        names = ["", *(f".{number}" for number in range(len(parts)))]
+        for name, text in zip(names, reversed(parts)):
+            with open(f"{self.folder}/nasd.log{name}", "w", encoding="utf-8") as file:
+                file.write(text)
+        self.keep({**STATE, "log": f"{self.folder}/nasd.log"})
+
+    def compress(self, number):
+        name = f"{self.folder}/nasd.log.{number}"
+        with open(name, "rb") as file, gzip.open(f"{name}.gz", "wb") as compressed:
+            compressed.write(file.read())
+        os.remove(name)
+
+    def search(self, **fields):
+        answer = self.ask(QUERY_STRING=urllib.parse.urlencode({"log": "", **fields}))
+        self.assertEqual(200, answer.status, answer.body)
+        self.assertEqual("application/json; charset=utf-8", answer.headers["Content-Type"])
+        return json.loads(answer.body)
+
+    def found(self, **fields):
+        return [entry["text"] for entry in self.search(**fields)["entries"]]
+
+    THREE = (entry("13:00:01", "INFO", "one") + entry("13:00:02", "WARNING", "two"),
+             entry("13:00:03", "EVENT LOOP|DEBUG", "three"),
+             entry("13:00:59", "INFO", "Four\nand more") + entry("13:01:00", "INFO", "five"))
+
+    def test_log_is_read_over_all_its_files(self):
+        self.log(*self.THREE)
+        self.compress(1)
+        self.assertEqual(["five", "Four\nand more", "three", "two", "one"], self.found())
+
+    def test_log_is_searched(self):
+        self.log(*self.THREE)
+        for fields, texts in (
+            ({"category": "INFO"}, ["five", "Four\nand more", "one"]),
+            ({"category": "DEBUG"}, ["three"]),
+            ({"category": "EVENT LOOP|DEBUG"}, ["three"]),
+            ({"category": "EVENT"}, []),
+            ({"text": "FOUR"}, ["Four\nand more"]),
+            ({"text": "void b("}, ["five", "Four\nand more", "three", "two", "one"]),
+            ({"text": "o", "category": "WARNING"}, ["two"]),
+            ({"since": "2026-05-01T13:01"}, ["five"]),
+            ({"until": "2026-05-01T13:00:02"}, ["two", "one"]),
+            ({"since": "2026-05-01T13:00:03", "until": "2026-05-01T13:00"},
+             ["Four\nand more", "three"]),
+            ({"text": "100% + \u00fc"}, []),
+        ):
+            with self.subTest(fields):
+                self.assertEqual(texts, self.found(**fields))
+
+    def test_categories_are_those_that_were_met(self):
+        self.log(*self.THREE)
+        self.assertEqual(["DEBUG", "EVENT LOOP", "INFO", "WARNING"],
+                         self.search(category="INFO")["categories"])
+
+    def test_search_goes_on_where_it_stopped_though_files_are_rotated_meanwhile(self):
+        minutes = [f"{n // 60 + 1:02}:{n % 60:02}:00" for n in range(350)]
+        text = [entry(minute, "INFO", minute) for minute in minutes]
+        self.log("".join(text[:120]), "".join(text[120:230]), "".join(text[230:]))
+        seen, position = [], ""
+        for move in (2, 1, None, None):
+            answer = self.search(log=position)
+            seen += [each["text"] for each in answer["entries"]]
+            position = answer.get("position", "")
+            if move:
+                log = f"{self.folder}/nasd.log"
+                for number, end in itertools.product((2, 1, 0), ("", ".gz")):
+                    if os.path.exists(f"{log}.{number}{end}"):
+                        os.rename(f"{log}.{number}{end}", f"{log}.{number + 1}{end}")
+                os.rename(log, f"{log}.0")
+                with open(log, "w", encoding="utf-8") as file:
+                    file.write(entry("20:00:00", "INFO", f"later {move}"))
+                if move == 2:
+                    self.compress(2)
+        self.assertEqual(minutes[::-1], seen)
+        self.assertEqual("", position)
+
+    def test_position_in_a_file_that_is_gone_finds_nothing(self):
+        self.log(*self.THREE)
+        answer = self.search(log="1.12345.100")
+        self.assertEqual([], answer["entries"])
+        self.assertNotIn("position", answer)
+
+    def test_entries_keep_their_identity(self):
+        self.log(*self.THREE)
+        ids = {entry["text"]: entry["id"] for entry in self.search()["entries"]}
+        self.assertEqual(5, len(set(ids.values())))
+        self.compress(1)
+        self.assertEqual(ids, {entry["text"]: entry["id"] for entry in self.search()["entries"]})
+        self.assertEqual(ids["five"], self.ask().value()["entries"][0]["id"])
+
+    def test_answer_is_bounded_and_can_be_continued(self):
+        for rows in ([f"{n} {'x' * 5000}" for n in range(200)],  # many bytes
+                     [str(n) for n in range(250)]):              # many entries
+            self.log("".join(entry("13:00:00", "INFO", text) for text in rows))
+            seen, position, requests = [], "", 0
+            while position is not None:
+                answer = self.search(log=position)
+                self.assertLessEqual(len(answer["entries"]), 100)
+                self.assertLess(sum(len(each["text"]) for each in answer["entries"]), 270000)
+                seen += [each["text"] for each in answer["entries"]]
+                position = answer.get("position")
+                requests += 1
+            self.assertEqual(rows[::-1], seen)
+            self.assertGreater(requests, 2)
+
+    def test_long_log_is_searched_in_steps(self):
+        line = entry("13:00:00", "INFO", "x" * 1000)
+        self.log(entry("12:00:00", "INFO", "needle") + line * 12000)  # 12 MB
+        answer = self.search(text="needle")
+        self.assertEqual([], answer["entries"])
+        self.assertEqual(["needle"], self.found(text="needle", log=answer["position"]))
+
+    def test_file_that_cannot_be_searched_is_named_and_the_others_are_searched(self):
+        self.log(*self.THREE)
+        self.compress(1)
+        with open(f"{self.folder}/nasd.log.1.gz", "r+b") as file:
+            file.truncate(20)
+        os.remove(f"{self.folder}/nasd.log.0")
+        os.mkfifo(f"{self.folder}/nasd.log.0")
+        answer = self.search()
+        self.assertEqual(["five", "Four\nand more"], [each["text"] for each in answer["entries"]])
+        self.assertEqual(["nasd.log.1: gzip ended with status 1"], answer["faults"])
+
+    def test_damaged_log_is_searched(self):
+        with open(f"{self.folder}/nasd.log", "wb") as file:
+            file.write(b"\0\xff\n" * 1000 + entry("13:00:00", "INFO", "one").encode() + b"2026-05-")
+        self.keep({**STATE, "log": f"{self.folder}/nasd.log"})
+        self.assertEqual(["one\n2026-05-"], self.found())
+
+    def test_search_that_is_malformed_is_refused_with_the_reason(self):
+        self.log(*self.THREE)
+        for query, reason in (
+            ("log=&since=yesterday", "a time that is not one like"),
+            ("log=&until=2026-05-01", "a time that is not one like"),
+            ("log=&until=2026-05-01T24:00", "a time that is not one like"),
+            ("log=1", "at a place that is not one"),
+            ("log=-1.2.3", "at a place that is not one"),
+            ("log=1.2.9999999999999999999", "at a place that is not one"),
+            ("log=../../etc/passwd", "at a place that is not one"),
+            ("log=&file=/etc/passwd", "an unknown part"),
+            ("log=&text=a&text=b", "twice"),
+            ("log=&text=%", "malformed"),
+            ("log=&text=%4", "malformed"),
+            ("log=&text=%zz", "malformed"),
+            ("log=&text=%00", "malformed"),
+            ("log=&text=%0a", "malformed"),
+            ("log=&text=%ff", "malformed"),
+            ("log=&text=" + "x" * 201, "too long"),
+            ("log=&text=" + "x" * 3000, "too long"),
+            ("text=x", "malformed"),
+        ):
+            with self.subTest(query[:40]):
+                answer = self.ask(QUERY_STRING=query)
+                self.assertEqual(400, answer.status)
+                self.assertIn(reason, answer.body.decode())
+        self.assertEqual(405, self.ask("PUT", QUERY_STRING="log=").status)
+        self.assertEqual(400, self.post("x", QUERY_STRING="log=").status)
+        self.assertEqual(403, self.ask(QUERY_STRING="log=", HTTP_SEC_FETCH_SITE="cross-site").status)
+        self.assertEqual(421, self.ask(QUERY_STRING="log=", HTTP_HOST="attacker.example").status)
+
+    def test_log_before_the_first_state_is_not_there(self):
+        self.assertEqual(503, self.ask(QUERY_STRING="log=").status)
 
     # ---- requests that are refused ----
 

@@ -299,25 +299,24 @@ const showInterfaces = (interfaces) => show('interfaces', interfaces, () => inte
 
 const ACCESS = { full: 'may write', readonly: 'may read', none: 'no access' };
 
-// Hides the rows of a list that do not hold what is looked for, and returns how many stay.
-const filterRows = (id, text, kind = '') => {
-  const wanted = text.trim().toLocaleLowerCase();
-  const rows = [...byId(id).children];
-  for (const row of rows) {
-    row.hidden = !row.textContent.toLocaleLowerCase().includes(wanted) ||
-                 (kind !== '' && row.dataset.kind !== kind);
-  }
-  return rows.filter((row) => !row.hidden).length;
+// Hides the rows that do not hold what is looked for.
+const filterShares = () => {
+  const wanted = byId('share-filter').value.trim().toLocaleLowerCase();
+  const rows = [...byId('shares').children];
+  for (const row of rows) row.hidden = !row.textContent.toLocaleLowerCase().includes(wanted);
+  const found = rows.filter((row) => !row.hidden).length;
+  byId('share-count').textContent = found === rows.length ? found : `${found} of ${rows.length}`;
 };
 
-const filterShares = () => {
-  const found = filterRows('shares', byId('share-filter').value);
-  const all = byId('shares').children.length;
-  byId('share-count').textContent = found === all ? all : `${found} of ${all}`;
+// They come in natural order of their names, which stays the order of what is equal otherwise.
+const ordered = (shares) => {
+  const by = byId('share-order').value;
+  if (by === 'name') return shares;
+  return [...shares].sort((a, b) => (a[by] ?? '').localeCompare(b[by] ?? ''));
 };
 
 const showShares = (shares) => {
-  showRows('shares', shares, (share) => share.name ?? '', (share) => row(
+  showRows('shares', ordered(shares), ({ folder, name }) => folder ?? name ?? '', (share) => row(
     [make('strong', {}, share.name), tag(share.type),
      share.status === 'active' ? null : tag(share.status, 'bad'),
      share.location === 'internal' ? null : tag(share.location)],
@@ -329,25 +328,82 @@ const showShares = (shares) => {
   filterShares();
 };
 
-// Equal entries are told apart by how many older ones are equal.
-const showLog = (entries) => {
-  const count = new Map();
-  const numbered = [...entries].reverse().map((entry) => {
-    const text = JSON.stringify(entry);
-    count.set(text, (count.get(text) ?? 0) + 1);
-    return { ...entry, key: `${count.get(text)} ${text}` };
-  }).reverse();
-  show('log-kind', [...new Set(entries.map(({ category }) => category))].sort(), (kinds) =>
-    ['', ...kinds].map((kind) => make('option', { value: kind }, kind || 'All categories')));
-  showRows('log', numbered, (entry) => entry.key, (entry) =>
-    make('li', { class: entry.category === 'WARNING' ? 'warning' : '', 'data-kind': entry.category },
-         make('time', {}, entry.time.replace('T', ' ')), tag(entry.category),
-         make('span', { class: 'message' }, entry.text),
-         make('span', { class: 'where mono quiet' }, entry.where)));
-  filterLog();
+// ---- log ---------------------------------------------------------------------------------------
+
+// What is shown: what the back end has found, the newest first, and before it the entries that have
+// come since with the state and fit as well.
+const log = { entries: [], newest: null, position: null, categories: new Set(), search: 0 };
+const MOST_ENTRIES = 1000;
+
+const wanted = () => Object.fromEntries(['category', 'text', 'since', 'until'].map(
+  (name) => [name, byId(`log-${name}`).value]));
+
+// As the back end decides it.
+const fits = ({ category, text, since, until }) => (entry) =>
+  (category === '' || `|${entry.category}|`.includes(`|${category}|`)) &&
+  [entry.time, entry.where, entry.category, entry.text].join(' ').toLowerCase()
+    .includes(text.toLowerCase()) &&
+  entry.time >= since && (until === '' || entry.time.slice(0, until.length) <= until);
+
+const showLog = () => {
+  showRows('log', log.entries, ({ id }) => id, ({ time, where, category, text }) =>
+    make('li', { class: category === 'WARNING' ? 'warning' : '' },
+         make('time', {}, time.replace('T', ' ')), tag(category),
+         make('span', { class: 'message' }, text),
+         make('span', { class: 'where mono quiet' }, where)));
+  byId('log-older').hidden = !log.position;
 };
 
-const filterLog = () => filterRows('log', byId('log-filter').value, byId('log-kind').value);
+const addCategories = (names) => {
+  const select = byId('log-category');
+  for (const name of names.filter((each) => !log.categories.has(each))) {
+    log.categories.add(name);
+    const next = [...select.options].slice(1).find((option) => option.value > name);
+    select.insertBefore(make('option', { value: name }, name), next ?? null);
+  }
+};
+
+// Asks for the entries that are wanted, or for more of them. Only the last search counts.
+const searchLog = async (position = '') => {
+  const search = ++log.search;
+  const fields = Object.entries(wanted()).filter(([, value]) => value !== '');
+  const say = (text) => { byId('log-found').textContent = text; };
+  try {
+    const answer = await fetch(`${BACK_END}?${new URLSearchParams([['log', position], ...fields])}`);
+    if (!answer.ok) throw new Error(await answer.text());
+    const found = await answer.json();
+    if (search !== log.search) return;
+    log.entries = position === '' ? found.entries : [...log.entries, ...found.entries];
+    log.position = found.position ?? null;
+    addCategories(found.categories);
+    const focused = document.activeElement === byId('log-older');
+    showLog();
+    if (focused && !log.position) byId('log').focus();
+    const count = `${log.entries.length} ${log.entries.length === 1 ? 'entry' : 'entries'}`;
+    say([position === '' && fields.length === 0 ? '' :
+           `Found ${count}; ${log.position ? 'there may be older ones' : 'there are no older ones'}.`,
+         ...found.faults.map((fault) => `Not searched: ${fault}.`)].join(' '));
+  } catch (error) {
+    if (search === log.search) say(`The log cannot be searched: ${error.message}`);
+    if (log.entries.length === 0) log.newest = null;
+  }
+};
+
+// Those that have come since the last state; where they are too many, a new search finds them.
+const addNewEntries = (entries) => {
+  if (entries.length === 0 || entries[0].id === log.newest) return;
+  const since = entries.findIndex(({ id }) => id === log.newest);
+  log.newest = entries[0].id;
+  if (since < 0 || log.entries.length > MOST_ENTRIES) {
+    searchLog();
+    return;
+  }
+  const known = new Set(log.entries.map(({ id }) => id));
+  const come = entries.slice(0, since).filter(({ id }) => !known.has(id));
+  addCategories(come.flatMap(({ category }) => category.split('|')));
+  log.entries = [...come.filter(fits(wanted())), ...log.entries];
+  showLog();
+};
 
 // ---- warnings ----------------------------------------------------------------------------------
 
@@ -457,7 +513,7 @@ const showState = (state) => {
   showVolumes(state.volumes);
   showInterfaces(state.interfaces);
   showShares(state.shares);
-  showLog(state.entries);
+  addNewEntries(state.entries);
   staleAfter = STALE(state.cycle);
   answered = { at: performance.now(), age: seconds(state.now) - seconds(state.written) };
   showFreshness(isStale(answered.age) ? 'stale' : 'live');
@@ -483,7 +539,15 @@ const refresh = () => {
 
 byId('period').addEventListener('change', () => shownState && showGraphs());
 byId('share-filter').addEventListener('input', filterShares);
-byId('log-filter').addEventListener('input', filterLog);
-byId('log-kind').addEventListener('change', filterLog);
+byId('share-order').addEventListener('change', () => shownState && showShares(shownState.shares));
+let typing = null;  // A search begins when it pauses.
+byId('log-text').addEventListener('input', () => {
+  clearTimeout(typing);
+  typing = setTimeout(searchLog, 300);
+});
+for (const name of ['category', 'since', 'until']) {
+  byId(`log-${name}`).addEventListener('change', () => searchLog());
+}
+byId('log-older').addEventListener('click', () => searchLog(log.position));
 setInterval(showAge, 1000);
 refresh();
