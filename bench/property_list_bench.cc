@@ -23,6 +23,7 @@ constexpr util::utime_t kCreated = 1172757909000;
 // A share as a back end keeps it: mostly short texts, some numbers, flags, a date, a few bytes.
 value_struct share(int number) {
   const std::string name = "share " + std::to_string(number);
+  const util::byte_string key(16, static_cast<unsigned char>(number % 256));
   value_array users;
   for (const char* user : {"anna", "bernd", "guest & friends"}) {
     users.push_back(value_struct{
@@ -38,8 +39,8 @@ value_struct share(int number) {
       {"used",    0.25 * (number % 400)                                    },
       {"public",  number % 2 == 0                                          },
       {"created", util::utime_t{kCreated}                                  },
-      {"key",     util::byte_string(16,                                      static_cast<unsigned char>(number % 256))},
-      {"users",         users                                                           },
+      {"key",     key                                                      },
+      {"users",   users                                                    },
   };
 }
 

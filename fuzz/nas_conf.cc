@@ -29,61 +29,70 @@ struct Row {
   std::string path, rule, shown;
 };
 
-const std::vector<Row> kRows = {
-    {"/nas_conf_db",                                           "!e",                            ""                },
-    {"/nas_conf_db/version",                                   "!n",                            "version"         },
-    {"/nas_conf_db/system",                                    "!e",                            "system"          },
-    {"/nas_conf_db/system/timeformat",                         "t",                             "timeformat"      },
-    {"/nas_conf_db/system/hostname",                           "t",                             "hostname"        },
-    {"/nas_conf_db/system/domain",                             "t",                             "domain"          },
-    {"/nas_conf_db/system/language",                           "t",                             "language"        },
-    {"/nas_conf_db/system/dhcpenabled",                        "true|false",                    "dhcpenabled"     },
-    {"/nas_conf_db/system/timezone",                           "t",                             "timezone"        },
-    {"/nas_conf_db/system/printenabled",                       "true|false",                    "printenabled"    },
-    {"/nas_conf_db/system/webgui",                             "e",                             "webgui"          },
-    {"/nas_conf_db/system/webgui/adminpasswd",                 "o",                             "adminpasswd"     },
-    {"/nas_conf_db/system/webgui/protocol",                    "t",                             "protocol"        },
-    {"/nas_conf_db/system/hdparams",                           "e",                             ""                },
-    {"/nas_conf_db/system/hdparams/disk",                      "*e",                            "disks"           },
-    {"/nas_conf_db/system/hdparams/disk/device",               "!t",                            "device"          },
-    {"/nas_conf_db/system/hdparams/disk/inactivityperiod",     "!n",                            "inactivityperiod"},
-    {"/nas_conf_db/system/hdparams/disk/lastselftest",         "!n",                            "lastselftest"    },
-    {"/nas_conf_db/system/platform",                           "t",                             "platform"        },
-    {"/nas_conf_db/system/drives",                             "t",                             "drives"          },
-    {"/nas_conf_db/interfaces",                                "e",                             ""                },
-    {"/nas_conf_db/interfaces/lan",                            "*e",                            "interfaces"      },
-    {"/nas_conf_db/interfaces/lan/if",                         "t",                             "if"              },
-    {"/nas_conf_db/interfaces/lan/ipaddr",                     "t",                             "ipaddr"          },
-    {"/nas_conf_db/interfaces/lan/netmask",                    "t",                             "netmask"         },
-    {"/nas_conf_db/interfaces/lan/rand_ip",                    "t",                             "rand_ip"         },
-    {"/nas_conf_db/mounts",                                    "e",                             ""                },
-    {"/nas_conf_db/mounts/mount",                              "*e",                            "mounts"          },
-    {"/nas_conf_db/mounts/mount/device",                       "t",                             "device"          },
-    {"/nas_conf_db/mounts/mount/fstype",                       "t",                             "fstype"          },
-    {"/nas_conf_db/mounts/mount/mountpoint",                   "o",                             "mountpoint"      },
-    {"/nas_conf_db/mounts/mount/options",                      "o",                             "options"         },
-    {"/nas_conf_db/samba",                                     "e",                             "samba"           },
-    {"/nas_conf_db/samba/netbiosname",                         "t",                             "netbiosname"     },
-    {"/nas_conf_db/samba/workgroup",                           "t",                             "workgroup"       },
-    {"/nas_conf_db/samba/serverdesc",                          "t",                             "serverdesc"      },
-    {"/nas_conf_db/samba/localmaster",                         "yes|no",                        "localmaster"     },
-    {"/nas_conf_db/shares",                                    "e",                             ""                },
-    {"/nas_conf_db/shares/share",                              "*e",                            "shares"          },
-    {"/nas_conf_db/shares/share/sharename",                    "t",                             "name"            },
-    {"/nas_conf_db/shares/share/sharetype",                    "public|private",                "type"            },
-    {"/nas_conf_db/shares/share/sharestatus",                  "active|suspended",              "status"          },
-    {"/nas_conf_db/shares/share/sharelocation",                "internal_share|external_share", "location"        },
-    {"/nas_conf_db/shares/share/access",                       "e",                             ""                },
-    {"/nas_conf_db/shares/share/access/users",                 "e",                             ""                },
-    {"/nas_conf_db/shares/share/access/users/user",            "*e",                            "users"           },
-    {"/nas_conf_db/shares/share/access/users/user/username",   "!t",                            "username"        },
-    {"/nas_conf_db/shares/share/access/users/user/accesstype", "!readonly|full",                "accesstype"      },
-    {"/nas_conf_db/access",                                    "e",                             ""                },
-    {"/nas_conf_db/access/users",                              "e",                             ""                },
-    {"/nas_conf_db/access/users/user",                         "*e",                            "users"           },
-    {"/nas_conf_db/access/users/user/username",                "!t",                            "name"            },
-    {"/nas_conf_db/access/users/user/uid",                     "!n",                            "uid"             },
-};
+constexpr char kTable[] = R"(/nas_conf_db                                           !e
+/nas_conf_db/version                                   !n             version
+/nas_conf_db/system                                    !e             system
+/nas_conf_db/system/timeformat                         t              timeformat
+/nas_conf_db/system/hostname                           t              hostname
+/nas_conf_db/system/domain                             t              domain
+/nas_conf_db/system/language                           t              language
+/nas_conf_db/system/dhcpenabled                        true|false     dhcpenabled
+/nas_conf_db/system/timezone                           t              timezone
+/nas_conf_db/system/printenabled                       true|false     printenabled
+/nas_conf_db/system/webgui                             e              webgui
+/nas_conf_db/system/webgui/adminpasswd                 o              adminpasswd
+/nas_conf_db/system/webgui/protocol                    t              protocol
+/nas_conf_db/system/hdparams                           e
+/nas_conf_db/system/hdparams/disk                      *e             disks
+/nas_conf_db/system/hdparams/disk/device               !t             device
+/nas_conf_db/system/hdparams/disk/inactivityperiod     !n             inactivityperiod
+/nas_conf_db/system/hdparams/disk/lastselftest         !n             lastselftest
+/nas_conf_db/system/platform                           t              platform
+/nas_conf_db/system/drives                             t              drives
+/nas_conf_db/interfaces                                e
+/nas_conf_db/interfaces/lan                            *e             interfaces
+/nas_conf_db/interfaces/lan/if                         t              if
+/nas_conf_db/interfaces/lan/ipaddr                     t              ipaddr
+/nas_conf_db/interfaces/lan/netmask                    t              netmask
+/nas_conf_db/interfaces/lan/rand_ip                    t              rand_ip
+/nas_conf_db/mounts                                    e
+/nas_conf_db/mounts/mount                              *e             mounts
+/nas_conf_db/mounts/mount/device                       t              device
+/nas_conf_db/mounts/mount/fstype                       t              fstype
+/nas_conf_db/mounts/mount/mountpoint                   o              mountpoint
+/nas_conf_db/mounts/mount/options                      o              options
+/nas_conf_db/samba                                     e              samba
+/nas_conf_db/samba/netbiosname                         t              netbiosname
+/nas_conf_db/samba/workgroup                           t              workgroup
+/nas_conf_db/samba/serverdesc                          t              serverdesc
+/nas_conf_db/samba/localmaster                         yes|no         localmaster
+/nas_conf_db/shares                                    e
+/nas_conf_db/shares/share                              *e             shares
+/nas_conf_db/shares/share/sharename                    t              name
+/nas_conf_db/shares/share/sharetype                    public|private type
+/nas_conf_db/shares/share/sharestatus                  active|suspended status
+/nas_conf_db/shares/share/sharelocation                internal_share|external_share location
+/nas_conf_db/shares/share/access                       e
+/nas_conf_db/shares/share/access/users                 e
+/nas_conf_db/shares/share/access/users/user            *e             users
+/nas_conf_db/shares/share/access/users/user/username   !t             username
+/nas_conf_db/shares/share/access/users/user/accesstype !readonly|full accesstype
+/nas_conf_db/access                                    e
+/nas_conf_db/access/users                              e
+/nas_conf_db/access/users/user                         *e             users
+/nas_conf_db/access/users/user/username                !t             name
+/nas_conf_db/access/users/user/uid                     !n             uid)";
+
+const std::vector<Row> kRows = [] {
+  std::vector<Row> rows;
+  std::istringstream lines(kTable);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    rows.emplace_back();
+    words >> rows.back().path >> rows.back().rule >> rows.back().shown;
+  }
+  return rows;
+}();
 
 std::string name_of(const Row& row) { return row.path.substr(row.path.rfind('/') + 1); }
 

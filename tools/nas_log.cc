@@ -97,23 +97,6 @@ bool is_of(const std::string& category, const std::string& name) {
   return upper_case("|" + category + "|").find(upper_case("|" + name + "|")) != std::string::npos;
 }
 
-// A text to be looked for in many others.
-class Text {
- public:
-  explicit Text(const std::string& text) : text_(text), search_(text_.begin(), text_.end()) {}
-  ~Text() = default;
-  Text(const Text&) = delete;
-  Text& operator=(const Text&) = delete;
-
-  bool is_in(const std::string& text) const {
-    return std::search(text.begin(), text.end(), search_) != text.end() || text_.empty();
-  }
-
- private:
-  std::string text_;
-  std::boyer_moore_horspool_searcher<std::string::const_iterator> search_;
-};
-
 // The categories that were met, and which of them are wanted.
 class Categories {
  public:
@@ -187,7 +170,7 @@ class Categories {
 struct Filter {
   Categories categories;
   std::string since, until;
-  std::deque<Text> texts;
+  std::vector<std::string> texts;
   std::deque<Pattern> patterns;
 
   bool passes(const LogEntry& entry) {
@@ -207,7 +190,9 @@ struct Filter {
 
   bool has_text(const std::string& text) const {
     if (texts.empty() && patterns.empty()) return true;
-    const auto holds = [&text](const Text& part) { return part.is_in(text); };
+    const auto holds = [&text](const std::string& part) {
+      return memmem(text.data(), text.size(), part.data(), part.size()) != nullptr;
+    };
     const auto fits = [&text](const Pattern& pattern) { return pattern.matches(text); };
     return std::any_of(texts.begin(), texts.end(), holds) ||
            std::any_of(patterns.begin(), patterns.end(), fits);

@@ -33,16 +33,18 @@ std::string fault(const std::string& text, const service::JsonLimits& limits = {
 
 // Something of every kind, with texts that parsers stumble over.
 Value everything() {
+  const std::string odd_key = "key \" \\ \n \x01 </script> \xE2\x80\xA8";
+  const value_array reals = {0.1, -0.0, 1e21, 5e-324, 1.7976931348623157e308, 3.0};
   return value_struct{
-      {"array",                                    value_array{1, value_array{}, value_struct{}, Value()}           },
-      {"bytes",                                    util::byte_string({0, 255, 16})                                  },
-      {"date",                                     util::utime_t{1209650639250}                                     },
-      {"flags",                                    value_array{true, false}                                         },
-      {"integer",                                  std::numeric_limits<int>::min()                                  },
-      {"key \" \\ \n \x01 </script> \xE2\x80\xA8", "\x7F\t\b\f\r/\xF0\x9F\x98\x80"                                  },
-      {"latin",                                    "Caf\xE9"                                                        },
-      {"reals",                                    value_array{0.1, -0.0, 1e21, 5e-324, 1.7976931348623157e308, 3.0}},
-      {"void",                                     Value()                                                          },
+      {"array",   value_array{1, value_array{}, value_struct{}, Value()}},
+      {"bytes",   util::byte_string({0, 255, 16})                       },
+      {"date",    util::utime_t{1209650639250}                          },
+      {"flags",   value_array{true, false}                              },
+      {"integer", std::numeric_limits<int>::min()                       },
+      {odd_key,   "\x7F\t\b\f\r/\xF0\x9F\x98\x80"                       },
+      {"latin",   "Caf\xE9"                                             },
+      {"reals",   reals                                                 },
+      {"void",    Value()                                               },
   };
 }
 

@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <ostream>
 #include <stdexcept>
 #include <thread>
 
@@ -39,6 +40,20 @@ bool ends_with(const std::string& text, const std::string& end) {
 }
 
 }  // namespace
+
+Outcome ended(int status, const std::string& out, const std::string& err) {
+  return {status, out, err, 0};
+}
+
+bool operator==(const Outcome& a, const Outcome& b) {
+  return a.status == b.status && a.out == b.out && a.err == b.err;
+}
+
+std::ostream& operator<<(std::ostream& os, const Outcome& outcome) {
+  return os << "status " << outcome.status << "\n---- out ----\n"
+            << outcome.out << "\n---- err ----\n"
+            << outcome.err;
+}
 
 Child::Child(const std::vector<std::string>& command, const std::string& input,
              const std::string& output)
@@ -84,6 +99,11 @@ Outcome Child::wait() {
   wait4(pid_, &status, 0, &used);
   pid_ = 0;
   return {exit_status(status), dir_.exists("out") ? out() : "", dir_.read("err"), used.ru_maxrss};
+}
+
+Outcome Child::end() {
+  signal(SIGTERM);
+  return wait();
 }
 
 Outcome run(const std::vector<std::string>& command, const std::string& input,

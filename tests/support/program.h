@@ -6,6 +6,7 @@
 
 #include <sys/types.h>
 
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,11 @@ struct Outcome {
   std::string err;
   long peak;  // KiB of memory it held at most; at least as much as its parent when it was started
 };
+
+// What to expect of a child. Outcomes are compared and printed without their memory.
+Outcome ended(int status, const std::string& out = "", const std::string& err = "");
+bool operator==(const Outcome& a, const Outcome& b);
+std::ostream& operator<<(std::ostream& os, const Outcome& outcome);
 
 // A running program; its outputs go into files. Killed on destruction if it still runs.
 class Child {
@@ -37,6 +43,7 @@ class Child {
   // Waits until standard output ends with `text`; false after 20 seconds.
   bool out_ends_with(const std::string& text) const;
   Outcome wait();
+  Outcome end();  // asks it to end, and waits
 
  private:
   TempDir dir_;

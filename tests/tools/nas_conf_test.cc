@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <ticpp.h>
 
+using support::ended;
 using support::Outcome;
 using support::TempDir;
 
@@ -190,10 +191,7 @@ size_t end_of(const std::string& document, size_t at) {
 TEST(NasConfShow, PrintsTheDatabase) {
   const TempDir dir;
   dir.write("x", kFull);
-  const Outcome got = nas_conf({"show", dir.file("x")});
-  EXPECT_EQ(kShown, got.out);
-  EXPECT_EQ("", got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, kShown), nas_conf({"show", dir.file("x")}));
 }
 
 TEST(NasConfShow, ReadsStandardInput) { EXPECT_EQ(kShown, nas_conf({"show", "-"}, kFull).out); }
@@ -210,8 +208,7 @@ TEST(NasConfShow, SaysThatThereIsNoPassword) {
 }
 
 TEST(NasConfShow, PrintsWhatTheReaderPutsInPlaceOfTheMissing) {
-  const Outcome got = nas_conf({"show", "-"}, with_others("<shares><share/></shares>"));
-  EXPECT_EQ(R"(version: 3
+  EXPECT_EQ(ended(0, R"(version: 3
 system:
   timeformat: ""
   hostname: ""
@@ -241,9 +238,8 @@ shares:
     location: none
     users: none
 users: none
-)",
-            got.out);
-  EXPECT_EQ(0, got.status);
+)"),
+            nas_conf({"show", "-"}, with_others("<shares><share/></shares>")));
 }
 
 TEST(NasConfShow, NamesEachWord) {
@@ -278,12 +274,11 @@ TEST(NasConfShow, SaysWhyADocumentIsRefused) {
   const TempDir dir;
   dir.write("x", with_system("<colour/><hostname/><domain/>"));
   for (const Words& command : {Words{"show"}, Words{"json"}}) {
-    const Outcome got = nas_conf({command[0], dir.file("x")});
-    EXPECT_EQ("", got.out);
-    EXPECT_EQ("nas-conf: " + dir.file("x") + ":1:51: <hostname> has no text at its start\n" +
-                  "nas-conf: " + dir.file("x") + ":1:62: <domain> has no text at its start\n",
-              got.err);
-    EXPECT_EQ(1, got.status);
+    EXPECT_EQ(
+        ended(1, "",
+              "nas-conf: " + dir.file("x") + ":1:51: <hostname> has no text at its start\n" +
+                  "nas-conf: " + dir.file("x") + ":1:62: <domain> has no text at its start\n"),
+        nas_conf({command[0], dir.file("x")}));
   }
 }
 
@@ -333,11 +328,10 @@ TEST(NasConfGet, PrintsNothingOfWhatIsMissing) {
 }
 
 TEST(NasConfGet, RefusesWhatIsNotASingleValue) {
-  const Outcome got = nas_conf({"get", "-", "system"}, kFull);
-  EXPECT_EQ("", got.out);
-  EXPECT_EQ("nas-conf: standard input: system: is not a single value; show and json print it\n",
-            got.err);
-  EXPECT_EQ(1, got.status);
+  EXPECT_EQ(
+      ended(1, "",
+            "nas-conf: standard input: system: is not a single value; show and json print it\n"),
+      nas_conf({"get", "-", "system"}, kFull));
 }
 
 std::string python(const std::string& json, const std::string& expression) {
@@ -360,18 +354,14 @@ TEST(NasConfJson, IsReadByOthers) {
 }
 
 TEST(NasConfShow, ReportsAFullDisk) {
-  const Outcome got = nas_conf({"show", "-"}, kFull, "/dev/full");
-  EXPECT_EQ("nas-conf: standard output: No space left on device\n", got.err);
-  EXPECT_EQ(1, got.status);
+  EXPECT_EQ(ended(1, "", "nas-conf: standard output: No space left on device\n"),
+            nas_conf({"show", "-"}, kFull, "/dev/full"));
 }
 
 // ---- check ----
 
 TEST(NasConfCheck, IsSilentAboutAGoodDocument) {
-  const Outcome got = nas_conf({"check", "-"}, kFull);
-  EXPECT_EQ("", got.out);
-  EXPECT_EQ("", got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0), nas_conf({"check", "-"}, kFull));
 }
 
 TEST(NasConfCheck, ListsAllInOneRun) {
@@ -426,9 +416,7 @@ TEST(NasConfCheck, TakesWhatIsIgnoredForAFaultIfAsked) {
   const std::string finding = "nas-conf: " + dir.file("x") +
                               ":1:42: ignored: <dhcpenabled>: \"yes\" is neither \"true\" nor "
                               "\"false\"\n";
-  const Outcome got = nas_conf({"check", dir.file("x")});
-  EXPECT_EQ(finding, got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, "", finding), nas_conf({"check", dir.file("x")}));
   const Outcome strict = nas_conf({"check", "--strict", dir.file("good"), dir.file("x")});
   EXPECT_EQ(finding, strict.err);
   EXPECT_EQ(1, strict.status);
@@ -439,12 +427,12 @@ TEST(NasConfCheck, TakesSeveralFiles) {
   const TempDir dir;
   dir.write("a", with_system("<hostname/>"));
   dir.write("b", with_system("<domain/>"));
-  const Outcome got = nas_conf({"check", dir.file("a"), dir.file("none"), dir.file("b")});
-  EXPECT_EQ("nas-conf: " + dir.file("a") + ":1:42: <hostname> has no text at its start\n" +
+  EXPECT_EQ(
+      ended(1, "",
+            "nas-conf: " + dir.file("a") + ":1:42: <hostname> has no text at its start\n" +
                 "nas-conf: Couldn't load " + dir.file("none") + ": No such file or directory\n" +
-                "nas-conf: " + dir.file("b") + ":1:42: <domain> has no text at its start\n",
-            got.err);
-  EXPECT_EQ(1, got.status);
+                "nas-conf: " + dir.file("b") + ":1:42: <domain> has no text at its start\n"),
+      nas_conf({"check", dir.file("a"), dir.file("none"), dir.file("b")}));
 }
 
 TEST(NasConfCheck, NeverShowsThePassword) {
@@ -458,74 +446,69 @@ TEST(NasConfCheck, NeverShowsThePassword) {
 
 // One document a row; its verdict is the reader's own.
 TEST(NasConfCheck, AgreesWithTheReader) {
-  const struct {
-    std::string document;
-    std::string finding;  // the only one, or none
-  } rows[] = {
-      {"<a/><nas_conf_db><version>3</version><system/></nas_conf_db>",
-       "1:1: ignored: <a> is not known here"                                                                                             },
-      {"<nas_conf_db><version>3</version><system/></nas_conf_db><nas_conf_db/>",
-       "1:57: ignored: another <nas_conf_db>, only the first is read"                                                                    },
-      {"<nas_conf_db><system/></nas_conf_db>",                                             "1:1: <version> is missing in <nas_conf_db>"  },
-      {"<nas_conf_db><version>3</version></nas_conf_db>",
-       "1:1: <system> is missing in <nas_conf_db>"                                                                                       },
-      {"<nas_conf_db><version/><system/></nas_conf_db>",
-       "1:14: <version> has no text at its start"                                                                                        },
-      {"<nas_conf_db><version>-7</version><system/></nas_conf_db>",                        ""                                            },
-      {"<nas_conf_db><version>0x10</version><system/></nas_conf_db>",
-       "1:14: ignored: what follows the number in <version>: \"0x10\" is read as 0"                                                      },
-      {"<nas_conf_db><version>2147483648</version><system/></nas_conf_db>",
-       "1:14: <version>: \"2147483648\" is not a number, or is out of range"                                                             },
-      {"<nas_conf_db><version>x3</version><system/></nas_conf_db>",
-       "1:14: <version>: \"x3\" is not a number, or is out of range"                                                                     },
-      {"<nas_conf_db><version>3</version><System/><system/></nas_conf_db>",
-       "1:34: ignored: <System> is not known here"                                                                                       },
-      {with_system(""),                                                                    ""                                            },
-      {with_system("<webgui><adminpasswd/></webgui>"),                                     ""                                            },
-      {with_system("<webgui><protocol/></webgui>"),                                        "1:50: <protocol> has no text at its start"   },
-      {with_system("<hostname><!-- c -->nas</hostname>"),
-       "1:42: <hostname> has no text at its start"                                                                                       },
-      {with_system("<hostname><![CDATA[]]></hostname>"),                                   ""                                            },
-      {with_system("<hostname>nas<b/></hostname>"),                                        "1:55: ignored: <b> is not known here"        },
-      {with_system("<dhcpenabled/>"),                                                      "1:42: <dhcpenabled> has no text at its start"},
-      {with_system("<printenabled>TRUE</printenabled>"),
-       "1:42: ignored: <printenabled>: \"TRUE\" is neither \"true\" nor \"false\""                                                       },
-      {with_system("<hdparams/>"),                                                         ""                                            },
-      {with_system("<disk/>"),                                                             "1:42: ignored: <disk> is not known here"     },
-      {with_others("<interfaces><lan/><lan><if/></lan></interfaces>"),
-       "2:24: <if> has no text at its start"                                                                                             },
-      {with_others("<mounts><mount><mountpoint/><options/></mount></mounts>"),             ""                                            },
-      {with_others("<mounts><mount><device/></mount></mounts>"),
-       "2:16: <device> has no text at its start"                                                                                         },
-      {with_others("<samba><localmaster>no</localmaster></samba>"),                        ""                                            },
-      {with_others("<shares><share><sharetype>Public</sharetype></share></shares>"),
-       "2:16: ignored: <sharetype>: \"Public\" is neither \"public\" nor \"private\""                                                    },
-      {with_others("<shares><share><sharestatus/></share></shares>"),
-       "2:16: <sharestatus> has no text at its start"                                                                                    },
-      {with_others("<shares><share><sharelocation>x</sharelocation></share></shares>"),
-       "2:16: ignored: <sharelocation>: \"x\" is neither \"internal_share\" nor "
-       "\"external_share\""                                                                                                              },
-      {with_others("<shares><share><access><users><user><username>u</username></user></users>"
-                   "</access></share></shares>"),
-       "2:31: <accesstype> is missing in <user>"                                                                                         },
-      {with_others("<access><users><user><username>u</username></user></users></access>"),
-       "2:16: <uid> is missing in <user>"                                                                                                },
-      {with_others("<access><users/><users><user/></users></access>"),
-       "2:17: ignored: another <users>, only the first is read"                                                                          },
-      {with_others("<access><users><user><username>u</username><uid>1</uid><accesstype>full"
-                   "</accesstype></user></users></access>"),
-       "2:56: ignored: <accesstype> is not known here"                                                                                   },
-  };
   const TempDir dir;
   const std::string file = dir.file("x");
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.document);
-    dir.write("x", row.document);
-    const Outcome got = nas_conf({"check", file});
-    EXPECT_EQ(row.finding.empty() ? "" : "nas-conf: " + file + ":" + row.finding + "\n", got.err);
-    EXPECT_EQ(reader_refuses(file) ? 1 : 0, got.status);
+  const auto check = [&](const std::string& document, const std::string& finding) {
+    SCOPED_TRACE(document);
+    dir.write("x", document);
+    EXPECT_EQ(ended(reader_refuses(file) ? 1 : 0, "",
+                    finding.empty() ? "" : "nas-conf: " + file + ":" + finding + "\n"),
+              nas_conf({"check", file}));
     EXPECT_EQ(reader_refuses(file), check_refuses(file));
-  }
+  };
+  check("<a/><nas_conf_db><version>3</version><system/></nas_conf_db>",
+        "1:1: ignored: <a> is not known here");
+  check("<nas_conf_db><version>3</version><system/></nas_conf_db><nas_conf_db/>",
+        "1:57: ignored: another <nas_conf_db>, only the first is read");
+  check("<nas_conf_db><system/></nas_conf_db>", "1:1: <version> is missing in <nas_conf_db>");
+  check("<nas_conf_db><version>3</version></nas_conf_db>",
+        "1:1: <system> is missing in <nas_conf_db>");
+  check("<nas_conf_db><version/><system/></nas_conf_db>",
+        "1:14: <version> has no text at its start");
+  check("<nas_conf_db><version>-7</version><system/></nas_conf_db>", "");
+  check("<nas_conf_db><version>0x10</version><system/></nas_conf_db>",
+        "1:14: ignored: what follows the number in <version>: \"0x10\" is read as 0");
+  check("<nas_conf_db><version>2147483648</version><system/></nas_conf_db>",
+        "1:14: <version>: \"2147483648\" is not a number, or is out of range");
+  check("<nas_conf_db><version>x3</version><system/></nas_conf_db>",
+        "1:14: <version>: \"x3\" is not a number, or is out of range");
+  check("<nas_conf_db><version>3</version><System/><system/></nas_conf_db>",
+        "1:34: ignored: <System> is not known here");
+  check(with_system(""), "");
+  check(with_system("<webgui><adminpasswd/></webgui>"), "");
+  check(with_system("<webgui><protocol/></webgui>"), "1:50: <protocol> has no text at its start");
+  check(with_system("<hostname><!-- c -->nas</hostname>"),
+        "1:42: <hostname> has no text at its start");
+  check(with_system("<hostname><![CDATA[]]></hostname>"), "");
+  check(with_system("<hostname>nas<b/></hostname>"), "1:55: ignored: <b> is not known here");
+  check(with_system("<dhcpenabled/>"), "1:42: <dhcpenabled> has no text at its start");
+  check(with_system("<printenabled>TRUE</printenabled>"),
+        "1:42: ignored: <printenabled>: \"TRUE\" is neither \"true\" nor \"false\"");
+  check(with_system("<hdparams/>"), "");
+  check(with_system("<disk/>"), "1:42: ignored: <disk> is not known here");
+  check(with_others("<interfaces><lan/><lan><if/></lan></interfaces>"),
+        "2:24: <if> has no text at its start");
+  check(with_others("<mounts><mount><mountpoint/><options/></mount></mounts>"), "");
+  check(with_others("<mounts><mount><device/></mount></mounts>"),
+        "2:16: <device> has no text at its start");
+  check(with_others("<samba><localmaster>no</localmaster></samba>"), "");
+  check(with_others("<shares><share><sharetype>Public</sharetype></share></shares>"),
+        "2:16: ignored: <sharetype>: \"Public\" is neither \"public\" nor \"private\"");
+  check(with_others("<shares><share><sharestatus/></share></shares>"),
+        "2:16: <sharestatus> has no text at its start");
+  check(with_others("<shares><share><sharelocation>x</sharelocation></share></shares>"),
+        "2:16: ignored: <sharelocation>: \"x\" is neither \"internal_share\" nor "
+        "\"external_share\"");
+  check(with_others("<shares><share><access><users><user><username>u</username></user></users>"
+                    "</access></share></shares>"),
+        "2:31: <accesstype> is missing in <user>");
+  check(with_others("<access><users><user><username>u</username></user></users></access>"),
+        "2:16: <uid> is missing in <user>");
+  check(with_others("<access><users/><users><user/></users></access>"),
+        "2:17: ignored: another <users>, only the first is read");
+  check(with_others("<access><users><user><username>u</username><uid>1</uid><accesstype>full"
+                    "</accesstype></user></users></access>"),
+        "2:56: ignored: <accesstype> is not known here");
 }
 
 TEST(NasConfCheck, AgreesWhereverTheDocumentIsCut) {
@@ -603,10 +586,8 @@ TEST(NasConfCheck, NamesStandardInputInMessages) {
 }
 
 TEST(NasConfCheck, ReportsStandardInputThatIsClosed) {
-  const Outcome got =
-      support::run({"/bin/sh", "-c", std::string("exec '") + TOOL + "' check - <&-"});
-  EXPECT_EQ("nas-conf: standard input: Bad file descriptor\n", got.err);
-  EXPECT_EQ(1, got.status);
+  EXPECT_EQ(ended(1, "", "nas-conf: standard input: Bad file descriptor\n"),
+            support::run({"/bin/sh", "-c", std::string("exec '") + TOOL + "' check - <&-"}));
 }
 
 // ---- use ----
@@ -627,17 +608,12 @@ TEST(NasConf, RefusesWrongUse) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.message);
-    const Outcome got = nas_conf(row.arguments);
-    EXPECT_EQ("", got.out);
-    EXPECT_EQ(row.message + "Try 'nas-conf --help'.\n", got.err);
-    EXPECT_EQ(2, got.status);
+    EXPECT_EQ(ended(2, "", row.message + "Try 'nas-conf --help'.\n"), nas_conf(row.arguments));
   }
 }
 
 TEST(NasConf, ShowsItsVersion) {
-  const Outcome got = nas_conf({"--version"});
-  EXPECT_EQ("nas-conf (nasutil) " NASUTIL_VERSION "\n", got.out);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, "nas-conf (nasutil) " NASUTIL_VERSION "\n"), nas_conf({"--version"}));
 }
 
 TEST(NasConf, HelpAndManualNameEveryCommandAndOption) {

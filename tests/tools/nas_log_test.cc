@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: MIT
 // nas-log, run as a child on real files.
+#include "service/CrashEntry.h"
 #include "service/LogFile.h"
-#include "tests/support/files.h"
+#include "tests/support/folder.h"
 #include "tests/support/program.h"
 #include "util/logger.h"
 
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,9 +18,11 @@
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 using support::Child;
+using support::ended;
 using support::Outcome;
 using support::TempDir;
 
@@ -74,62 +78,49 @@ const std::string kTwo = "2007-03-01T00:00:00 void sample()\nINFO: load 0.5\n";
 const std::string kThree = "2007-03-01T14:05:09 void sample()\nWARNING: load 9.5\n";
 const std::string kFour = "2007-03-01T14:06:00 void net()\nEVENT LOOP: eth0 (up)\n";
 
+using NasLog = support::InFolder;
+using NasLogFollow = support::InFolder;
+
 }  // namespace
 
 // ---- reading ----
 
-TEST(NasLog, ShowsEntriesAsTheyStand) {
-  const TempDir dir;
+TEST_F(NasLog, ShowsEntriesAsTheyStand) {
   dir.write("x", kOne + kTwo);
-  const Outcome got = nas_log({dir.file("x")});
-  EXPECT_EQ(kOne + kTwo, got.out);
-  EXPECT_EQ("", got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, kOne + kTwo), nas_log({dir.file("x")}));
 }
 
-TEST(NasLog, ShowsNothingOfAnEmptyFile) {
-  const TempDir dir;
+TEST_F(NasLog, ShowsNothingOfAnEmptyFile) {
   dir.write("x", "");
-  const Outcome got = nas_log({dir.file("x")});
-  EXPECT_EQ("", got.out);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0), nas_log({dir.file("x")}));
 }
 
-TEST(NasLog, ReadsRotatedFilesOldestFirst) {
-  const TempDir dir;
+TEST_F(NasLog, ReadsRotatedFilesOldestFirst) {
   dir.write("x", entry("05:00:00", "INFO: newest"));
   dir.write("x.0", entry("04:00:00", "INFO: d") + kNotice);
   dir.write("x.1", entry("03:00:00", "INFO: c") + kNotice);
   dir.write("x.2", entry("02:00:00", "INFO: b") + kNotice);
   dir.write("x.10", entry("01:00:00", "INFO: oldest") + kNotice);
-  const Outcome got = nas_log({dir.file("x")});
-  EXPECT_EQ(entry("01:00:00", "INFO: oldest") + entry("02:00:00", "INFO: b") +
-                entry("03:00:00", "INFO: c") + entry("04:00:00", "INFO: d") +
-                entry("05:00:00", "INFO: newest"),
-            got.out);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, entry("01:00:00", "INFO: oldest") + entry("02:00:00", "INFO: b") +
+                         entry("03:00:00", "INFO: c") + entry("04:00:00", "INFO: d") +
+                         entry("05:00:00", "INFO: newest")),
+            nas_log({dir.file("x")}));
 }
 
-TEST(NasLog, ReadsRotatedFilesInTheCurrentFolder) {
-  const TempDir dir;
+TEST_F(NasLog, ReadsRotatedFilesInTheCurrentFolder) {
   dir.write("x", kTwo);
   dir.write("x.0", kOne + kNotice);
-  const Outcome got =
-      support::run({"/bin/sh", "-c", "cd '" + dir.path() + "' && exec '" + TOOL + "' x"});
-  EXPECT_EQ(kOne + kTwo, got.out);
+  EXPECT_EQ(ended(0, kOne + kTwo),
+            support::run({"/bin/sh", "-c", "cd '" + dir.path() + "' && exec '" + TOOL + "' x"}));
 }
 
-TEST(NasLog, LeavesOutTheClosingLineOnlyAtTheEndOfAFile) {
-  const TempDir dir;
+TEST_F(NasLog, LeavesOutTheClosingLineOnlyAtTheEndOfAFile) {
   dir.write("x.0", entry("01:00:00", "INFO: a\nrotating log file\nb") + kNotice);
   dir.write("x", kNotice);
-  const Outcome got = nas_log({dir.file("x")});
-  EXPECT_EQ(entry("01:00:00", "INFO: a\nrotating log file\nb"), got.out);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, entry("01:00:00", "INFO: a\nrotating log file\nb")), nas_log({dir.file("x")}));
 }
 
-TEST(NasLog, IgnoresNamesThatRotationDoesNotMake) {
-  const TempDir dir;
+TEST_F(NasLog, IgnoresNamesThatRotationDoesNotMake) {
   dir.write("x", kOne);
   for (const char* name : {"x.00", "x.1a", "x.", "x.-1", "x.0.gz", "xx.0", "x.99999999999"}) {
     dir.write(name, kTwo);
@@ -137,67 +128,52 @@ TEST(NasLog, IgnoresNamesThatRotationDoesNotMake) {
   EXPECT_EQ(kOne, nas_log({dir.file("x")}).out);
 }
 
-TEST(NasLog, ReadsTheOldFilesOfAMissingLog) {
-  const TempDir dir;
+TEST_F(NasLog, ReadsTheOldFilesOfAMissingLog) {
   dir.write("x.1", kOne + kNotice);
-  const Outcome got = nas_log({dir.file("x")});
-  EXPECT_EQ(kOne, got.out);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, kOne), nas_log({dir.file("x")}));
 }
 
-TEST(NasLog, ReadsAnOldFileNamedBesideItsLogOnce) {
-  const TempDir dir;
+TEST_F(NasLog, ReadsAnOldFileNamedBesideItsLogOnce) {
   dir.write("x", kTwo);
   dir.write("x.0", kOne + kNotice);
   EXPECT_EQ(kOne + kTwo, nas_log({dir.file("x"), dir.file("x.0"), dir.file("x")}).out);
 }
 
-TEST(NasLog, ReadsAnOldFileNamedAlone) {
-  const TempDir dir;
+TEST_F(NasLog, ReadsAnOldFileNamedAlone) {
   dir.write("x", kTwo);
   dir.write("x.0", kOne + kNotice);
   EXPECT_EQ(kOne, nas_log({dir.file("x.0")}).out);
 }
 
-TEST(NasLog, KeepsTheLinesOfAMessageTogether) {
-  const TempDir dir;
+TEST_F(NasLog, KeepsTheLinesOfAMessageTogether) {
   const std::string long_one = entry("01:00:00", "INFO: a\n\nb: c\n  d");
   dir.write("x", long_one + entry("02:00:00", "INFO: e"));
   EXPECT_EQ(long_one, nas_log({dir.file("x"), "--grep", "  d"}).out);
 }
 
-TEST(NasLog, KeepsTheLinesOfAPlaceTogether) {
-  const TempDir dir;
+TEST_F(NasLog, KeepsTheLinesOfAPlaceTogether) {
   const std::string odd = "2007-03-01T01:00:00 void\nwork()\nINFO: a\n";
   dir.write("x", odd + entry("02:00:00", "DEBUG: e"));
-  const Outcome got = nas_log({dir.file("x"), "--category", "INFO"});
-  EXPECT_EQ(odd, got.out);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, odd), nas_log({dir.file("x"), "--category", "INFO"}));
 }
 
-TEST(NasLog, DoesNotSplitAMessageAtATimeWithinALine) {
-  const TempDir dir;
+TEST_F(NasLog, DoesNotSplitAMessageAtATimeWithinALine) {
   const std::string whole = entry("01:00:00", "INFO: next at 2007-03-01T02:00:00 on sda");
   dir.write("x", whole + entry("01:00:01", "INFO: b"));
-  const Outcome got = nas_log({dir.file("x"), "--grep", "next"});
-  EXPECT_EQ(whole, got.out);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, whole), nas_log({dir.file("x"), "--grep", "next"}));
 }
 
-TEST(NasLog, ReadsStandardInput) {
-  const Outcome got = nas_log({"-"}, kOne + kTwo);
-  EXPECT_EQ(kOne + kTwo, got.out);
-  EXPECT_EQ(0, got.status);
+TEST_F(NasLog, ReadsStandardInput) {
+  EXPECT_EQ(ended(0, kOne + kTwo), nas_log({"-"}, kOne + kTwo));
 }
 
-TEST(NasLog, NamesStandardInputInMessages) {
+TEST_F(NasLog, NamesStandardInputInMessages) {
   EXPECT_EQ("nas-log: standard input:1: not a log entry\n", nas_log({"-"}, "odd\n").err);
 }
 
 // ---- order ----
 
-TEST(NasLog, MergesLogsByTime) {
-  const TempDir dir;
+TEST_F(NasLog, MergesLogsByTime) {
   dir.write("x.0", entry("01:00:00", "INFO: x1") + kNotice);
   dir.write("x", entry("03:00:00", "INFO: x3") + entry("04:00:00", "INFO: x4"));
   dir.write("y", entry("02:00:00", "INFO: y2") + entry("05:00:00", "INFO: y5"));
@@ -207,8 +183,7 @@ TEST(NasLog, MergesLogsByTime) {
             nas_log({dir.file("x"), dir.file("y")}).out);
 }
 
-TEST(NasLog, ShowsTheLogNamedFirstFirstAtTheSameTime) {
-  const TempDir dir;
+TEST_F(NasLog, ShowsTheLogNamedFirstFirstAtTheSameTime) {
   dir.write("x", entry("01:00:00", "INFO: x1") + entry("01:00:00", "INFO: x2"));
   dir.write("y", entry("01:00:00", "INFO: y1"));
   EXPECT_EQ(
@@ -216,21 +191,18 @@ TEST(NasLog, ShowsTheLogNamedFirstFirstAtTheSameTime) {
       nas_log({dir.file("y"), dir.file("x")}).out);
 }
 
-TEST(NasLog, KeepsTheOrderOfALogWhoseClockWasSetBack) {
-  const TempDir dir;
+TEST_F(NasLog, KeepsTheOrderOfALogWhoseClockWasSetBack) {
   dir.write("x", entry("05:00:00", "INFO: a") + entry("01:00:00", "INFO: b"));
   EXPECT_EQ(entry("05:00:00", "INFO: a") + entry("01:00:00", "INFO: b"),
             nas_log({dir.file("x")}).out);
 }
 
-TEST(NasLog, MergesStandardInputWithAFile) {
-  const TempDir dir;
+TEST_F(NasLog, MergesStandardInputWithAFile) {
   dir.write("x", kTwo);
   EXPECT_EQ(kOne + kTwo + kThree, nas_log({dir.file("x"), "-"}, kOne + kThree).out);
 }
 
-TEST(NasLog, KeepsDamageBehindTheEntryBeforeItWhenMerging) {
-  const TempDir dir;
+TEST_F(NasLog, KeepsDamageBehindTheEntryBeforeItWhenMerging) {
   dir.write("x", entry("01:00:00", "INFO: x1") + "2007-03-01T02:00:00 cut");
   dir.write("y", entry("01:30:00", "INFO: y1") + entry("03:00:00", "INFO: y2"));
   EXPECT_EQ(entry("01:00:00", "INFO: x1") + entry("01:30:00", "INFO: y1") +
@@ -240,8 +212,7 @@ TEST(NasLog, KeepsDamageBehindTheEntryBeforeItWhenMerging) {
 
 // ---- filters ----
 
-TEST(NasLog, FiltersByCategory) {
-  const TempDir dir;
+TEST_F(NasLog, FiltersByCategory) {
   dir.write("x", kOne + kTwo + kThree + kFour);
   const struct {
     Words names;
@@ -269,8 +240,7 @@ TEST(NasLog, FiltersByCategory) {
   }
 }
 
-TEST(NasLog, FiltersByTime) {
-  const TempDir dir;
+TEST_F(NasLog, FiltersByTime) {
   dir.write("x", kOne + kTwo + kThree + kFour);
   const struct {
     Words bounds;
@@ -295,8 +265,7 @@ TEST(NasLog, FiltersByTime) {
   }
 }
 
-TEST(NasLog, FiltersByText) {
-  const TempDir dir;
+TEST_F(NasLog, FiltersByText) {
   dir.write("x", kOne + kTwo + kThree + kFour);
   const struct {
     Words options;
@@ -322,8 +291,7 @@ TEST(NasLog, FiltersByText) {
   }
 }
 
-TEST(NasLog, SearchesBehindNulBytes) {
-  const TempDir dir;
+TEST_F(NasLog, SearchesBehindNulBytes) {
   const std::string odd = entry("01:00:00", std::string("INFO: a\0b", 9));
   dir.write("x", odd);
   EXPECT_EQ(odd, nas_log({dir.file("x"), "--grep", "b"}).out);
@@ -332,90 +300,77 @@ TEST(NasLog, SearchesBehindNulBytes) {
 
 // ---- damage ----
 
-TEST(NasLog, ShowsAndReportsDamage) {
-  const TempDir dir;
+TEST_F(NasLog, ShowsAndReportsDamage) {
   const std::string file = dir.file("x");
+  const std::string early = "2007-03-01T01:00:00 void";
   const std::string good = entry("02:00:00", "INFO: good");
+  const std::string late = good + "2007-03-01T03:00:00 void";
+  const char* const cut = "entry is cut off";
+  const char* const none = "not a log entry";
   const struct {
-    std::string text;
-    std::string out;
-    std::string where;
+    std::string damaged;
+    std::string rest;
+    int line;
+    std::string fault;
   } rows[] = {
-      {"garbage\nmore\n" + good,                                 "garbage\nmore\n" + good,                     ":1: not a log entry" },
-      {good + "2007-03-01T03:00:00 vo",                          good + "2007-03-01T03:00:00 vo\n",            ":3: entry is cut off"},
-      {good + "2007-03-01T03:00:00 void f()\n",                  good + "2007-03-01T03:00:00 void f()\n",
-       ":3: entry is cut off"                                                                                                        },
-      {good + "2007-03-01T03:00:00 void f()\nINF",               good + "2007-03-01T03:00:00 void f()\nINF\n",
-       ":3: entry is cut off"                                                                                                        },
-      {good + "2007-03-01T03:00:00 void f()\nINFO: a",
-       good + "2007-03-01T03:00:00 void f()\nINFO: a\n",                                                       ":3: entry is cut off"},
-      {"2007-03-01T01:00:00 void f()\n" + good,                  "2007-03-01T01:00:00 void f()\n" + good,
-       ":1: entry is cut off"                                                                                                        },
-      {"2007-03-01T01:00:00 vo" + good,                          "2007-03-01T01:00:00 vo\n" + good,            ":1: entry is cut off"},
-      {"2007-03-01T01:00:00 void f()\nDEB" + good,               "2007-03-01T01:00:00 void f()\nDEB\n" + good,
-       ":1: entry is cut off"                                                                                                        },
-      {good + "2007-03-01T03:00:00 void f()\nINFO: a\nb" + good,
-       good + "2007-03-01T03:00:00 void f()\nINFO: a\nb\n" + good,                                             ":3: entry is cut off"},
-      {"2007-03-0" + good,                                       "2007-03-0\n" + good,                         ":1: not a log entry" },
-      {"2007-13-01T01:00:00 void f()\nINFO: a\n",                "2007-13-01T01:00:00 void f()\nINFO: a\n",
-       ":1: not a log entry"                                                                                                         },
-      {"\n",                                                     "\n",                                         ":1: not a log entry" },
+      {"garbage\nmore\n",                         good, 1, none},
+      {late,                                      "",   3, cut },
+      {late + " f()\n",                           "",   3, cut },
+      {late + " f()\nINF",                        "",   3, cut },
+      {late + " f()\nINFO: a",                    "",   3, cut },
+      {early + " f()\n",                          good, 1, cut },
+      {early,                                     good, 1, cut },
+      {early + " f()\nDEB",                       good, 1, cut },
+      {late + " f()\nINFO: a\nb",                 good, 3, cut },
+      {"2007-03-0",                               good, 1, none},
+      {"2007-13-01T01:00:00 void f()\nINFO: a\n", "",   1, none},
+      {"\n",                                      "",   1, none},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
-    dir.write("x", row.text);
-    const Outcome got = nas_log({file});
-    EXPECT_EQ(row.out, got.out);
-    EXPECT_EQ("nas-log: " + file + row.where + "\n", got.err);
-    EXPECT_EQ(1, got.status);
+    SCOPED_TRACE(row.damaged);
+    dir.write("x", row.damaged + row.rest);
+    const std::string line_feed = row.damaged.back() == '\n' ? "" : "\n";
+    EXPECT_EQ(ended(1, row.damaged + line_feed + row.rest,
+                    "nas-log: " + file + ":" + std::to_string(row.line) + ": " + row.fault + "\n"),
+              nas_log({file}));
   }
 }
 
-TEST(NasLog, FindsTheEntryBehindABlockOfNulBytes) {
-  const TempDir dir;
+TEST_F(NasLog, FindsTheEntryBehindABlockOfNulBytes) {
   const std::string nul(5000, '\0');
   dir.write("x", entry("01:00:00", "INFO: a") + nul + entry("02:00:00", "WARNING: b"));
-  const Outcome got = nas_log({dir.file("x"), "--since", "2007-03-01T02:00"});
-  EXPECT_EQ(entry("02:00:00", "WARNING: b"), got.out);
-  EXPECT_EQ("nas-log: " + dir.file("x") + ":1: entry is cut off\n", got.err);
-  EXPECT_EQ(1, got.status);
+  EXPECT_EQ(ended(1, entry("02:00:00", "WARNING: b"),
+                  "nas-log: " + dir.file("x") + ":1: entry is cut off\n"),
+            nas_log({dir.file("x"), "--since", "2007-03-01T02:00"}));
 }
 
-TEST(NasLog, NamesTheRotatedFileThatIsDamaged) {
-  const TempDir dir;
+TEST_F(NasLog, NamesTheRotatedFileThatIsDamaged) {
   dir.write("x", kTwo);
   dir.write("x.0", kOne + "2007-03-01T00:00:00 cut");
   EXPECT_EQ("nas-log: " + dir.file("x.0") + ":3: entry is cut off\n", nas_log({dir.file("x")}).err);
 }
 
-TEST(NasLog, CountsDamageAsOfEveryCategory) {
-  const TempDir dir;
+TEST_F(NasLog, CountsDamageAsOfEveryCategory) {
   dir.write("x", "garbage\n" + kTwo);
-  const Outcome got = nas_log({dir.file("x"), "--category", "WARNING"});
-  EXPECT_EQ("garbage\n", got.out);
-  EXPECT_EQ(1, got.status);
+  EXPECT_EQ(ended(1, "garbage\n", "nas-log: " + dir.file("x") + ":1: not a log entry\n"),
+            nas_log({dir.file("x"), "--category", "WARNING"}));
 }
 
-TEST(NasLog, ReportsDamageThatItDoesNotShow) {
-  const TempDir dir;
+TEST_F(NasLog, ReportsDamageThatItDoesNotShow) {
   dir.write("x", kOne + "2007-03-01T00:00:00 cut");
-  const Outcome got = nas_log({dir.file("x"), "--until", "2007-02-28"});
-  EXPECT_EQ(kOne, got.out);
-  EXPECT_EQ(1, got.status);
+  EXPECT_EQ(ended(1, kOne, "nas-log: " + dir.file("x") + ":3: entry is cut off\n"),
+            nas_log({dir.file("x"), "--until", "2007-02-28"}));
 }
 
-TEST(NasLog, KeepsEveryByte) {
-  const TempDir dir;
+TEST_F(NasLog, KeepsEveryByte) {
   std::string message = "INFO: ";
   for (int byte = 0; byte < 256; ++byte) message += static_cast<char>(byte);
   dir.write("x", entry("01:00:00", message));
-  const Outcome got = nas_log({dir.file("x")});
-  EXPECT_EQ(entry("01:00:00", message), got.out);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, entry("01:00:00", message)), nas_log({dir.file("x")}));
 }
 
 // Pieces of entries and other bytes in any order; line ends are added where an entry is cut off.
-TEST(NasLog, LosesNothingOfAnyFile) {
+TEST_F(NasLog, LosesNothingOfAnyFile) {
   const Words pieces = {"2007-03-01T14:05:09 void f()\n",
                         "2007-03-01T14:05:09 ",
                         "INFO: text\n",
@@ -431,7 +386,6 @@ TEST(NasLog, LosesNothingOfAnyFile) {
     text.erase(std::remove(text.begin(), text.end(), '\n'), text.end());
     return text;
   };
-  const TempDir dir;
   std::minstd_rand random(1);
   for (int sample = 0; sample < 300; ++sample) {
     std::string text;
@@ -445,8 +399,7 @@ TEST(NasLog, LosesNothingOfAnyFile) {
   }
 }
 
-TEST(NasLog, KeepsLongLinesWhole) {
-  const TempDir dir;
+TEST_F(NasLog, KeepsLongLinesWhole) {
   for (const size_t size : {65535U, 65536U, 65537U, 3000000U}) {
     SCOPED_TRACE(size);
     const std::string text = "2007-03-01T01:00:00 " + std::string(size, 'w') +
@@ -458,8 +411,7 @@ TEST(NasLog, KeepsLongLinesWhole) {
   }
 }
 
-TEST(NasLog, ShowsAnEndlessLineInParts) {
-  const TempDir dir;
+TEST_F(NasLog, ShowsAnEndlessLineInParts) {
   const std::string line(40000000, 'x');
   dir.write("x", entry("01:00:00", "INFO: a") + line + "\n");
   const Outcome got = nas_log({dir.file("x")});
@@ -471,8 +423,7 @@ TEST(NasLog, ShowsAnEndlessLineInParts) {
   EXPECT_EQ(1, got.status);
 }
 
-TEST(NasLog, NeedsNoMoreMemoryForALargerLog) {
-  const TempDir dir;
+TEST_F(NasLog, NeedsNoMoreMemoryForALargerLog) {
   setenv("ASAN_OPTIONS", "quarantine_size_mb=1", 1);  // else it keeps what was freed
   std::string part;
   for (int i = 0; i < 10000; ++i) part += entry("01:00:00", "INFO: an entry of a usual size");
@@ -487,59 +438,46 @@ TEST(NasLog, NeedsNoMoreMemoryForALargerLog) {
 
 // ---- what cannot be read or written ----
 
-TEST(NasLog, ReportsAMissingFileAndGoesOn) {
-  const TempDir dir;
+TEST_F(NasLog, ReportsAMissingFileAndGoesOn) {
   dir.write("x", kOne);
-  const Outcome got = nas_log({dir.file("none"), dir.file("x")});
-  EXPECT_EQ(kOne, got.out);
-  EXPECT_EQ("nas-log: " + dir.file("none") + ": No such file or directory\n", got.err);
-  EXPECT_EQ(1, got.status);
+  EXPECT_EQ(ended(1, kOne, "nas-log: " + dir.file("none") + ": No such file or directory\n"),
+            nas_log({dir.file("none"), dir.file("x")}));
 }
 
-TEST(NasLog, ReportsAFolder) {
-  const TempDir dir;
-  const Outcome got = nas_log({dir.path()});
-  EXPECT_EQ("nas-log: " + dir.path() + ": Is a directory\n", got.err);
-  EXPECT_EQ(1, got.status);
+TEST_F(NasLog, ReportsAFolder) {
+  EXPECT_EQ(ended(1, "", "nas-log: " + dir.path() + ": Is a directory\n"), nas_log({dir.path()}));
 }
 
-TEST(NasLog, ReportsAFullDisk) {
-  const TempDir dir;
+TEST_F(NasLog, ReportsAFullDisk) {
   std::string text;
   for (int i = 0; i < 1000; ++i) text += kOne;
   for (const std::string& log : {kOne, text}) {
     dir.write("x", log);
-    const Outcome got = nas_log({dir.file("x")}, "", "/dev/full");
-    EXPECT_EQ("nas-log: standard output: No space left on device\n", got.err);
-    EXPECT_EQ(1, got.status);
+    EXPECT_EQ(ended(1, "", "nas-log: standard output: No space left on device\n"),
+              nas_log({dir.file("x")}, "", "/dev/full"));
   }
 }
 
-TEST(NasLog, ReportsAFullDiskForItsTextsToo) {
+TEST_F(NasLog, ReportsAFullDiskForItsTextsToo) {
   for (const char* option : {"--help", "--version"}) {
     EXPECT_EQ(1, nas_log({option}, "", "/dev/full").status);
   }
 }
 
-TEST(NasLog, ReportsAnOutputThatIsClosed) {
-  const Outcome got =
-      support::run({"/bin/sh", "-c", std::string("exec '") + TOOL + "' --help >&-"});
-  EXPECT_EQ("nas-log: standard output: Bad file descriptor\n", got.err);
-  EXPECT_EQ(1, got.status);
+TEST_F(NasLog, ReportsAnOutputThatIsClosed) {
+  EXPECT_EQ(ended(1, "", "nas-log: standard output: Bad file descriptor\n"),
+            support::run({"/bin/sh", "-c", std::string("exec '") + TOOL + "' --help >&-"}));
 }
 
-TEST(NasLog, StopsFollowingWhenTheDiskIsFull) {
-  const TempDir dir;
+TEST_F(NasLog, StopsFollowingWhenTheDiskIsFull) {
   dir.write("x", kOne + kTwo);
-  const Outcome got = nas_log({"--follow", dir.file("x")}, "", "/dev/full");
-  EXPECT_EQ("nas-log: standard output: No space left on device\n", got.err);
-  EXPECT_EQ(1, got.status);
+  EXPECT_EQ(ended(1, "", "nas-log: standard output: No space left on device\n"),
+            nas_log({"--follow", dir.file("x")}, "", "/dev/full"));
 }
 
 // ---- terminals ----
 
-TEST(NasLog, UsesColoursOnATerminal) {
-  const TempDir dir;
+TEST_F(NasLog, UsesColoursOnATerminal) {
   dir.write("x", kTwo + kThree);
   unsetenv("NO_COLOR");
   setenv("TERM", "xterm", 1);
@@ -549,8 +487,7 @@ TEST(NasLog, UsesColoursOnATerminal) {
       nas_log_on_terminal({dir.file("x")}).out);
 }
 
-TEST(NasLog, UsesNoColoursWhereTheyAreRefused) {
-  const TempDir dir;
+TEST_F(NasLog, UsesNoColoursWhereTheyAreRefused) {
   dir.write("x", kTwo);
   const std::string plain = "2007-03-01T00:00:00 void sample()\r\nINFO: load 0.5\r\n";
   setenv("NO_COLOR", "1", 1);
@@ -562,22 +499,21 @@ TEST(NasLog, UsesNoColoursWhereTheyAreRefused) {
   unsetenv("TERM");
 }
 
-TEST(NasLog, EscapesForATerminalOnly) {
-  const TempDir dir;
+TEST_F(NasLog, EscapesForATerminalOnly) {
+  const std::string nul_and_delete("\0\x7F", 2);
   const struct {
     std::string message;
     std::string shown;
   } rows[] = {
-      {"\033[31mred\a",      "\\x1B[31mred\\x07"           },
-      {std::string("\0\x7F", 2),                             "\\x00\\x7F"},
-      {"a\tb\nc",                    "a\tb\r\nc"                                         },
-      {"a\rb",                    "a\\x0Db"   },
-      {"gr\xC3\xBC\xC3\x9F \xE2\x82\xAC \xF0\x9F\x98\x80",
-       "gr\xC3\xBC\xC3\x9F \xE2\x82\xAC \xF0\x9F\x98\x80"},
-      {"\x9B\xC2\x9B",                    "\\x9B\\xC2\\x9B"                                       },
-      {"\xC0\xAF\xE0\x80\xAF",                    "\\xC0\\xAF\\xE0\\x80\\xAF"},
-      {"\xED\xA0\x80\xFF",                    "\\xED\\xA0\\x80\\xFF"                                           },
-      {"\xE2\x82",                    "\\xE2\\x82"},
+      {"\033[31mred\a",                           "\\x1B[31mred\\x07"                      },
+      {nul_and_delete,                            "\\x00\\x7F"                             },
+      {"a\tb\nc",                                 "a\tb\r\nc"                              },
+      {"a\rb",                                    "a\\x0Db"                                },
+      {"gr\xC3\xBC\xE2\x82\xAC \xF0\x9F\x98\x80", "gr\xC3\xBC\xE2\x82\xAC \xF0\x9F\x98\x80"},
+      {"\x9B\xC2\x9B",                            "\\x9B\\xC2\\x9B"                        },
+      {"\xC0\xAF\xE0\x80\xAF",                    "\\xC0\\xAF\\xE0\\x80\\xAF"              },
+      {"\xED\xA0\x80\xFF",                        "\\xED\\xA0\\x80\\xFF"                   },
+      {"\xE2\x82",                                "\\xE2\\x82"                             },
   };
   setenv("NO_COLOR", "1", 1);
   for (const auto& row : rows) {
@@ -593,7 +529,7 @@ TEST(NasLog, EscapesForATerminalOnly) {
 
 // ---- use ----
 
-TEST(NasLog, RefusesWrongUse) {
+TEST_F(NasLog, RefusesWrongUse) {
   const struct {
     Words arguments;
     std::string message;
@@ -626,27 +562,22 @@ TEST(NasLog, RefusesWrongUse) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.message);
-    const Outcome got = nas_log(row.arguments);
-    EXPECT_EQ("", got.out);
-    EXPECT_EQ(row.message + "Try 'nas-log --help'.\n", got.err);
-    EXPECT_EQ(2, got.status);
+    EXPECT_EQ(ended(2, "", row.message + "Try 'nas-log --help'.\n"), nas_log(row.arguments));
   }
 }
 
-TEST(NasLog, ShowsItsVersion) {
-  const Outcome got = nas_log({"--version"});
-  EXPECT_EQ("nas-log (nasutil) " NASUTIL_VERSION "\n", got.out);
-  EXPECT_EQ(0, got.status);
+TEST_F(NasLog, ShowsItsVersion) {
+  EXPECT_EQ(ended(0, "nas-log (nasutil) " NASUTIL_VERSION "\n"), nas_log({"--version"}));
 }
 
-TEST(NasLog, ShowsHelp) {
+TEST_F(NasLog, ShowsHelp) {
   const Outcome got = nas_log({"--help"});
   EXPECT_EQ("usage: nas-log [OPTION]... FILE...\n", got.out.substr(0, got.out.find('\n') + 1));
   EXPECT_EQ("", got.err);
   EXPECT_EQ(0, got.status);
 }
 
-TEST(NasLog, HelpAndManualNameEveryOption) {
+TEST_F(NasLog, HelpAndManualNameEveryOption) {
   const std::string help = nas_log({"--help"}).out;
   const std::string manual = support::read_file(MANUAL);
   for (const char* option :
@@ -659,22 +590,16 @@ TEST(NasLog, HelpAndManualNameEveryOption) {
 
 // ---- following ----
 
-TEST(NasLogFollow, ShowsWhatIsAppended) {
-  const TempDir dir;
+TEST_F(NasLogFollow, ShowsWhatIsAppended) {
   dir.write("x", kOne);
   Child child(command({"--follow", dir.file("x")}));
   ASSERT_TRUE(child.out_ends_with(kOne));
   append(dir, "x", kTwo + kThree);
   ASSERT_TRUE(child.out_ends_with(kThree));
-  child.signal(SIGTERM);
-  const Outcome got = child.wait();
-  EXPECT_EQ(kOne + kTwo + kThree, got.out);
-  EXPECT_EQ("", got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, kOne + kTwo + kThree), child.end());
 }
 
-TEST(NasLogFollow, EndsOnInterruptToo) {
-  const TempDir dir;
+TEST_F(NasLogFollow, EndsOnInterruptToo) {
   dir.write("x", kOne);
   Child child(command({"-f", dir.file("x")}));
   ASSERT_TRUE(child.out_ends_with(kOne));
@@ -682,8 +607,7 @@ TEST(NasLogFollow, EndsOnInterruptToo) {
   EXPECT_EQ(0, child.wait().status);
 }
 
-TEST(NasLogFollow, WaitsForTheRestOfAnEntry) {
-  const TempDir dir;
+TEST_F(NasLogFollow, WaitsForTheRestOfAnEntry) {
   dir.write("x", "");
   Child child(command({"-f", dir.file("x")}));
   append(dir, "x", kOne + kTwo.substr(0, 22));
@@ -691,40 +615,26 @@ TEST(NasLogFollow, WaitsForTheRestOfAnEntry) {
   append(dir, "x", kTwo.substr(22, 15));
   append(dir, "x", kTwo.substr(37));
   ASSERT_TRUE(child.out_ends_with(kTwo));
-  child.signal(SIGTERM);
-  const Outcome got = child.wait();
-  EXPECT_EQ(kOne + kTwo, got.out);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, kOne + kTwo), child.end());
 }
 
-TEST(NasLogFollow, ShowsALateRestOfAMessage) {
-  const TempDir dir;
+TEST_F(NasLogFollow, ShowsALateRestOfAMessage) {
   dir.write("x", entry("01:00:00", "INFO: a"));
   Child child(command({"-f", dir.file("x")}));
   ASSERT_TRUE(child.out_ends_with("INFO: a\n"));
   append(dir, "x", "b\n" + entry("02:00:00", "INFO: c"));
   ASSERT_TRUE(child.out_ends_with("INFO: c\n"));
-  child.signal(SIGTERM);
-  const Outcome got = child.wait();
-  EXPECT_EQ(entry("01:00:00", "INFO: a\nb") + entry("02:00:00", "INFO: c"), got.out);
-  EXPECT_EQ("", got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, entry("01:00:00", "INFO: a\nb") + entry("02:00:00", "INFO: c")), child.end());
 }
 
-TEST(NasLogFollow, ShowsWhatIsUnfinishedWhenItEnds) {
-  const TempDir dir;
+TEST_F(NasLogFollow, ShowsWhatIsUnfinishedWhenItEnds) {
   dir.write("x", kOne + "2007-03-01T00:00:00 vo");
   Child child(command({"-f", dir.file("x")}));
   ASSERT_TRUE(child.out_ends_with(kOne));
-  child.signal(SIGTERM);
-  const Outcome got = child.wait();
-  EXPECT_EQ(kOne + "2007-03-01T00:00:00 vo\n", got.out);
-  EXPECT_EQ("", got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, kOne + "2007-03-01T00:00:00 vo\n"), child.end());
 }
 
-TEST(NasLogFollow, GoesOnInTheNewFile) {
-  const TempDir dir;
+TEST_F(NasLogFollow, GoesOnInTheNewFile) {
   dir.write("x", kOne);
   Child child(command({"-f", dir.file("x")}));
   ASSERT_TRUE(child.out_ends_with(kOne));
@@ -733,15 +643,10 @@ TEST(NasLogFollow, GoesOnInTheNewFile) {
   ASSERT_TRUE(child.out_ends_with(kThree));
   append(dir, "x", kFour);
   ASSERT_TRUE(child.out_ends_with(kFour));
-  child.signal(SIGTERM);
-  const Outcome got = child.wait();
-  EXPECT_EQ(kOne + kTwo + kThree + kFour, got.out);
-  EXPECT_EQ("", got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, kOne + kTwo + kThree + kFour), child.end());
 }
 
-TEST(NasLogFollow, ReadsAllFilesOfSeveralRotations) {
-  const TempDir dir;
+TEST_F(NasLogFollow, ReadsAllFilesOfSeveralRotations) {
   dir.write("x.0", entry("00:30:00", "INFO: old") + kNotice);
   dir.write("x", entry("01:00:00", "INFO: 1"));
   Child child(command({"-f", dir.file("x")}));
@@ -753,15 +658,13 @@ TEST(NasLogFollow, ReadsAllFilesOfSeveralRotations) {
   rotate(dir, "x", 9, entry("05:00:00", "INFO: 5"));
   child.resume();
   ASSERT_TRUE(child.out_ends_with("INFO: 5\n"));
-  child.signal(SIGTERM);
   EXPECT_EQ(entry("00:30:00", "INFO: old") + entry("01:00:00", "INFO: 1") +
                 entry("02:00:00", "INFO: 2") + entry("03:00:00", "INFO: 3") +
                 entry("04:00:00", "INFO: 4") + entry("05:00:00", "INFO: 5"),
-            child.wait().out);
+            child.end().out);
 }
 
-TEST(NasLogFollow, ReadsItsFileToTheEndAfterItWasDeleted) {
-  const TempDir dir;
+TEST_F(NasLogFollow, ReadsItsFileToTheEndAfterItWasDeleted) {
   dir.write("x", entry("01:00:00", "INFO: 1"));
   Child child(command({"-f", dir.file("x")}));
   ASSERT_TRUE(child.out_ends_with("INFO: 1\n"));
@@ -772,15 +675,13 @@ TEST(NasLogFollow, ReadsItsFileToTheEndAfterItWasDeleted) {
   }
   child.resume();
   ASSERT_TRUE(child.out_ends_with("INFO: 6\n"));
-  child.signal(SIGTERM);
   EXPECT_EQ(entry("01:00:00", "INFO: 1") + entry("02:00:00", "INFO: 2") +
                 entry("04:00:00", "INFO: 4") + entry("05:00:00", "INFO: 5") +
                 entry("06:00:00", "INFO: 6"),
-            child.wait().out);
+            child.end().out);
 }
 
-TEST(NasLogFollow, DoesNotRepeatOldFilesWhenTheLogIsDeleted) {
-  const TempDir dir;
+TEST_F(NasLogFollow, DoesNotRepeatOldFilesWhenTheLogIsDeleted) {
   dir.write("x.1", entry("01:00:00", "INFO: 1") + kNotice);
   dir.write("x.0", entry("02:00:00", "INFO: 2") + kNotice);
   dir.write("x", entry("03:00:00", "INFO: 3"));
@@ -791,27 +692,21 @@ TEST(NasLogFollow, DoesNotRepeatOldFilesWhenTheLogIsDeleted) {
   dir.write("x", entry("04:00:00", "INFO: 4"));
   child.resume();
   ASSERT_TRUE(child.out_ends_with("INFO: 4\n"));
-  child.signal(SIGTERM);
   EXPECT_EQ(entry("01:00:00", "INFO: 1") + entry("02:00:00", "INFO: 2") +
                 entry("03:00:00", "INFO: 3") + entry("04:00:00", "INFO: 4"),
-            child.wait().out);
+            child.end().out);
 }
 
-TEST(NasLogFollow, GoesOnInAFileThatWasEmptied) {
-  const TempDir dir;
+TEST_F(NasLogFollow, GoesOnInAFileThatWasEmptied) {
   dir.write("x", kOne + kTwo);
   Child child(command({"-f", dir.file("x")}));
   ASSERT_TRUE(child.out_ends_with(kTwo));
   dir.write("x", kThree);
   ASSERT_TRUE(child.out_ends_with(kThree));
-  child.signal(SIGTERM);
-  const Outcome got = child.wait();
-  EXPECT_EQ(kOne + kTwo + kThree, got.out);
-  EXPECT_EQ("", got.err);
+  EXPECT_EQ(ended(0, kOne + kTwo + kThree), child.end());
 }
 
-TEST(NasLogFollow, NoticesAnEmptiedFileThatHasOutgrownTheOldOne) {
-  const TempDir dir;
+TEST_F(NasLogFollow, NoticesAnEmptiedFileThatHasOutgrownTheOldOne) {
   dir.write("x", kTwo);
   Child child(command({"-f", dir.file("x")}));
   ASSERT_TRUE(child.out_ends_with(kTwo));
@@ -819,14 +714,10 @@ TEST(NasLogFollow, NoticesAnEmptiedFileThatHasOutgrownTheOldOne) {
   dir.write("x", kThree + kFour + kThree + kFour);
   child.resume();
   ASSERT_TRUE(child.out_ends_with(kThree + kFour + kThree + kFour));
-  child.signal(SIGTERM);
-  const Outcome got = child.wait();
-  EXPECT_EQ(kTwo + kThree + kFour + kThree + kFour, got.out);
-  EXPECT_EQ("", got.err);
+  EXPECT_EQ(ended(0, kTwo + kThree + kFour + kThree + kFour), child.end());
 }
 
-TEST(NasLogFollow, WaitsWhileTheLogIsMissing) {
-  const TempDir dir;
+TEST_F(NasLogFollow, WaitsWhileTheLogIsMissing) {
   dir.write("x", kOne);
   Child child(command({"-f", dir.file("x")}));
   ASSERT_TRUE(child.out_ends_with(kOne));
@@ -835,14 +726,10 @@ TEST(NasLogFollow, WaitsWhileTheLogIsMissing) {
   ASSERT_TRUE(child.out_ends_with(kTwo));
   dir.write("x", kThree);
   ASSERT_TRUE(child.out_ends_with(kThree));
-  child.signal(SIGTERM);
-  const Outcome got = child.wait();
-  EXPECT_EQ(kOne + kTwo + kThree, got.out);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, kOne + kTwo + kThree), child.end());
 }
 
-TEST(NasLogFollow, FollowsSeveralLogs) {
-  const TempDir dir;
+TEST_F(NasLogFollow, FollowsSeveralLogs) {
   dir.write("x", kOne);
   dir.write("y", kTwo);
   Child child(command({"-f", dir.file("x"), dir.file("y")}));
@@ -851,38 +738,31 @@ TEST(NasLogFollow, FollowsSeveralLogs) {
   ASSERT_TRUE(child.out_ends_with(kThree));
   append(dir, "x", kFour);
   ASSERT_TRUE(child.out_ends_with(kFour));
-  child.signal(SIGTERM);
-  EXPECT_EQ(kOne + kTwo + kThree + kFour, child.wait().out);
+  EXPECT_EQ(kOne + kTwo + kThree + kFour, child.end().out);
 }
 
-TEST(NasLogFollow, Filters) {
-  const TempDir dir;
+TEST_F(NasLogFollow, Filters) {
   dir.write("x", kOne + kTwo);
   Child child(command({"-f", "--category", "DEBUG", "--category", "WARNING", dir.file("x")}));
   ASSERT_TRUE(child.out_ends_with(kOne));
   append(dir, "x", kThree + kFour);
   ASSERT_TRUE(child.out_ends_with(kThree));
-  child.signal(SIGTERM);
-  EXPECT_EQ(kOne + kThree, child.wait().out);
+  EXPECT_EQ(kOne + kThree, child.end().out);
 }
 
-TEST(NasLogFollow, ReportsDamageAsItAppears) {
-  const TempDir dir;
+TEST_F(NasLogFollow, ReportsDamageAsItAppears) {
   dir.write("x", kOne);
   Child child(command({"-f", dir.file("x")}));
   ASSERT_TRUE(child.out_ends_with(kOne));
   append(dir, "x", "2007-03-01T00:00:00 cu" + kThree);
   ASSERT_TRUE(child.out_ends_with(kThree));
-  child.signal(SIGTERM);
-  const Outcome got = child.wait();
-  EXPECT_EQ(kOne + "2007-03-01T00:00:00 cu\n" + kThree, got.out);
-  EXPECT_EQ("nas-log: " + dir.file("x") + ":3: entry is cut off\n", got.err);
-  EXPECT_EQ(1, got.status);
+  EXPECT_EQ(ended(1, kOne + "2007-03-01T00:00:00 cu\n" + kThree,
+                  "nas-log: " + dir.file("x") + ":3: entry is cut off\n"),
+            child.end());
 }
 
 // What the library writes, faster than the follower looks.
-TEST(NasLogFollow, KeepsUpWithARotatingPublisher) {
-  const TempDir dir;
+TEST_F(NasLogFollow, KeepsUpWithARotatingPublisher) {
   util::category info("INFO");
   util::logger* const log = util::logger::getLogger("NasLogFollow");
   log->enable(info);
@@ -894,8 +774,7 @@ TEST(NasLogFollow, KeepsUpWithARotatingPublisher) {
   ASSERT_TRUE(child.out_ends_with("first\n"));
   for (int i = 1; i < 5000; ++i) log->logp(info, "void work()", "", 0, "entry\n%d", i);
   ASSERT_TRUE(child.out_ends_with("INFO: entry\n4999\n"));
-  child.signal(SIGTERM);
-  const Outcome got = child.wait();
+  const Outcome got = child.end();
   log->setPublisher(nullptr);
   int expected = 1;
   for (size_t at = got.out.find("entry\n"); at != got.out.npos;
@@ -908,27 +787,23 @@ TEST(NasLogFollow, KeepsUpWithARotatingPublisher) {
   EXPECT_TRUE(dir.exists("x.20"));  // it was rotated meanwhile
 }
 
-TEST(NasLogFollow, WaitsForALogThatIsNotThereYet) {
-  const TempDir dir;
+TEST_F(NasLogFollow, WaitsForALogThatIsNotThereYet) {
   Child child(command({"-f", dir.file("x")}));
   while (child.err().find("waiting") == std::string::npos) usleep(1000);
   dir.write("x", kOne);
   ASSERT_TRUE(child.out_ends_with(kOne));
-  child.signal(SIGTERM);
-  const Outcome got = child.wait();
-  EXPECT_EQ("nas-log: " + dir.file("x") + ": No such file or directory; waiting for it\n", got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(
+      ended(0, kOne, "nas-log: " + dir.file("x") + ": No such file or directory; waiting for it\n"),
+      child.end());
 }
 
-TEST(NasLogFollow, BeginsWithTheLastEntries) {
-  const TempDir dir;
+TEST_F(NasLogFollow, BeginsWithTheLastEntries) {
   dir.write("x", kOne + kTwo + kThree + kFour);  // the last one may still grow
   Child child(command({"-f", "-n", "2", dir.file("x")}));
   ASSERT_TRUE(child.out_ends_with(kFour));
   append(dir, "x", kTwo);
   ASSERT_TRUE(child.out_ends_with(kTwo));
-  child.signal(SIGTERM);
-  EXPECT_EQ(kTwo + kThree + kFour + kTwo, child.wait().out);
+  EXPECT_EQ(kTwo + kThree + kFour + kTwo, child.end().out);
 }
 
 // ---- compressed files ----
@@ -938,31 +813,23 @@ std::string compressed(const TempDir& dir, const std::string& name) {
   return dir.file(name + ".gz");
 }
 
-TEST(NasLog, ReadsCompressedOldFiles) {
-  const TempDir dir;
+TEST_F(NasLog, ReadsCompressedOldFiles) {
   dir.write("x", kThree);
   dir.write("x.0", kTwo);
   dir.write("x.1", kOne);
   compressed(dir, "x.1");
-  const Outcome got = nas_log({dir.file("x"), dir.file("x.1.gz")});
-  EXPECT_EQ(kOne + kTwo + kThree, got.out);
-  EXPECT_EQ("", got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, kOne + kTwo + kThree), nas_log({dir.file("x"), dir.file("x.1.gz")}));
   EXPECT_EQ(kOne, nas_log({dir.file("x.1.gz")}).out);
 }
 
-TEST(NasLog, IgnoresACompressedFileBesideTheWholeOne) {
-  const TempDir dir;
+TEST_F(NasLog, IgnoresACompressedFileBesideTheWholeOne) {
   dir.write("x", kThree);
   dir.write("x.1", kOne);
   dir.write("x.1.gz", "not yet complete");
-  const Outcome got = nas_log({dir.file("x")});
-  EXPECT_EQ(kOne + kThree, got.out);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, kOne + kThree), nas_log({dir.file("x")}));
 }
 
-TEST(NasLog, ReportsACompressedFileThatIsDamaged) {
-  const TempDir dir;
+TEST_F(NasLog, ReportsACompressedFileThatIsDamaged) {
   dir.write("x", kThree);
   dir.write("x.0.gz", "damaged");
   const Outcome got = nas_log({dir.file("x")});
@@ -974,8 +841,7 @@ TEST(NasLog, ReportsACompressedFileThatIsDamaged) {
 }
 
 // Whatever gzip is at meanwhile.
-TEST(NasLog, ReadsAllThatALogFileLeaves) {
-  const TempDir dir;
+TEST_F(NasLog, ReadsAllThatALogFileLeaves) {
   util::category info("INFO");
   util::logger* const log = util::logger::getLogger("NasLogOfALogFile");
   log->enable(info);
@@ -998,8 +864,27 @@ TEST(NasLog, ReadsAllThatALogFileLeaves) {
   log->setPublisher(nullptr);
 }
 
-TEST(NasLogFollow, DoesNotRepeatWhatWasCompressedMeanwhile) {
-  const TempDir dir;
+TEST_F(NasLog, ShowsTheLastEntryOfAProgramThatCrashed) {
+  const pid_t program = fork();
+  if (program == 0) {
+    auto* const file = new service::LogFile(dir.file("x"));
+    util::logger::rootLogger()->setPublisher(file);
+    util::logger::rootLogger()->enable(util::WARNING);
+    const service::CrashEntry crash(*file);
+    UTIL_LOG(util::logger::rootLogger(), util::WARNING, "before");
+    raise(SIGBUS);
+    _exit(0);
+  }
+  waitpid(program, nullptr, 0);
+  const std::string id = std::to_string(program);
+  const Outcome got = nas_log({"-1", dir.file("x")});
+  EXPECT_THAT(got.out, testing::ContainsRegex("WARNING: before\n[-:T0-9]* WARNING: process " + id +
+                                              " got SIGBUS, after nas_log_test.cc:[0-9]*\n$"));
+  EXPECT_EQ("", got.err);
+  EXPECT_EQ(0, got.status);
+}
+
+TEST_F(NasLogFollow, DoesNotRepeatWhatWasCompressedMeanwhile) {
   dir.write("x", kOne);
   Child child(command({"-f", dir.file("x")}));
   ASSERT_TRUE(child.out_ends_with(kOne));
@@ -1009,16 +894,12 @@ TEST(NasLogFollow, DoesNotRepeatWhatWasCompressedMeanwhile) {
   compressed(dir, "x.1");
   child.resume();
   ASSERT_TRUE(child.out_ends_with(kThree));
-  child.signal(SIGTERM);
-  const Outcome got = child.wait();
-  EXPECT_EQ(kOne + kTwo + kThree, got.out);
-  EXPECT_EQ("", got.err);
+  EXPECT_EQ(ended(0, kOne + kTwo + kThree), child.end());
 }
 
 // ---- what is selected, and how it is shown ----
 
-TEST(NasLog, ShowsTheLastEntries) {
-  const TempDir dir;
+TEST_F(NasLog, ShowsTheLastEntries) {
   dir.write("x", kOne + kTwo + kThree + kFour);
   EXPECT_EQ(kThree + kFour, nas_log({"-n", "2", dir.file("x")}).out);
   EXPECT_EQ(kTwo, nas_log({"-n", "1", "--grep", "0.5", dir.file("x")}).out);
@@ -1026,15 +907,13 @@ TEST(NasLog, ShowsTheLastEntries) {
   EXPECT_EQ("", nas_log({"-n0", dir.file("x")}).out);
 }
 
-TEST(NasLog, LeavesOutACategory) {
-  const TempDir dir;
+TEST_F(NasLog, LeavesOutACategory) {
   dir.write("x", kOne + kTwo + kThree + kFour);
   EXPECT_EQ(kTwo + kThree, nas_log({"--exclude", "event loop", dir.file("x")}).out);
   EXPECT_EQ(kFour, nas_log({"--category", "Event Loop", "--exclude", "DEBUG", dir.file("x")}).out);
 }
 
-TEST(NasLog, NamesTheCategoriesForOneThatIsUnknown) {
-  const TempDir dir;
+TEST_F(NasLog, NamesTheCategoriesForOneThatIsUnknown) {
   dir.write("x", kOne + kTwo);
   for (const char* option : {"--category", "--exclude"}) {
     const Outcome got = nas_log({option, "WARNUNG", dir.file("x")});
@@ -1049,27 +928,23 @@ TEST(NasLog, NamesTheCategoriesForOneThatIsUnknown) {
   EXPECT_EQ(0, nas_log({"--category", "NET", dir.file("empty")}).status);
 }
 
-TEST(NasLog, ListsTheCategories) {
-  const TempDir dir;
+TEST_F(NasLog, ListsTheCategories) {
   dir.write("x", kOne + kTwo + kThree + kFour);
   EXPECT_EQ("       1  DEBUG\n       2  EVENT LOOP\n       1  INFO\n       1  WARNING\n",
             nas_log({"--categories", dir.file("x")}).out);
 }
 
-TEST(NasLog, ShowsOneLineAnEntry) {
-  const TempDir dir;
+TEST_F(NasLog, ShowsOneLineAnEntry) {
   dir.write("x", kOne + entry("01:00:00", "INFO: two\nlines") + "2007-03-01T02:00:00 cut");
-  const Outcome got = nas_log({"-1", dir.file("x")});
-  EXPECT_EQ(
-      "2007-02-28T23:59:59 EVENT LOOP|DEBUG: add event loop 0x10\n"
-      "2007-03-01T01:00:00 INFO: two\\nlines\n"
-      "2007-03-01T02:00:00 2007-03-01T02:00:00 cut\n",
-      got.out);
-  EXPECT_EQ(1, got.status);
+  EXPECT_EQ(ended(1,
+                  "2007-02-28T23:59:59 EVENT LOOP|DEBUG: add event loop 0x10\n"
+                  "2007-03-01T01:00:00 INFO: two\\nlines\n"
+                  "2007-03-01T02:00:00 2007-03-01T02:00:00 cut\n",
+                  "nas-log: " + dir.file("x") + ":6: entry is cut off\n"),
+            nas_log({"-1", dir.file("x")}));
 }
 
-TEST(NasLog, ShowsOneObjectALine) {
-  const TempDir dir;
+TEST_F(NasLog, ShowsOneObjectALine) {
   dir.write("x", "cut\n" + entry("01:00:00", "INFO: \"two\"\nlines\xFF"));
   const Outcome got =
       support::run({"/bin/sh", "-c",
@@ -1094,8 +969,7 @@ std::string entry_at(time_t seconds) {
   return std::string(text) + " void now()\nINFO: " + std::to_string(seconds) + "\n";
 }
 
-TEST(NasLog, TakesTimesBesideThePresent) {
-  const TempDir dir;
+TEST_F(NasLog, TakesTimesBesideThePresent) {
   const std::string old = entry_at(-3 * 86400);
   const std::string young = entry_at(-60);
   dir.write("x", old + young);
@@ -1113,8 +987,7 @@ TEST(NasLog, TakesTimesBesideThePresent) {
   EXPECT_EQ(old + now, nas_log({"--until", "today", dir.file("x")}).out);
 }
 
-TEST(NasLog, ShowsATerminalPageByPage) {
-  const TempDir dir;
+TEST_F(NasLog, ShowsATerminalPageByPage) {
   dir.write("x", kTwo);
   setenv("NO_COLOR", "1", 1);
   setenv("PAGER", "sed 's/^/> /'", 1);
@@ -1127,20 +1000,16 @@ TEST(NasLog, ShowsATerminalPageByPage) {
   unsetenv("NO_COLOR");
 }
 
-TEST(NasLog, RefusesAFifo) {
-  const TempDir dir;
-  const Outcome got = support::run(
-      {"/bin/sh", "-c", "mkfifo '" + dir.file("x") + "'; exec '" TOOL "' '" + dir.file("x") + "'"});
-  EXPECT_EQ("nas-log: " + dir.file("x") + ": is a FIFO, not a file\n", got.err);
-  EXPECT_EQ(1, got.status);
+TEST_F(NasLog, RefusesAFifo) {
+  EXPECT_EQ(
+      ended(1, "", "nas-log: " + dir.file("x") + ": is a FIFO, not a file\n"),
+      support::run({"/bin/sh", "-c",
+                    "mkfifo '" + dir.file("x") + "'; exec '" TOOL "' '" + dir.file("x") + "'"}));
 }
 
-TEST(NasLog, DoesNotWaitForAFifoInThePlaceOfAnOldFile) {
-  const TempDir dir;
+TEST_F(NasLog, DoesNotWaitForAFifoInThePlaceOfAnOldFile) {
   dir.write("x", kOne);
-  const Outcome got =
-      support::run({"/bin/sh", "-c",
-                    "mkfifo '" + dir.file("x.0") + "'; exec '" TOOL "' '" + dir.file("x") + "'"});
-  EXPECT_EQ(kOne, got.out);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, kOne), support::run({"/bin/sh", "-c",
+                                          "mkfifo '" + dir.file("x.0") + "'; exec '" TOOL "' '" +
+                                              dir.file("x") + "'"}));
 }

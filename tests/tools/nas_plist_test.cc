@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // nas-plist, run as a child on real files.
 #include "tests/support/clock.h"
-#include "tests/support/files.h"
+#include "tests/support/folder.h"
 #include "tests/support/program.h"
 
 #include <sys/stat.h>
@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+using support::ended;
 using support::Outcome;
 using support::TempDir;
 
@@ -51,6 +52,11 @@ const std::string kMany = list(R"(
   <key>l</key><array><string>one</string><array><integer>1</integer></array></array>
 )");
 
+using NasPlistCheck = support::InFolder;
+using NasPlistDiff = support::InFolder;
+using NasPlistImport = support::InFolder;
+using NasPlistSet = support::InFolder;
+
 }  // namespace
 
 // ---- show ----
@@ -58,8 +64,7 @@ const std::string kMany = list(R"(
 TEST(NasPlistShow, PrintsAnOutline) {
   const TempDir dir;
   dir.write("p", kMany);
-  const Outcome got = nas_plist({"show", dir.file("p")});
-  EXPECT_EQ(R"("a date": date 2008-05-01T14:03:59Z
+  EXPECT_EQ(ended(0, R"("a date": date 2008-05-01T14:03:59Z
 b: true
 c: false
 d: -42
@@ -76,16 +81,12 @@ l:
   [0]: "one"
   [1]:
     [0]: 1
-)",
-            got.out);
-  EXPECT_EQ("", got.err);
-  EXPECT_EQ(0, got.status);
+)"),
+            nas_plist({"show", dir.file("p")}));
 }
 
 TEST(NasPlistShow, PrintsNothingOfAnEmptyList) {
-  const Outcome got = nas_plist({"show", "-"}, list(""));
-  EXPECT_EQ("", got.out);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0), nas_plist({"show", "-"}, list("")));
 }
 
 TEST(NasPlistShow, ReadsStandardInput) {
@@ -123,35 +124,27 @@ TEST(NasPlist, ReportsAMissingFile) {
     Words arguments = {command, file};
     if (arguments[0] == "set") arguments.insert(arguments.end(), {"a", "integer", "1"});
     if (arguments[0] == "delete" || arguments[0] == "get") arguments.emplace_back("a");
-    const Outcome got = nas_plist(arguments);
-    EXPECT_EQ("", got.out);
-    EXPECT_EQ("nas-plist: " + file + ": No such file or directory\n", got.err);
-    EXPECT_EQ(1, got.status);
+    EXPECT_EQ(ended(1, "", "nas-plist: " + file + ": No such file or directory\n"),
+              nas_plist(arguments));
   }
   EXPECT_EQ(Words{}, dir.list());
 }
 
 TEST(NasPlist, ReportsAFullDisk) {
   for (const char* command : {"show", "js"}) {
-    const Outcome got = nas_plist({command, "-"}, list_of("<true/>"), "/dev/full");
-    EXPECT_EQ("nas-plist: standard output: No space left on device\n", got.err);
-    EXPECT_EQ(1, got.status);
+    EXPECT_EQ(ended(1, "", "nas-plist: standard output: No space left on device\n"),
+              nas_plist({command, "-"}, list_of("<true/>"), "/dev/full"));
   }
 }
 
 // ---- check ----
 
-TEST(NasPlistCheck, IsSilentAboutAGoodList) {
-  const TempDir dir;
+TEST_F(NasPlistCheck, IsSilentAboutAGoodList) {
   dir.write("p", list(pair("a", "<string>text</string>") + pair("b", "<real>0.25</real>")));
-  const Outcome got = nas_plist({"check", dir.file("p")});
-  EXPECT_EQ("", got.out);
-  EXPECT_EQ("", got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0), nas_plist({"check", dir.file("p")}));
 }
 
-TEST(NasPlistCheck, ListsWhatSaveWouldLose) {
-  const TempDir dir;
+TEST_F(NasPlistCheck, ListsWhatSaveWouldLose) {
   dir.write("p", list(pair("a", "<real>3.14159265</real>") +
                       pair("b", "<array><string>x</string><string>a&#32;&#32;b</string></array>")));
   const Outcome got = nas_plist({"check", dir.file("p")});
@@ -163,8 +156,7 @@ TEST(NasPlistCheck, ListsWhatSaveWouldLose) {
   EXPECT_EQ(0, got.status);
 }
 
-TEST(NasPlistCheck, SaysWhyAListDoesNotLoad) {
-  const TempDir dir;
+TEST_F(NasPlistCheck, SaysWhyAListDoesNotLoad) {
   const std::string file = dir.file("p");
   const struct {
     std::string content;
@@ -197,16 +189,14 @@ TEST(NasPlistCheck, SaysWhyAListDoesNotLoad) {
   }
 }
 
-TEST(NasPlistCheck, SaysThatAFolderIsNoList) {
-  const TempDir dir;
-  const Outcome got = nas_plist({"check", dir.path()});
-  EXPECT_EQ("nas-plist: " + dir.path() + ": load failed: Couldn't load " + dir.path() +
-                ": Is a directory\n",
-            got.err);
-  EXPECT_EQ(1, got.status);
+TEST_F(NasPlistCheck, SaysThatAFolderIsNoList) {
+  EXPECT_EQ(ended(1, "",
+                  "nas-plist: " + dir.path() + ": load failed: Couldn't load " + dir.path() +
+                      ": Is a directory\n"),
+            nas_plist({"check", dir.path()}));
 }
 
-TEST(NasPlistCheck, NamesStandardInputInMessages) {
+TEST_F(NasPlistCheck, NamesStandardInputInMessages) {
   EXPECT_EQ("nas-plist: standard input: load failed: Couldn't load standard input: ",
             nas_plist({"check", "-"}, "<plist").err.substr(0, 70));
 }
@@ -214,32 +204,26 @@ TEST(NasPlistCheck, NamesStandardInputInMessages) {
 // ---- js ----
 
 TEST(NasPlistJs, PrintsALiteral) {
-  const Outcome got = nas_plist(
-      {"js", "-"}, list(pair("n", "<integer>5</integer>") + pair("s", "<string>it's</string>")));
-  EXPECT_EQ("{ 'n' : 5, 's' : 'it\\'s' }\n", got.out);
-  EXPECT_EQ("", got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, "{ 'n' : 5, 's' : 'it\\'s' }\n"),
+            nas_plist({"js", "-"}, list(pair("n", "<integer>5</integer>") +
+                                        pair("s", "<string>it's</string>"))));
 }
 
 TEST(NasPlistJs, PrintsAFunction) {
-  const Outcome got =
-      nas_plist({"js", "--function", "getStatus", "-"}, list(pair("n", "<integer>5</integer>")));
-  EXPECT_EQ("function getStatus()\n{\n  return { 'n' : 5 };\n}\n", got.out);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(
+      ended(0, "function getStatus()\n{\n  return { 'n' : 5 };\n}\n"),
+      nas_plist({"js", "--function", "getStatus", "-"}, list(pair("n", "<integer>5</integer>"))));
 }
 
 TEST(NasPlistJs, WarnsOfDates) {
-  const Outcome got =
-      nas_plist({"js", "-"}, list_of("<array><date>2008-05-01T14:03:59Z</date></array>"));
-  EXPECT_EQ("{ 'a' : [ 2008-05-01T14:03:59UTC ] }\n", got.out);
-  EXPECT_EQ("nas-plist: standard input: dates are bare text, which no script can read\n", got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, "{ 'a' : [ 2008-05-01T14:03:59UTC ] }\n",
+                  "nas-plist: standard input: dates are bare text, which no script can read\n"),
+            nas_plist({"js", "-"}, list_of("<array><date>2008-05-01T14:03:59Z</date></array>")));
 }
 
 // ---- set ----
 
-TEST(NasPlistSet, WritesEachType) {
-  const TempDir dir;
+TEST_F(NasPlistSet, WritesEachType) {
   const struct {
     Words words;
     std::string element;
@@ -271,8 +255,7 @@ TEST(NasPlistSet, WritesEachType) {
   }
 }
 
-TEST(NasPlistSet, KeepsTheOldListAsTheBackup) {
-  const TempDir dir;
+TEST_F(NasPlistSet, KeepsTheOldListAsTheBackup) {
   const std::string old = list(pair("k", "<integer>1</integer>"));
   dir.write("p", old);
   EXPECT_EQ(0, nas_plist({"set", dir.file("p"), "k", "integer", "2"}).status);
@@ -281,8 +264,7 @@ TEST(NasPlistSet, KeepsTheOldListAsTheBackup) {
   EXPECT_EQ((Words{"p", "p~"}), dir.list());
 }
 
-TEST(NasPlistSet, ChangesTheBackupOfAMissingFile) {
-  const TempDir dir;
+TEST_F(NasPlistSet, ChangesTheBackupOfAMissingFile) {
   dir.write("p~", list_of("<true />"));
   const Outcome got = nas_plist({"set", dir.file("p"), "b", "boolean", "true"});
   EXPECT_EQ(list(pair("a", "<true />") + pair("b", "<true />")), dir.read("p"));
@@ -290,7 +272,7 @@ TEST(NasPlistSet, ChangesTheBackupOfAMissingFile) {
   EXPECT_EQ(0, got.status);
 }
 
-TEST(NasPlistSet, FollowsKeyPaths) {
+TEST_F(NasPlistSet, FollowsKeyPaths) {
   const struct {
     std::string key;
     std::string outline;
@@ -306,7 +288,6 @@ TEST(NasPlistSet, FollowsKeyPaths) {
       {"d",              "d: 7\nl:\n  [0]: 1\n  [1]: 2\n"                          },
       {R"(d/x\/\[0]\\)", "d:\n  a: 1\n  \"x/[0]\\\\\": 7\nl:\n  [0]: 1\n  [1]: 2\n"},
   };
-  const TempDir dir;
   for (const auto& row : rows) {
     SCOPED_TRACE(row.key);
     dir.write("p", list("<key>d</key><dict><key>a</key><integer>1</integer></dict><key>l</key>"
@@ -316,8 +297,7 @@ TEST(NasPlistSet, FollowsKeyPaths) {
   }
 }
 
-TEST(NasPlistSet, RefusesKeysThatDoNotFit) {
-  const TempDir dir;
+TEST_F(NasPlistSet, RefusesKeysThatDoNotFit) {
   const std::string old = list(pair("n", "<integer>1</integer>") + pair("l", "<array />"));
   dir.write("p", old);
   const struct {
@@ -331,16 +311,14 @@ TEST(NasPlistSet, RefusesKeysThatDoNotFit) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.key);
-    const Outcome got = nas_plist({"set", dir.file("p"), row.key, "integer", "7"});
-    EXPECT_EQ("nas-plist: " + dir.file("p") + ": " + row.message + "\n", got.err);
-    EXPECT_EQ(1, got.status);
+    EXPECT_EQ(ended(1, "", "nas-plist: " + dir.file("p") + ": " + row.message + "\n"),
+              nas_plist({"set", dir.file("p"), row.key, "integer", "7"}));
   }
   EXPECT_EQ(old, dir.read("p"));
   EXPECT_EQ(Words{"p"}, dir.list());
 }
 
-TEST(NasPlistSet, RefusesValuesThatAreNone) {
-  const TempDir dir;
+TEST_F(NasPlistSet, RefusesValuesThatAreNone) {
   const std::string old = list(pair("k", "<true />"));
   dir.write("p", old);
   const struct {
@@ -365,25 +343,22 @@ TEST(NasPlistSet, RefusesValuesThatAreNone) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.type + " " + row.value);
-    const Outcome got = nas_plist({"set", dir.file("p"), "k", row.type, row.value});
-    EXPECT_EQ(
-        "nas-plist: '" + row.value + "' does not fit " + row.type + "\nTry 'nas-plist --help'.\n",
-        got.err);
-    EXPECT_EQ(2, got.status);
+    EXPECT_EQ(ended(2, "",
+                    "nas-plist: '" + row.value + "' does not fit " + row.type +
+                        "\nTry 'nas-plist --help'.\n"),
+              nas_plist({"set", dir.file("p"), "k", row.type, row.value}));
   }
   EXPECT_EQ(old, dir.read("p"));
 }
 
-TEST(NasPlistSet, RefusesATimeThatTheClockSkips) {
+TEST_F(NasPlistSet, RefusesATimeThatTheClockSkips) {
   const support::TimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
-  const TempDir dir;
   dir.write("p", list(""));
   EXPECT_EQ(2, nas_plist({"set", dir.file("p"), "k", "date", "2008-03-30T02:30:00Z"}).status);
   EXPECT_EQ(0, nas_plist({"set", dir.file("p"), "k", "date", "2008-03-30T03:30:00Z"}).status);
 }
 
-TEST(NasPlistSet, KeepsWhatItIsGiven) {
-  const TempDir dir;
+TEST_F(NasPlistSet, KeepsWhatItIsGiven) {
   dir.write("p", list_of("<real>3.14159265</real>"));
   EXPECT_EQ(0, nas_plist({"set", dir.file("p"), "b", "string", "", "c", "string", " a  b ", "d",
                           "data", "", "e", "real", "0.1234567"})
@@ -392,8 +367,7 @@ TEST(NasPlistSet, KeepsWhatItIsGiven) {
             nas_plist({"show", dir.file("p")}).out);
 }
 
-TEST(NasPlistSet, RefusesWhatNoFileCanHold) {
-  const TempDir dir;
+TEST_F(NasPlistSet, RefusesWhatNoFileCanHold) {
   const std::string old = list(pair("k", "<true />"));
   dir.write("p", old);
   const Outcome got = nas_plist({"set", dir.file("p"), "k", "string", " ]]>"});
@@ -404,16 +378,14 @@ TEST(NasPlistSet, RefusesWhatNoFileCanHold) {
   EXPECT_EQ(Words{"p"}, dir.list());
 }
 
-TEST(NasPlistSet, LosesNothingOfManyAtOnce) {
-  const TempDir dir;
+TEST_F(NasPlistSet, LosesNothingOfManyAtOnce) {
   dir.write("p", list(""));
-  const Outcome got = support::run(
-      {"/bin/bash", "-c",
-       "for i in {10..49}; do \"$0\" set \"$1\" k$i integer $i & processes+=($!); done\n"
-       "for one in ${processes[@]}; do wait $one || exit 1; done",
-       TOOL, dir.file("p")});
-  EXPECT_EQ("", got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0),
+            support::run(
+                {"/bin/bash", "-c",
+                 "for i in {10..49}; do \"$0\" set \"$1\" k$i integer $i & processes+=($!); done\n"
+                 "for one in ${processes[@]}; do wait $one || exit 1; done",
+                 TOOL, dir.file("p")}));
   std::string expected;
   for (int i = 10; i < 50; ++i) {
     expected += "k" + std::to_string(i) + ": " + std::to_string(i) + "\n";
@@ -422,8 +394,7 @@ TEST(NasPlistSet, LosesNothingOfManyAtOnce) {
   EXPECT_EQ((Words{"p", "p~"}), dir.list());
 }
 
-TEST(NasPlistSet, ReportsAFailedSave) {
-  const TempDir dir;
+TEST_F(NasPlistSet, ReportsAFailedSave) {
   const std::string old = list(pair("k", "<true />"));
   dir.write("p", old);
   mkdir(dir.file("p~").c_str(), 0700);
@@ -435,8 +406,7 @@ TEST(NasPlistSet, ReportsAFailedSave) {
   EXPECT_EQ(old, dir.read("p"));
 }
 
-TEST(NasPlistSet, DoesNotWriteMessagesIntoTheList) {
-  const TempDir dir;
+TEST_F(NasPlistSet, DoesNotWriteMessagesIntoTheList) {
   dir.write("p", list_of("<real>3.14159265</real>"));
   const Outcome got = support::run(
       {"/bin/sh", "-c",
@@ -444,20 +414,17 @@ TEST(NasPlistSet, DoesNotWriteMessagesIntoTheList) {
   EXPECT_EQ(list(pair("a", "<real>3.14159265</real>") + pair("k", "<true />")), dir.read("p"));
 }
 
-TEST(NasPlistSet, SetsSeveralInOneSave) {
-  const TempDir dir;
+TEST_F(NasPlistSet, SetsSeveralInOneSave) {
   const std::string old = list(pair("k", "<true />"));
   dir.write("p", old);
-  const Outcome got = nas_plist({"set", dir.file("p"), "a", "dict", "a/n", "integer", "-1", "l",
-                                 "array", "l[0]", "string", "--help"});
-  EXPECT_EQ("", got.err);
+  EXPECT_EQ(ended(0), nas_plist({"set", dir.file("p"), "a", "dict", "a/n", "integer", "-1", "l",
+                                 "array", "l[0]", "string", "--help"}));
   EXPECT_EQ("a:\n  n: -1\nk: true\nl:\n  [0]: \"--help\"\n",
             nas_plist({"show", dir.file("p")}).out);
   EXPECT_EQ(old, dir.read("p~"));
 }
 
-TEST(NasPlistSet, SetsNoneWhereOneDoesNotFit) {
-  const TempDir dir;
+TEST_F(NasPlistSet, SetsNoneWhereOneDoesNotFit) {
   const std::string old = list(pair("k", "<true />"));
   dir.write("p", old);
   const std::string file = dir.file("p");
@@ -467,16 +434,15 @@ TEST(NasPlistSet, SetsNoneWhereOneDoesNotFit) {
   EXPECT_EQ(Words{"p"}, dir.list());
 }
 
-TEST(NasPlistSet, LeavesTheFileAloneWhileAnotherChangesIt) {
-  const TempDir dir;
+TEST_F(NasPlistSet, LeavesTheFileAloneWhileAnotherChangesIt) {
   const std::string file = dir.file("p");
   dir.write("p", list(""));
-  const Outcome got =
+  EXPECT_EQ(
+      ended(0),
       support::run({"/bin/bash", "-c",
                     "exec 9>\"$1.lock\" && flock 9 && { \"$0\" set \"$1\" a integer 1 9>&- & } &&\n"
                     "sleep 0.1 && \"$0\" show \"$1\" && flock -u 9 && wait",
-                    TOOL, file});
-  EXPECT_EQ("", got.out);
+                    TOOL, file}));
   EXPECT_EQ("a: 1\n", nas_plist({"show", file}).out);
 }
 
@@ -488,9 +454,7 @@ TEST(NasPlistDelete, RemovesValuesInOneSave) {
       "<key>a</key><integer>1</integer><key>l</key><array>"
       "<integer>1</integer><integer>2</integer></array>");
   dir.write("p", old);
-  const Outcome got = nas_plist({"delete", dir.file("p"), "a", "l[0]"});
-  EXPECT_EQ("", got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0), nas_plist({"delete", dir.file("p"), "a", "l[0]"}));
   EXPECT_EQ("l:\n  [0]: 2\n", nas_plist({"show", dir.file("p")}).out);
   EXPECT_EQ(old, dir.read("p~"));
 }
@@ -499,9 +463,8 @@ TEST(NasPlistDelete, RemovesNoneWhereOneIsMissing) {
   const TempDir dir;
   const std::string old = list_of("<true />");
   dir.write("p", old);
-  const Outcome got = nas_plist({"delete", dir.file("p"), "a", "b/c"});
-  EXPECT_EQ("nas-plist: " + dir.file("p") + ": b/c: there is no such value\n", got.err);
-  EXPECT_EQ(1, got.status);
+  EXPECT_EQ(ended(1, "", "nas-plist: " + dir.file("p") + ": b/c: there is no such value\n"),
+            nas_plist({"delete", dir.file("p"), "a", "b/c"}));
   EXPECT_EQ(old, dir.read("p"));
 }
 
@@ -545,32 +508,27 @@ TEST(NasPlistGet, PrintsNothingOfWhatIsMissing) {
              Words{"get",     "-", path},
              Words{ "get", "--type", "-", path}
     }) {
-      const Outcome got = nas_plist(command, list_of("<true />"));
-      EXPECT_EQ("", got.out);
-      EXPECT_EQ("", got.err);
-      EXPECT_EQ(1, got.status);
+      EXPECT_EQ(ended(1), nas_plist(command, list_of("<true />")));
     }
   }
 }
 
 TEST(NasPlistGet, SaysWhatPrintsContainers) {
-  const Outcome got = nas_plist({"get", "-", "a"}, list_of("<dict />"));
-  EXPECT_EQ("", got.out);
-  EXPECT_EQ("nas-plist: standard input: a: is not a single value; show and json print it\n",
-            got.err);
-  EXPECT_EQ(1, got.status);
+  EXPECT_EQ(
+      ended(1, "", "nas-plist: standard input: a: is not a single value; show and json print it\n"),
+      nas_plist({"get", "-", "a"}, list_of("<dict />")));
 }
 
 TEST(NasPlistGet, ServesALoopOfTheShell) {
   const TempDir dir;
   dir.write("p", list("<key>s</key><array><dict><key>n</key><string>one two</string></dict>"
                       "<dict><key>n</key><string>three</string></dict></array>"));
-  const Outcome got = support::run(
-      {"/bin/sh", "-c",
-       "i=0; while n=$(\"$0\" get \"$1\" \"s[$i]/n\"); do echo \"<$n>\"; i=$((i+1)); done", TOOL,
-       dir.file("p")});
-  EXPECT_EQ("<one two>\n<three>\n", got.out);
-  EXPECT_EQ("", got.err);
+  EXPECT_EQ(
+      ended(0, "<one two>\n<three>\n"),
+      support::run(
+          {"/bin/sh", "-c",
+           "i=0; while n=$(\"$0\" get \"$1\" \"s[$i]/n\"); do echo \"<$n>\"; i=$((i+1)); done",
+           TOOL, dir.file("p")}));
 }
 
 TEST(NasPlistShow, PrintsAPart) {
@@ -602,28 +560,23 @@ TEST(NasPlistJson, PrintsWhatOthersRead) {
   EXPECT_EQ("[1,true]\n", jq.out);
 }
 
-TEST(NasPlistImport, ReplacesTheList) {
-  const TempDir dir;
+TEST_F(NasPlistImport, ReplacesTheList) {
   const std::string old = list(pair("k", "<true />"));
   dir.write("p", old);
-  const Outcome got = nas_plist({"import", dir.file("p")},
-                                R"({"a": 1, "b": [0.5, "x", false], "c": {"d": 4000000000}})");
-  EXPECT_EQ("", got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0), nas_plist({"import", dir.file("p")},
+                                R"({"a": 1, "b": [0.5, "x", false], "c": {"d": 4000000000}})"));
   EXPECT_EQ("a: 1\nb:\n  [0]: 0.5\n  [1]: \"x\"\n  [2]: false\nc:\n  d: 4e+09\n",
             nas_plist({"show", dir.file("p")}).out);
   EXPECT_EQ(old, dir.read("p~"));
 }
 
-TEST(NasPlistImport, MakesAMissingFile) {
-  const TempDir dir;
+TEST_F(NasPlistImport, MakesAMissingFile) {
   EXPECT_EQ(0, nas_plist({"import", dir.file("p")}, R"({"a": 1})").status);
   EXPECT_EQ("a: 1\n", nas_plist({"show", dir.file("p")}).out);
   EXPECT_EQ(Words{"p"}, dir.list());
 }
 
-TEST(NasPlistImport, DoesNotReplaceABrokenList) {
-  const TempDir dir;
+TEST_F(NasPlistImport, DoesNotReplaceABrokenList) {
   dir.write("p", "<plist");
   dir.write("p~", list_of("<true />"));
   EXPECT_EQ(1, nas_plist({"import", dir.file("p")}, R"({"a": 1})").status);
@@ -631,7 +584,7 @@ TEST(NasPlistImport, DoesNotReplaceABrokenList) {
   EXPECT_EQ(list_of("<true />"), dir.read("p~"));
 }
 
-TEST(NasPlistImport, RefusesWhatIsNoList) {
+TEST_F(NasPlistImport, RefusesWhatIsNoList) {
   const struct {
     std::string json;
     std::string message;
@@ -641,7 +594,6 @@ TEST(NasPlistImport, RefusesWhatIsNoList) {
       {"",                    "standard input:1:1: "                     },
       {R"({"a": 1, "a": 2})", "standard input:1:"                        },
   };
-  const TempDir dir;
   const std::string old = list(pair("k", "<true />"));
   dir.write("p", old);
   for (const auto& row : rows) {
@@ -690,9 +642,7 @@ TEST(NasPlistRestore, MakesTheBackupTheFile) {
   const TempDir dir;
   dir.write("p", "<plist");
   dir.write("p~", list_of("<true />"));
-  const Outcome got = nas_plist({"restore", dir.file("p")});
-  EXPECT_EQ("", got.err);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0), nas_plist({"restore", dir.file("p")}));
   EXPECT_EQ(list_of("<true />"), dir.read("p"));
   EXPECT_EQ("<plist", dir.read("p.replaced"));
   EXPECT_EQ((Words{"p", "p.replaced", "p~"}), dir.list());
@@ -711,8 +661,7 @@ TEST(NasPlistRestore, RefusesABackupThatDoesNotLoad) {
   EXPECT_EQ((Words{"p", "p~"}), dir.list());
 }
 
-TEST(NasPlistCheck, SaysWhetherTheBackupWouldLoad) {
-  const TempDir dir;
+TEST_F(NasPlistCheck, SaysWhetherTheBackupWouldLoad) {
   const std::string file = dir.file("p");
   dir.write("p", list_of("<true />"));
   dir.write("p~", list_of("<false />"));
@@ -739,8 +688,7 @@ TEST(NasPlistCheck, SaysWhetherTheBackupWouldLoad) {
 
 // ---- diff ----
 
-TEST(NasPlistDiff, PrintsWhatDiffers) {
-  const TempDir dir;
+TEST_F(NasPlistDiff, PrintsWhatDiffers) {
   dir.write("a",
             list("<key>gone</key><dict><key>x/y</key><array><integer>1</integer></array></dict>"
                  "<key>kind</key><integer>1</integer><key>l</key><array><true/><true/></array>"
@@ -750,8 +698,7 @@ TEST(NasPlistDiff, PrintsWhatDiffers) {
                       "<key>kind</key><real>1</real><key>l</key><array><false/></array>"
                       "<key>same</key><dict><key>a</key><real>0.1</real></dict>"
                       "<key>turned</key><array><string>x</string></array>"));
-  const Outcome got = nas_plist({"diff", dir.file("a"), dir.file("b")});
-  EXPECT_EQ(R"(+came: "a\nb"
+  EXPECT_EQ(ended(1, R"(+came: "a\nb"
 -gone/x\/y[0]: 1
 -kind: 1
 +kind: 1.0
@@ -760,32 +707,27 @@ TEST(NasPlistDiff, PrintsWhatDiffers) {
 -l[1]: true
 -turned: {}
 +turned[0]: "x"
-)",
-            got.out);
-  EXPECT_EQ("", got.err);
-  EXPECT_EQ(1, got.status);
+)"),
+            nas_plist({"diff", dir.file("a"), dir.file("b")}));
 }
 
-TEST(NasPlistDiff, IsSilentAboutEqualLists) {
-  const TempDir dir;
+TEST_F(NasPlistDiff, IsSilentAboutEqualLists) {
   dir.write("a", kMany);
   const Outcome got = nas_plist({"diff", dir.file("a"), "-"}, kMany);
   EXPECT_EQ("", got.out + got.err);
   EXPECT_EQ(0, got.status);
 }
 
-TEST(NasPlistDiff, TellsTroubleFromDifference) {
-  const TempDir dir;
+TEST_F(NasPlistDiff, TellsTroubleFromDifference) {
   dir.write("a", list_of("<true />"));
   EXPECT_EQ(2, nas_plist({"diff", dir.file("a"), dir.file("none")}).status);
   EXPECT_EQ(2, nas_plist({"diff", dir.file("a"), "-"}, list(""), "/dev/full").status);
 }
 
-TEST(NasPlistDiff, UsesColoursOnATerminal) {
-  const TempDir dir;
+TEST_F(NasPlistDiff, UsesColoursOnATerminal) {
   dir.write("a", list_of("<true />"));
   dir.write("b", list(""));
-  const auto diff = [&dir](const std::string& environment) {
+  const auto diff = [this](const std::string& environment) {
     return support::run_on_terminal({"/usr/bin/env", environment, "TERM=xterm", TOOL, "diff",
                                      dir.file("a"), dir.file("b")})
         .out;
@@ -844,10 +786,7 @@ TEST(NasPlist, RefusesWrongUse) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.message);
-    const Outcome got = nas_plist(row.arguments);
-    EXPECT_EQ("", got.out);
-    EXPECT_EQ(row.message + "Try 'nas-plist --help'.\n", got.err);
-    EXPECT_EQ(2, got.status);
+    EXPECT_EQ(ended(2, "", row.message + "Try 'nas-plist --help'.\n"), nas_plist(row.arguments));
   }
 }
 
@@ -911,18 +850,15 @@ TEST(NasPlist, RefusesSpecialFiles) {
 TEST(NasPlist, ReadsWhatACommandWrites) {
   const TempDir dir;
   dir.write("p", list_of("<true />"));
-  const Outcome got =
-      support::run({"/bin/bash", "-c", std::string(TOOL) + " show <(cat '" + dir.file("p") + "')"});
-  EXPECT_EQ("a: true\n", got.out);
-  EXPECT_EQ("", got.err);
+  EXPECT_EQ(ended(0, "a: true\n"),
+            support::run(
+                {"/bin/bash", "-c", std::string(TOOL) + " show <(cat '" + dir.file("p") + "')"}));
 }
 
 // ---- its own words ----
 
 TEST(NasPlist, ShowsItsVersion) {
-  const Outcome got = nas_plist({"--version"});
-  EXPECT_EQ("nas-plist (nasutil) " NASUTIL_VERSION "\n", got.out);
-  EXPECT_EQ(0, got.status);
+  EXPECT_EQ(ended(0, "nas-plist (nasutil) " NASUTIL_VERSION "\n"), nas_plist({"--version"}));
 }
 
 TEST(NasPlist, HelpFitsOneScreen) {

@@ -278,31 +278,31 @@ TEST(Nasd, PrintsItsUsage) {
 }
 
 TEST(Nasd, RefusesAWrongCommandLine) {
+  const std::string cycles = "--cycles takes a number from 1 to 1000000000, not ";
+  const std::string huge = "99999999999999999999";
+  const std::string known = "DEBUG, EVENT LOOP, INFO, MEMORY, SAMPLE, SUMMARY, TIMING, WARNING";
   const struct {
     std::vector<std::string> arguments;
-    const char* message;
+    std::string message;
   } rows[] = {
-      {{"--nonsense"},                        "no option --nonsense"                                  },
-      {{"-x"},                                "no option -x"                                          },
-      {{"stray"},                             "no option stray"                                       },
-      {{"--cycles"},                          "--cycles takes an argument"                            },
-      {{"--cycles", ""},                      "--cycles takes a number from 1 to 1000000000, not ''"  },
-      {{"--cycles", "0"},                     "--cycles takes a number from 1 to 1000000000, not '0'" },
-      {{"--cycles", "-1"},                    "--cycles takes a number from 1 to 1000000000, not '-1'"},
-      {{"--cycles", "3x"},                    "--cycles takes a number from 1 to 1000000000, not '3x'"},
-      {{"--cycle", "10001"},                  "--cycle takes a number from 1 to 10000, not '10001'"   },
-      {{"--enable", "NONSENSE"},
-       "no category 'NONSENSE' among DEBUG, EVENT LOOP, INFO, MEMORY, SAMPLE, SUMMARY, TIMING, "
-       "WARNING"                                                                                      },
-      {{"--summary", "99999999999999999999"},
-       "--summary takes a number from 1 to 86400000, not '99999999999999999999'"                      },
+      {{"--nonsense"},           "no option --nonsense"                                           },
+      {{"-x"},                   "no option -x"                                                   },
+      {{"stray"},                "no option stray"                                                },
+      {{"--cycles"},             "--cycles takes an argument"                                     },
+      {{"--cycles", ""},         cycles + "''"                                                    },
+      {{"--cycles", "0"},        cycles + "'0'"                                                   },
+      {{"--cycles", "-1"},       cycles + "'-1'"                                                  },
+      {{"--cycles", "3x"},       cycles + "'3x'"                                                  },
+      {{"--cycle", "10001"},     "--cycle takes a number from 1 to 10000, not '10001'"            },
+      {{"--enable", "NONSENSE"}, "no category 'NONSENSE' among " + known                          },
+      {{"--summary", huge},      "--summary takes a number from 1 to 86400000, not '" + huge + "'"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.message);
     const TempDir dir;
     Nasd nasd(dir, row.arguments);
     EXPECT_EQ(2, nasd.status());
-    EXPECT_EQ("nasd: " + std::string(row.message) + "; --help lists the options\n", nasd.err());
+    EXPECT_EQ("nasd: " + row.message + "; --help lists the options\n", nasd.err());
     EXPECT_FALSE(dir.exists("log"));
   }
 }

@@ -26,15 +26,21 @@ constexpr char kDocument[] = R"(<nas_conf_db>
     <language>en</language><dhcpenabled>true</dhcpenabled><timezone>UTC</timezone>
     <printenabled>false</printenabled>
     <webgui><adminpasswd></adminpasswd><protocol>tls</protocol></webgui>
-    <hdparams><disk><device>sda</device><inactivityperiod>20</inactivityperiod><lastselftest>0</lastselftest></disk></hdparams>
+    <hdparams><disk><device>sda</device><inactivityperiod>20</inactivityperiod>
+      <lastselftest>0</lastselftest></disk></hdparams>
     <platform>p1</platform><drives>1</drives>
   </system>
-  <interfaces><lan><if>eth0</if><ipaddr>192.168.0.2</ipaddr><netmask>255.255.255.0</netmask></lan></interfaces>
-  <mounts><mount><device>/dev/sda1</device><fstype>ext3</fstype><mountpoint>/data</mountpoint><options/></mount></mounts>
-  <samba><netbiosname>NAS</netbiosname><workgroup>WORKGROUP</workgroup><serverdesc>files</serverdesc><localmaster>yes</localmaster></samba>
-  <shares><share><sharename>music</sharename><sharetype>public</sharetype><sharestatus>active</sharestatus>
-    <sharelocation>internal_share</sharelocation>
-    <access><users><user><username>guest</username><accesstype>full</accesstype></user></users></access></share></shares>
+  <interfaces><lan><if>eth0</if>
+    <ipaddr>192.168.0.2</ipaddr><netmask>255.255.255.0</netmask></lan></interfaces>
+  <mounts><mount><device>/dev/sda1</device><fstype>ext3</fstype>
+    <mountpoint>/data</mountpoint><options/></mount></mounts>
+  <samba><netbiosname>NAS</netbiosname><workgroup>WORKGROUP</workgroup>
+    <serverdesc>files</serverdesc><localmaster>yes</localmaster></samba>
+  <shares><share><sharename>music</sharename><sharetype>public</sharetype>
+    <sharestatus>active</sharestatus><sharelocation>internal_share</sharelocation>
+    <access><users>
+      <user><username>guest</username><accesstype>full</accesstype></user></users></access>
+  </share></shares>
   <access><users><user><username>guest</username><uid>1001</uid></user></users></access>
 </nas_conf_db>
 )";
@@ -218,28 +224,26 @@ TEST(NASConfDBReader, EmptyContainersGiveEmptyLists) {
 }
 
 TEST(NASConfDBReader, EveryRequiredElementMissingInTurnIsAFault) {
+  EXPECT_THAT(failure("<conf/>"),
+              HasSubstr("does NOT contain a child with the value of 'nas_conf_db'"));
   const struct {
-    std::string text;
-    const char* message;
+    std::string element, parent;
   } rows[] = {
-      {"<conf/>",                   "does NOT contain a child with the value of 'nas_conf_db'"            },
-      {without("version"),
-       "Element (nas_conf_db) does NOT contain a child with the value of 'version'"                       },
-      {without("system"),
-       "Element (nas_conf_db) does NOT contain a child with the value of 'system'"                        },
-      {without("device"),           "Element (disk) does NOT contain a child with the value of 'device'"  },
-      {without("inactivityperiod"),
-       "Element (disk) does NOT contain a child with the value of 'inactivityperiod'"                     },
-      {without("lastselftest"),
-       "Element (disk) does NOT contain a child with the value of 'lastselftest'"                         },
-      {without("username"),         "Element (user) does NOT contain a child with the value of 'username'"},
-      {without("accesstype"),
-       "Element (user) does NOT contain a child with the value of 'accesstype'"                           },
-      {without("username",          without("shares")),
-       "Element (user) does NOT contain a child with the value of 'username'"},
-      {without("uid"),                           "Element (user) does NOT contain a child with the value of 'uid'"                                                                                   },
+      {"version",          "nas_conf_db"},
+      {"system",           "nas_conf_db"},
+      {"device",           "disk"       },
+      {"inactivityperiod", "disk"       },
+      {"lastselftest",     "disk"       },
+      {"username",         "user"       },
+      {"accesstype",       "user"       },
+      {"uid",              "user"       },
   };
-  for (const auto& row : rows) EXPECT_THAT(failure(row.text), HasSubstr(row.message));
+  const auto missing = [](const auto& row) {
+    return HasSubstr("Element (" + row.parent + ") does NOT contain a child with the value of '" +
+                     row.element + "'");
+  };
+  for (const auto& row : rows) EXPECT_THAT(failure(without(row.element.c_str())), missing(row));
+  EXPECT_THAT(failure(without("username", without("shares"))), missing(rows[5]));
 }
 
 TEST(NASConfDBReader, ARequiredElementOfALaterRecordIsMissedToo) {

@@ -401,31 +401,32 @@ TEST(NASConfDBSchema, OnlyTheReaderAcceptsASecondElement) {
 }
 
 TEST(NASConfDBSchema, OnlyTheReaderAcceptsTheseToo) {
-  const struct {
-    const char* text;
-    const char* reason;
-  } rows[] = {
-      {"<nas_conf_db><version>1</version><system/></nas_conf_db><other/>",
-       "the parser under the reader allows a second root"                                                                            },
-      {"<other/><nas_conf_db><version>1</version><system/></nas_conf_db>",
-       "nor need the first root be the one it looks for"                                                                             },
-      {"<nas_conf_db><version>1</version><system><hostname>a&b</hostname></system></nas_conf_db>",
-       "the parser takes an ampersand that begins no reference as it is"                                                             },
-      {"<nas_conf_db><version>1</version><system><hostname>a\x01</hostname></system></nas_conf_db>",
-       "control bytes are no XML, but come through the parser"                                                                       },
-      {"<nas_conf_db><version>1</version><system><hostname>\xff</hostname></system></nas_conf_db>",
-       "nor does the parser ask for valid UTF-8"                                                                                     },
-      {"<nas_conf_db><version>1</version><system>text</system></nas_conf_db>",
-       "texts between elements are skipped"                                                                                          },
-      {"<nas_conf_db><version>1</version><system><hostname>a<b/></hostname></system></nas_conf_db>",
-       "so are elements behind a text"                                                                                               },
-      {"<nas_conf_db><version>1</version><system><hostname><![CDATA[ ]]></hostname></system>"
-       "</nas_conf_db>",                                                                      "blanks in a section are a text"},
+  const auto reader_alone = [&](const char* text, const char* reason) {
+    EXPECT_TRUE(reader_accepts(text)) << reason;
+    EXPECT_FALSE(schema_accepts(text)) << reason;
   };
-  for (const auto& row : rows) {
-    EXPECT_TRUE(reader_accepts(row.text)) << row.reason;
-    EXPECT_FALSE(schema_accepts(row.text)) << row.reason;
-  }
+  reader_alone("<nas_conf_db><version>1</version><system/></nas_conf_db><other/>",
+               "the parser under the reader allows a second root");
+  reader_alone("<other/><nas_conf_db><version>1</version><system/></nas_conf_db>",
+               "nor need the first root be the one it looks for");
+  reader_alone(
+      "<nas_conf_db><version>1</version><system><hostname>a&b</hostname></system></nas_conf_db>",
+      "the parser takes an ampersand that begins no reference as it is");
+  reader_alone(
+      "<nas_conf_db><version>1</version><system><hostname>a\x01</hostname></system></nas_conf_db>",
+      "control bytes are no XML, but come through the parser");
+  reader_alone(
+      "<nas_conf_db><version>1</version><system><hostname>\xff</hostname></system></nas_conf_db>",
+      "nor does the parser ask for valid UTF-8");
+  reader_alone("<nas_conf_db><version>1</version><system>text</system></nas_conf_db>",
+               "texts between elements are skipped");
+  reader_alone(
+      "<nas_conf_db><version>1</version><system><hostname>a<b/></hostname></system></nas_conf_db>",
+      "so are elements behind a text");
+  reader_alone(
+      "<nas_conf_db><version>1</version><system><hostname><![CDATA[ ]]></hostname></system>"
+      "</nas_conf_db>",
+      "blanks in a section are a text");
 }
 
 // ---- documents that only the schema accepts ----

@@ -239,6 +239,11 @@ TEST(SaveDurably, RefusesTheFirstThatNoFormGivesBack) {
       "NUL byte";
   Value no_type;
   no_type.set_type(static_cast<Type>(9));
+  const std::string blank_and_nul(" \0", 2);
+  const value_struct in_a_key = {
+      {" \r", 1 },
+      {"b",   {}}
+  };
   const struct {
     Value value;
     std::string reason;
@@ -250,8 +255,8 @@ TEST(SaveDurably, RefusesTheFirstThatNoFormGivesBack) {
       {utime_t{253402387200000}, "the local time is not read back as this instant"},
       {" ]]>",                   kSection                                         },
       {"\r",                     kSection                                         },
-      {std::string(" \0",        2),                                                kSection},
-      {value_struct{{" \r", 1}, {"b", {}}},                        "\r"                                      },
+      {blank_and_nul,            kSection                                         },
+      {in_a_key,                 "\r"                                             },
   };
   const TempDir dir;
   for (const auto& row : rows) {
