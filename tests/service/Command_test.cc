@@ -17,6 +17,7 @@
 #include <system_error>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
@@ -290,21 +291,17 @@ TEST(Command, RunsInADaemonThatHasClosedItsStandardStreams) {
 TEST(Command, SaysWhatCannotBeRun) {
   Loop loop;
   const TempDir dir;
-  try {
-    Command({"/missing/program"}).start(loop, nullptr);
-    ADD_FAILURE() << "nothing thrown";
-  } catch (const std::system_error& e) {
-    EXPECT_STREQ("cannot run /missing/program: No such file or directory", e.what());
-  }
-  try {
-    Command command({"true"});
-    command.folder = dir.file("missing");
-    command.start(loop, nullptr);
-    ADD_FAILURE() << "nothing thrown";
-  } catch (const std::system_error& e) {
-    EXPECT_EQ("cannot run true in " + dir.file("missing") + ": No such file or directory",
-              std::string(e.what()));
-  }
+  EXPECT_THAT([&] { Command({"/missing/program"}).start(loop, nullptr); },
+              testing::ThrowsMessage<std::system_error>(
+                  "cannot run /missing/program: No such file or directory"));
+  EXPECT_THAT(
+      [&] {
+        Command command({"true"});
+        command.folder = dir.file("missing");
+        command.start(loop, nullptr);
+      },
+      testing::ThrowsMessage<std::system_error>("cannot run true in " + dir.file("missing") +
+                                                ": No such file or directory"));
   EXPECT_THROW(Command({}).start(loop, nullptr), std::invalid_argument);
   EXPECT_FALSE(has_children());
 }

@@ -23,6 +23,7 @@
 #include <system_error>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
@@ -191,12 +192,8 @@ TEST(ControlSocket, TellsWhoAsks) {
 
 TEST(ControlSocket, AnswersWithTheTextOfAnException) {
   Daemon daemon;
-  try {
-    daemon.asked("fail");
-    ADD_FAILURE() << "nothing thrown";
-  } catch (const service::Refused& e) {
-    EXPECT_STREQ("this cannot be done", e.what());
-  }
+  EXPECT_THAT([&] { daemon.asked("fail"); },
+              testing::ThrowsMessage<service::Refused>("this cannot be done"));
   EXPECT_EQ("X\n", daemon.asked("x"));
 }
 
@@ -243,12 +240,9 @@ TEST(ControlSocket, ReplacesAStaleSocket) {
 TEST(ControlSocket, LeavesALiveSocketAlone) {
   Daemon daemon;
   Loop loop;
-  try {
-    const ControlSocket second(loop, daemon.path(), no_answer);
-    ADD_FAILURE() << "nothing thrown";
-  } catch (const service::AlreadyRunning& e) {
-    EXPECT_EQ(daemon.path() + " is in use by process " + std::to_string(getpid()), e.what());
-  }
+  EXPECT_THAT([&] { const ControlSocket second(loop, daemon.path(), no_answer); },
+              testing::ThrowsMessage<service::AlreadyRunning>(
+                  daemon.path() + " is in use by process " + std::to_string(getpid())));
   EXPECT_EQ("X\n", daemon.asked("x"));
 }
 

@@ -3,7 +3,7 @@
 
 #include "tests/support/clock.h"
 #include "tests/support/faults.h"
-#include "tests/support/files.h"
+#include "tests/support/folder.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,7 +18,6 @@
 namespace {
 
 using service::FileLock;
-using support::TempDir;
 
 std::string failure(const std::string& file, util::utime_t patience) {
   try {
@@ -29,10 +28,11 @@ std::string failure(const std::string& file, util::utime_t patience) {
   }
 }
 
+using FileLockTest = support::InFolder;
+
 }  // namespace
 
-TEST(FileLock, LeavesNothingBehind) {
-  const TempDir dir;
+TEST_F(FileLockTest, LeavesNothingBehind) {
   {
     const FileLock lock(dir.file("p"));
     EXPECT_EQ(std::vector<std::string>{"p.lock"}, dir.list());
@@ -40,15 +40,13 @@ TEST(FileLock, LeavesNothingBehind) {
   EXPECT_TRUE(dir.list().empty());
 }
 
-TEST(FileLock, TakesALockThatAKilledProcessLeftBehind) {
-  const TempDir dir;
+TEST_F(FileLockTest, TakesALockThatAKilledProcessLeftBehind) {
   dir.write("p.lock", "");
   EXPECT_EQ("locked", failure(dir.file("p"), 0));
   EXPECT_TRUE(dir.list().empty());
 }
 
-TEST(FileLock, WaitsNoLongerThanItsPatience) {
-  const TempDir dir;
+TEST_F(FileLockTest, WaitsNoLongerThanItsPatience) {
   const FileLock lock(dir.file("p"));
   const support::FrozenClock clock;
   EXPECT_EQ(dir.file("p") + ": another process has been changing it for too long (it holds " +
@@ -58,16 +56,14 @@ TEST(FileLock, WaitsNoLongerThanItsPatience) {
   EXPECT_TRUE(dir.exists("p.lock"));
 }
 
-TEST(FileLock, LocksNoOtherFile) {
-  const TempDir dir;
+TEST_F(FileLockTest, LocksNoOtherFile) {
   const FileLock lock(dir.file("p"));
   EXPECT_EQ("locked", failure(dir.file("q"), 0));
 }
 
-TEST(FileLock, ExcludesAllOthers) {
-  const TempDir dir;
+TEST_F(FileLockTest, ExcludesAllOthers) {
   dir.write("count", "0");
-  const auto count = [&dir] {
+  const auto count = [this] {
     for (int i = 0; i < 20; ++i) {
       const FileLock lock(dir.file("count"), 60000);
       dir.write("count", std::to_string(std::stoi(dir.read("count")) + 1));
@@ -79,8 +75,7 @@ TEST(FileLock, ExcludesAllOthers) {
   EXPECT_EQ("80", dir.read("count"));
 }
 
-TEST(FileLock, TriesAgainWhenTheHolderRemovesTheNameMeanwhile) {
-  const TempDir dir;
+TEST_F(FileLockTest, TriesAgainWhenTheHolderRemovesTheNameMeanwhile) {
   support::Recorder calls({"open", "stat"});
   bool removed = false;
   calls.before = [&](const std::string& call) {
@@ -92,8 +87,7 @@ TEST(FileLock, TriesAgainWhenTheHolderRemovesTheNameMeanwhile) {
   EXPECT_EQ(2, calls.count("open"));
 }
 
-TEST(FileLock, IsReadableByAll) {
-  const TempDir dir;
+TEST_F(FileLockTest, IsReadableByAll) {
   const mode_t old = umask(022);
   const FileLock lock(dir.file("p"));
   umask(old);
@@ -102,16 +96,14 @@ TEST(FileLock, IsReadableByAll) {
   EXPECT_EQ(0644U, status.st_mode & 07777);
 }
 
-TEST(FileLock, FollowsNoSymbolicLink) {
-  const TempDir dir;
+TEST_F(FileLockTest, FollowsNoSymbolicLink) {
   dir.write("precious", "");
   ASSERT_EQ(0, symlink(dir.file("precious").c_str(), dir.file("p.lock").c_str()));
   EXPECT_EQ(dir.file("p") + ": cannot lock it: Too many levels of symbolic links",
             failure(dir.file("p"), 0));
 }
 
-TEST(FileLock, SaysWhyItCannotBeHad) {
-  const TempDir dir;
+TEST_F(FileLockTest, SaysWhyItCannotBeHad) {
   const int before = support::open_descriptors();
   EXPECT_EQ(dir.file("none/p") + ": cannot lock it: No such file or directory",
             failure(dir.file("none/p"), 0));

@@ -2,7 +2,7 @@
 #include "service/InstanceLock.h"
 
 #include "tests/support/faults.h"
-#include "tests/support/files.h"
+#include "tests/support/folder.h"
 
 #include <signal.h>
 #include <sys/wait.h>
@@ -14,6 +14,7 @@
 #include <string>
 #include <system_error>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
@@ -94,42 +95,39 @@ std::function<void()> holding(const std::string& folder) {
   return [folder] { static const InstanceLock lock(folder); };
 }
 
+using InstanceLockTest = support::InFolder;
+
 }  // namespace
 
-TEST(InstanceLock, NamesTheProcessThatHoldsIt) {
-  const TempDir dir;
+TEST_F(InstanceLockTest, NamesTheProcessThatHoldsIt) {
   const Other other(holding(dir.path()));
-  try {
-    const InstanceLock lock(dir.path());
-    ADD_FAILURE() << "locked twice";
-  } catch (const AlreadyRunning& e) {
-    EXPECT_EQ(other.pid(), e.process());
-    EXPECT_EQ(dir.path() + " is in use by process " + std::to_string(other.pid()), e.what());
-  }
+  EXPECT_THAT([&] { const InstanceLock lock(dir.path()); },
+              testing::Throws<AlreadyRunning>(testing::AllOf(
+                  testing::Property(&AlreadyRunning::process, other.pid()),
+                  testing::Property(&AlreadyRunning::what,
+                                    testing::StrEq(dir.path() + " is in use by process " +
+                                                   std::to_string(other.pid()))))));
 }
 
-TEST(InstanceLock, EndsWithTheProcessHoweverItEnds) {
-  const TempDir dir;
+TEST_F(InstanceLockTest, EndsWithTheProcessHoweverItEnds) {
   Other other(holding(dir.path()));
   other.crash();
   EXPECT_EQ("", refusal(dir.path()));
 }
 
-TEST(InstanceLock, EndsWithTheObject) {
-  const TempDir dir;
+TEST_F(InstanceLockTest, EndsWithTheObject) {
   { const InstanceLock lock(dir.path()); }
   EXPECT_EQ("", refusal(dir.path()));
   EXPECT_EQ("", dir.read("lock"));
 }
 
-TEST(InstanceLock, IsRefusedASecondTimeInOneProcessAndStillHeld) {
-  const TempDir dir;
+TEST_F(InstanceLockTest, IsRefusedASecondTimeInOneProcessAndStillHeld) {
   const InstanceLock lock(dir.path());
   EXPECT_EQ(dir.path() + " is in use by process " + std::to_string(getpid()), refusal(dir.path()));
   EXPECT_TRUE(locked_for_others(dir.path()));
 }
 
-TEST(InstanceLock, IsHeldByAnyNumberOfFolders) {
+TEST_F(InstanceLockTest, IsHeldByAnyNumberOfFolders) {
   const TempDir one;
   const TempDir two;
   const InstanceLock first(one.path());
@@ -138,8 +136,7 @@ TEST(InstanceLock, IsHeldByAnyNumberOfFolders) {
   EXPECT_TRUE(locked_for_others(two.path()));
 }
 
-TEST(InstanceLock, IsNotHeldByAForkedChildThatOutlivesItsParent) {
-  const TempDir dir;
+TEST_F(InstanceLockTest, IsNotHeldByAForkedChildThatOutlivesItsParent) {
   int alive[2];
   ASSERT_EQ(0, pipe(alive));
   {
@@ -158,33 +155,26 @@ TEST(InstanceLock, IsNotHeldByAForkedChildThatOutlivesItsParent) {
   close(alive[1]);
 }
 
-TEST(InstanceLock, IsStillHeldWhenAForkedChildHasDestroyedItsCopy) {
-  const TempDir dir;
+TEST_F(InstanceLockTest, IsStillHeldWhenAForkedChildHasDestroyedItsCopy) {
   auto lock = std::make_unique<InstanceLock>(dir.path());
   EXPECT_TRUE(locked_for_others(dir.path(), [&] { lock.reset(); }));
   EXPECT_TRUE(locked_for_others(dir.path()));
 }
 
-TEST(InstanceLock, SaysWhichFileCannotBeOpened) {
-  const TempDir dir;
+TEST_F(InstanceLockTest, SaysWhichFileCannotBeOpened) {
   const std::string missing = dir.file("missing");
-  try {
-    const InstanceLock lock(missing);
-    ADD_FAILURE() << "nothing thrown";
-  } catch (const std::system_error& e) {
-    EXPECT_EQ("cannot open " + missing + "/lock: No such file or directory", std::string(e.what()));
-  }
+  EXPECT_THAT([&] { const InstanceLock lock(missing); },
+              testing::ThrowsMessage<std::system_error>("cannot open " + missing +
+                                                        "/lock: No such file or directory"));
 }
 
-TEST(InstanceLock, DoesNotFollowALink) {
-  const TempDir dir;
+TEST_F(InstanceLockTest, DoesNotFollowALink) {
   ASSERT_EQ(0, symlink("elsewhere", dir.file("lock").c_str()));
   EXPECT_EQ(ELOOP, error_of(dir.path()));
   EXPECT_FALSE(dir.exists("elsewhere"));
 }
 
-TEST(InstanceLock, LeaksNothingWhenACallFails) {
-  const TempDir dir;
+TEST_F(InstanceLockTest, LeaksNothingWhenACallFails) {
   const int before = support::open_descriptors();
   for (const char* call : {"open", "fstat", "fcntl"}) {
     SCOPED_TRACE(call);
@@ -196,8 +186,7 @@ TEST(InstanceLock, LeaksNothingWhenACallFails) {
   EXPECT_EQ("", refusal(dir.path()));
 }
 
-TEST(InstanceLock, IsTakenWhenTheHolderEndsWhileItIsAskedFor) {
-  const TempDir dir;
+TEST_F(InstanceLockTest, IsTakenWhenTheHolderEndsWhileItIsAskedFor) {
   Other other(holding(dir.path()));
   support::Recorder recorder({"fcntl"});
   int calls = 0;

@@ -22,6 +22,7 @@
 #include <system_error>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
@@ -274,12 +275,8 @@ TEST_F(LogFileTest, RefusesOptionsThatContradictEachOther) {
     options.rotate_above = row.rotate_above;
     options.total_size = row.total_size;
     options.old_files = row.old_files;
-    try {
-      const LogFile log(path(), options);
-      ADD_FAILURE() << "nothing thrown";
-    } catch (const std::invalid_argument& e) {
-      EXPECT_STREQ(row.text, e.what());
-    }
+    EXPECT_THAT([&] { const LogFile log(path(), options); },
+                testing::ThrowsMessage<std::invalid_argument>(row.text));
   }
   EXPECT_FALSE(dir.exists("x"));
 }

@@ -10,6 +10,7 @@
 #include <system_error>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 using service::LogEntry;
@@ -71,12 +72,8 @@ TEST(LogReader, ThrowsOnceForWhatCannotBeRead) {
   const TempDir dir;
   LogReader reader("x.log", open(dir.path().c_str(), O_RDONLY));
   LogEntry got;
-  try {
-    reader.next(got);
-    ADD_FAILURE();
-  } catch (const std::system_error& failure) {
-    EXPECT_STREQ("x.log: Is a directory", failure.what());
-  }
+  EXPECT_THAT([&] { reader.next(got); },
+              testing::ThrowsMessage<std::system_error>("x.log: Is a directory"));
   EXPECT_FALSE(reader.next(got));
   EXPECT_FALSE(reader.rest(got));
 }

@@ -1215,12 +1215,8 @@ TEST(LoopFailure, IsToldByTheConstructor) {
     SCOPED_TRACE(call);
     const int before = support::open_descriptors();
     const Fault fault(call, EMFILE);
-    try {
-      const Loop loop;
-      ADD_FAILURE() << "made";
-    } catch (const util::system_exception& error) {
-      EXPECT_EQ(EMFILE, error.error_number());
-    }
+    EXPECT_THAT([&] { const Loop loop; }, testing::Throws<util::system_exception>(testing::Property(
+                                              &util::system_exception::error_number, EMFILE)));
     EXPECT_EQ(before, support::open_descriptors());
   }
 }

@@ -4,6 +4,7 @@
 #include <sstream>
 #include <string>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
@@ -83,12 +84,8 @@ TEST(KeyPath, SaysWhyATextIsNotAPath) {
   util::PropertyList list = sample();
   for (const auto& row : rows) {
     SCOPED_TRACE(row.path);
-    try {
-      service::find(list, row.path);
-      ADD_FAILURE() << "nothing thrown";
-    } catch (const service::MalformedPath& e) {
-      EXPECT_STREQ(row.message, e.what());
-    }
+    EXPECT_THAT([&] { service::find(list, row.path); },
+                testing::ThrowsMessage<service::MalformedPath>(row.message));
     EXPECT_THROW(service::set(list, row.path, 1), service::MalformedPath);
     EXPECT_THROW(service::erase(list, row.path), service::MalformedPath);
   }
@@ -181,12 +178,8 @@ TEST(KeyPath, ChangesNothingWhereAValueDoesNotFit) {
   util::PropertyList list = sample();
   for (const auto& row : rows) {
     SCOPED_TRACE(row.path);
-    try {
-      service::set(list, row.path, 1);
-      ADD_FAILURE() << "nothing thrown";
-    } catch (const service::PathMismatch& e) {
-      EXPECT_STREQ(row.message, e.what());
-    }
+    EXPECT_THAT([&] { service::set(list, row.path, 1); },
+                testing::ThrowsMessage<service::PathMismatch>(row.message));
   }
   EXPECT_EQ(text(sample()), text(list));
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The example appliance's daemon, run as the program it is.
 #include "tests/support/child.h"
-#include "tests/support/files.h"
+#include "tests/support/folder.h"
 #include "tests/support/manager.h"
 #include "tests/support/program.h"
 #include "tests/support/trace.h"
@@ -137,10 +137,11 @@ support::Outcome ask(const TempDir& dir, const std::vector<std::string>& request
   return support::run(command);
 }
 
+using NasdTest = support::InFolder;
+
 }  // namespace
 
-TEST(Nasd, EndsByItselfAfterItsCycles) {
-  const TempDir dir;
+TEST_F(NasdTest, EndsByItselfAfterItsCycles) {
   Nasd nasd(dir, {"--cycles", "3", "--cycle", "20"});
   EXPECT_EQ(0, nasd.status());
   EXPECT_EQ("", nasd.out());
@@ -148,8 +149,7 @@ TEST(Nasd, EndsByItselfAfterItsCycles) {
   EXPECT_THAT(nasd.log(), HasSubstr("INFO: ended by itself after 3 cycles\n"));
 }
 
-TEST(Nasd, SamplesTheMachineOnceACycle) {
-  const TempDir dir;
+TEST_F(NasdTest, SamplesTheMachineOnceACycle) {
   Nasd nasd(dir, {"--cycles", "3", "--cycle", "20", "--enable", "SAMPLE"});
   nasd.status();
   for (const char* kind : {"load", "memory", "traffic", "space", "board"}) {
@@ -158,8 +158,7 @@ TEST(Nasd, SamplesTheMachineOnceACycle) {
   EXPECT_THAT(nasd.log(), Not(HasSubstr("no sample")));
 }
 
-TEST(Nasd, SummarizesAtItsEnd) {
-  const TempDir dir;
+TEST_F(NasdTest, SummarizesAtItsEnd) {
   Nasd nasd(dir, {"--cycles", "3", "--cycle", "20"});
   nasd.status();
   for (const char* kind : {"load", "memory", "traffic", "space"}) {
@@ -167,18 +166,17 @@ TEST(Nasd, SummarizesAtItsEnd) {
   }
 }
 
-TEST(Nasd, SummarizesNowAndThen) {
-  const TempDir dir;
+TEST_F(NasdTest, SummarizesNowAndThen) {
   Nasd nasd(dir, {"--cycles", "5", "--cycle", "20", "--summary", "1"});
   nasd.status();
   EXPECT_GE(count(nasd.log(), "SUMMARY: memory"), 3) << nasd.log();
 }
 
-TEST(Nasd, CompletesItsLogAtOnceAfterASignal) {
+TEST_F(NasdTest, CompletesItsLogAtOnceAfterASignal) {
   for (const int signal : {SIGTERM, SIGINT}) {
     SCOPED_TRACE(signal);
-    const TempDir dir;
-    Nasd nasd(dir, {"--cycle", "10000"});
+    const TempDir fresh;
+    Nasd nasd(fresh, {"--cycle", "10000"});
     nasd.wait_for("started");
     nasd.send(signal);
     const util::utime_t sent = util::Timer::now();
@@ -189,16 +187,14 @@ TEST(Nasd, CompletesItsLogAtOnceAfterASignal) {
   }
 }
 
-TEST(Nasd, EndsWithStatus0AfterASignal) {
-  const TempDir dir;
+TEST_F(NasdTest, EndsWithStatus0AfterASignal) {
   Nasd nasd(dir, {"--cycle", "50"});
   nasd.wait_for("started");
   nasd.send(SIGTERM);
   EXPECT_EQ(0, nasd.status());
 }
 
-TEST(Nasd, TellsTheServiceManagerWhatItDoes) {
-  const TempDir dir;
+TEST_F(NasdTest, TellsTheServiceManagerWhatItDoes) {
   const support::ServiceManager manager(dir.file("manager"));
   Nasd nasd(dir, {"--cycle", "20"});
   EXPECT_EQ("READY=1", manager.next());
@@ -221,8 +217,7 @@ TEST(Nasd, TellsTheServiceManagerWhatItDoes) {
   EXPECT_EQ("nothing", manager.received());
 }
 
-TEST(Nasd, TellsTheServiceManagerThatItIsAlive) {
-  const TempDir dir;
+TEST_F(NasdTest, TellsTheServiceManagerThatItIsAlive) {
   const support::ServiceManager manager(dir.file("manager"));
   manager.want_reports("100000");
   const Nasd nasd(dir, {"--cycle", "20"});
@@ -230,8 +225,7 @@ TEST(Nasd, TellsTheServiceManagerThatItIsAlive) {
   for (int report = 0; report < 3; ++report) EXPECT_EQ("WATCHDOG=1", manager.next());
 }
 
-TEST(Nasd, RunsOnWithoutItsServiceManager) {
-  const TempDir dir;
+TEST_F(NasdTest, RunsOnWithoutItsServiceManager) {
   const support::ServiceManager manager(dir.file("manager"));
   unlink(dir.file("manager").c_str());
   Nasd nasd(dir, {"--cycles", "2", "--cycle", "20"});
@@ -240,8 +234,7 @@ TEST(Nasd, RunsOnWithoutItsServiceManager) {
       << nasd.log();
 }
 
-TEST(Nasd, LogsASampleThatCannotBeTaken) {
-  const TempDir dir;
+TEST_F(NasdTest, LogsASampleThatCannotBeTaken) {
   Nasd nasd(dir,
             {"--cycles", "1", "--cycle", "20", "--disk", "/nonexistent", "--enable", "SAMPLE"});
   EXPECT_EQ(0, nasd.status());
@@ -249,24 +242,21 @@ TEST(Nasd, LogsASampleThatCannotBeTaken) {
                                 HasSubstr("SAMPLE: load"), Not(HasSubstr("SUMMARY: space"))));
 }
 
-TEST(Nasd, LogsCategoriesThatAreEnabledByName) {
-  const TempDir dir;
+TEST_F(NasdTest, LogsCategoriesThatAreEnabledByName) {
   Nasd nasd(dir, {"--cycles", "1", "--cycle", "20", "--enable", "EVENT LOOP", "--enable", "DEBUG"});
   nasd.status();
   EXPECT_THAT(nasd.log(), Not(HasSubstr("SAMPLE")));
   EXPECT_THAT(nasd.log(), HasSubstr("EVENT LOOP|DEBUG: SuperLoop event memory gets timeslice"));
 }
 
-TEST(Nasd, AppendsToTheLogOfAnEarlierRun) {
-  const TempDir dir;
+TEST_F(NasdTest, AppendsToTheLogOfAnEarlierRun) {
   dir.write("log", "earlier\n");
   Nasd nasd(dir, {"--cycles", "1", "--cycle", "20"});
   nasd.status();
   EXPECT_EQ("earlier\n", nasd.log().substr(0, 8));
 }
 
-TEST(Nasd, PrintsItsUsage) {
-  const TempDir dir;
+TEST_F(NasdTest, PrintsItsUsage) {
   Nasd nasd(dir, {"--help"});
   EXPECT_EQ(0, nasd.status());
   EXPECT_EQ("", nasd.err());
@@ -277,7 +267,7 @@ TEST(Nasd, PrintsItsUsage) {
   EXPECT_FALSE(dir.exists("log"));
 }
 
-TEST(Nasd, RefusesAWrongCommandLine) {
+TEST_F(NasdTest, RefusesAWrongCommandLine) {
   const std::string cycles = "--cycles takes a number from 1 to 1000000000, not ";
   const std::string huge = "99999999999999999999";
   const std::string known = "DEBUG, EVENT LOOP, INFO, MEMORY, SAMPLE, SUMMARY, TIMING, WARNING";
@@ -299,23 +289,21 @@ TEST(Nasd, RefusesAWrongCommandLine) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.message);
-    const TempDir dir;
-    Nasd nasd(dir, row.arguments);
+    const TempDir fresh;
+    Nasd nasd(fresh, row.arguments);
     EXPECT_EQ(2, nasd.status());
     EXPECT_EQ("nasd: " + row.message + "; --help lists the options\n", nasd.err());
-    EXPECT_FALSE(dir.exists("log"));
+    EXPECT_FALSE(fresh.exists("log"));
   }
 }
 
-TEST(Nasd, RefusesALogThatItCannotWrite) {
-  const TempDir dir;
+TEST_F(NasdTest, RefusesALogThatItCannotWrite) {
   Nasd nasd(dir, {"--log", "/nonexistent/log"});
   EXPECT_EQ(1, nasd.status());
   EXPECT_EQ("nasd: /nonexistent/log: No such file or directory\n", nasd.err());
 }
 
-TEST(Nasd, RefusesAConfigurationThatItCannotRead) {
-  const TempDir dir;
+TEST_F(NasdTest, RefusesAConfigurationThatItCannotRead) {
   dir.write("config", "<nas_conf_db>");
   Nasd nasd(dir, {});
   EXPECT_EQ(1, nasd.status());
@@ -323,8 +311,7 @@ TEST(Nasd, RefusesAConfigurationThatItCannotRead) {
   EXPECT_THAT(nasd.err(), HasSubstr(dir.file("config")));
 }
 
-TEST(Nasd, LogsASummaryOfItsConfiguration) {
-  const TempDir dir;
+TEST_F(NasdTest, LogsASummaryOfItsConfiguration) {
   dir.write("config", configuration(share("a") + share("b")));
   Nasd nasd(dir, {"--cycles", "1", "--cycle", "20"});
   nasd.status();
@@ -334,8 +321,7 @@ TEST(Nasd, LogsASummaryOfItsConfiguration) {
   EXPECT_THAT(nasd.log(), Not(HasSubstr("secret")));
 }
 
-TEST(Nasd, ReadsItsConfigurationAgainAfterSighup) {
-  const TempDir dir;
+TEST_F(NasdTest, ReadsItsConfigurationAgainAfterSighup) {
   Nasd nasd(dir, {"--cycle", "20"});
   nasd.wait_for("0 shares");
   dir.write("config", configuration(share("file 10") + share("file 2")));
@@ -346,8 +332,7 @@ TEST(Nasd, ReadsItsConfigurationAgainAfterSighup) {
   EXPECT_THAT(State(dir).shares(), ElementsAre("file 2", "file 10"));
 }
 
-TEST(Nasd, KeepsTheOldConfigurationWhereTheNewOneIsBad) {
-  const TempDir dir;
+TEST_F(NasdTest, KeepsTheOldConfigurationWhereTheNewOneIsBad) {
   dir.write("config", configuration(share("music")));
   Nasd nasd(dir, {"--cycle", "20"});
   nasd.wait_for("1 shares");
@@ -362,8 +347,7 @@ TEST(Nasd, KeepsTheOldConfigurationWhereTheNewOneIsBad) {
   EXPECT_THAT(state.warnings(), ElementsAre(StartsWith("The new configuration is not in use: ")));
 }
 
-TEST(Nasd, WarnsNoLongerOnceTheConfigurationIsGood) {
-  const TempDir dir;
+TEST_F(NasdTest, WarnsNoLongerOnceTheConfigurationIsGood) {
   Nasd nasd(dir, {"--cycle", "20"});
   nasd.wait_for("0 shares");
   dir.write("config", "");
@@ -377,8 +361,7 @@ TEST(Nasd, WarnsNoLongerOnceTheConfigurationIsGood) {
   EXPECT_THAT(State(dir).warnings(), IsEmpty());
 }
 
-TEST(Nasd, WarnsOfWhatIsWrongWithTheConfiguration) {
-  const TempDir dir;
+TEST_F(NasdTest, WarnsOfWhatIsWrongWithTheConfiguration) {
   dir.write("config",
             "<nas_conf_db><version>3</version><system><hdparams><disk><device>../sda</device>"
             "<inactivityperiod>0</inactivityperiod><lastselftest>0</lastselftest></disk></hdparams>"
@@ -394,8 +377,7 @@ TEST(Nasd, WarnsOfWhatIsWrongWithTheConfiguration) {
   EXPECT_EQ(1, count(nasd.log(), "WARNING: Share 100%s has no location\n")) << nasd.log();
 }
 
-TEST(Nasd, TakesUpItsHistoryAndWarningsAfterARestart) {
-  const TempDir dir;
+TEST_F(NasdTest, TakesUpItsHistoryAndWarningsAfterARestart) {
   dir.write("config", configuration("<share><sharename>lost</sharename></share>"));
   Nasd(dir, {"--cycles", "3", "--cycle", "20"}).status();
   const std::string id = State(dir).warning(0)["id"];
@@ -411,27 +393,25 @@ TEST(Nasd, TakesUpItsHistoryAndWarningsAfterARestart) {
   EXPECT_EQ(1, count(nasd.log(), "WARNING: Share lost has no location"));
 }
 
-TEST(Nasd, KeepsTheNewestPointsOfItsHistory) {
-  const TempDir dir;
+TEST_F(NasdTest, KeepsTheNewestPointsOfItsHistory) {
   Nasd(dir, {"--cycles", "160", "--cycle", "1"}).status();
   EXPECT_EQ(150U, State(dir).history("load").size());
 }
 
-TEST(Nasd, StartsWithoutAHistoryWhereItsStateIsDamaged) {
+TEST_F(NasdTest, StartsWithoutAHistoryWhereItsStateIsDamaged) {
   for (const char* damaged :
        {"<plist><dict><key>a", "<plist><dict><key>a</key><true/></dict></plist>"}) {
     SCOPED_TRACE(damaged);
-    const TempDir dir;
-    dir.write("state", damaged);
-    Nasd nasd(dir, {"--cycles", "2", "--cycle", "20"});
+    const TempDir fresh;
+    fresh.write("state", damaged);
+    Nasd nasd(fresh, {"--cycles", "2", "--cycle", "20"});
     EXPECT_EQ(0, nasd.status());
     EXPECT_THAT(nasd.log(), HasSubstr("WARNING: starting without a history: "));
-    EXPECT_EQ(2U, State(dir).history("load").size());
+    EXPECT_EQ(2U, State(fresh).history("load").size());
   }
 }
 
-TEST(Nasd, KeepsAcknowledgementsWhateverBecomesOfTheState) {
-  const TempDir dir;
+TEST_F(NasdTest, KeepsAcknowledgementsWhateverBecomesOfTheState) {
   dir.write("config", configuration("<share><sharename>lost</sharename></share>"));
   {
     Nasd nasd(dir, {"--cycle", "20"});
@@ -449,8 +429,7 @@ TEST(Nasd, KeepsAcknowledgementsWhateverBecomesOfTheState) {
   EXPECT_EQ(1, count(nasd.log(), "INFO: acknowledged: Share lost has no location\n"));
 }
 
-TEST(Nasd, NeverUsesANumberOfAWarningAgain) {
-  const TempDir dir;
+TEST_F(NasdTest, NeverUsesANumberOfAWarningAgain) {
   dir.write("config", configuration("<share><sharename>lost</sharename></share>"));
   std::set<std::string> ids;
   for (int i = 0; i < 3; ++i) {  // within a second, and each without what was kept
@@ -461,8 +440,7 @@ TEST(Nasd, NeverUsesANumberOfAWarningAgain) {
   EXPECT_EQ(3U, ids.size());
 }
 
-TEST(Nasd, LogsAFailureOnceAndThatItIsOver) {
-  const TempDir dir;
+TEST_F(NasdTest, LogsAFailureOnceAndThatItIsOver) {
   Nasd nasd(dir, {"--cycle", "20", "--state", dir.file("missing/state"), "--disk",
                   dir.file("missing"), "--enable", "SAMPLE"});
   while (count(nasd.log(), "SAMPLE: load") < 5) util::Timer::sleep(10);
@@ -475,21 +453,18 @@ TEST(Nasd, LogsAFailureOnceAndThatItIsOver) {
   EXPECT_EQ(1, count(nasd.log(), "WARNING: no sample of space: No such file or directory\n"));
 }
 
-TEST(Nasd, StateWithAShareWithoutANameCanBeLoadedAgain) {
-  const TempDir dir;
+TEST_F(NasdTest, StateWithAShareWithoutANameCanBeLoadedAgain) {
   dir.write("config", configuration("<share/>"));
   Nasd(dir, {"--cycles", "1", "--cycle", "20"}).status();
   EXPECT_THAT(State(dir).shares(), ElementsAre(""));
 }
 
-TEST(Nasd, LeavesNothingBesideItsFiles) {
-  const TempDir dir;
+TEST_F(NasdTest, LeavesNothingBesideItsFiles) {
   Nasd(dir, {"--cycles", "3", "--cycle", "20"}).status();
   EXPECT_THAT(dir.list(), ElementsAre("config", "lock", "log", "state"));
 }
 
-TEST(Nasd, MakesTextsValidThatAreNot) {
-  const TempDir dir;
+TEST_F(NasdTest, MakesTextsValidThatAreNot) {
   dir.write("config", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>" +
                           configuration(share("Caf\xe9") + "<share><sharename>lost \xe2\x82" +
                                         "</sharename></share>"));
@@ -498,8 +473,7 @@ TEST(Nasd, MakesTextsValidThatAreNot) {
   EXPECT_THAT(State(dir).warnings(), ElementsAre("Share lost \uFFFD has no location"));
 }
 
-TEST(Nasd, LogsNamesOnTheLineOfTheirEntry) {
-  const TempDir dir;
+TEST_F(NasdTest, LogsNamesOnTheLineOfTheirEntry) {
   dir.write("config", configuration("<share><sharename>a&#10;2030-01-01T00:00:00 forged&#10;INFO: b"
                                     "</sharename></share>"));
   Nasd nasd(dir, {"--cycles", "1", "--cycle", "20"});
@@ -508,8 +482,7 @@ TEST(Nasd, LogsNamesOnTheLineOfTheirEntry) {
               HasSubstr("WARNING: Share a 2030-01-01T00:00:00 forged INFO: b has no location\n"));
 }
 
-TEST(Nasd, KeepsAWarningOverARestartThoughItsTextHasBlanksAtItsEnds) {
-  const TempDir dir;
+TEST_F(NasdTest, KeepsAWarningOverARestartThoughItsTextHasBlanksAtItsEnds) {
   dir.write("config", configuration("<share><sharename> a&#9;&#32; b </sharename></share>"));
   Nasd(dir, {"--cycles", "1", "--cycle", "20"}).status();
   const std::string id = State(dir).warning(0)["id"];
@@ -517,8 +490,7 @@ TEST(Nasd, KeepsAWarningOverARestartThoughItsTextHasBlanksAtItsEnds) {
   EXPECT_EQ(id, std::string(State(dir).warning(0)["id"]));
 }
 
-TEST(Nasd, WritesWhatLastsOnlyWhenItChanges) {
-  const TempDir dir;
+TEST_F(NasdTest, WritesWhatLastsOnlyWhenItChanges) {
   dir.write("config", configuration("<share><sharename>lost</sharename></share>"));
   const auto calls = support::file_calls([&] {
     setenv("ASAN_OPTIONS", "detect_leaks=0", 1);  // it cannot look into what is traced
@@ -539,8 +511,7 @@ TEST(Nasd, WritesWhatLastsOnlyWhenItChanges) {
   EXPECT_LE(syncs, 3) << "those of one durable save";
 }
 
-TEST(Nasd, RemovesWhatAKilledOneLeft) {
-  const TempDir dir;
+TEST_F(NasdTest, RemovesWhatAKilledOneLeft) {
   dir.write("lasting.4711.1", "half");
   dir.write("lasting.old", "somebody's");
   Nasd(dir, {"--cycles", "1", "--cycle", "20"}).status();
@@ -548,8 +519,7 @@ TEST(Nasd, RemovesWhatAKilledOneLeft) {
   EXPECT_TRUE(dir.exists("lasting.old"));
 }
 
-TEST(Nasd, TakesTheBackupOfDamagedWarnings) {
-  const TempDir dir;
+TEST_F(NasdTest, TakesTheBackupOfDamagedWarnings) {
   dir.write("config", configuration("<share><sharename>lost</sharename></share>"));
   Nasd(dir, {"--cycles", "1", "--cycle", "20"}).status();
   const std::string id = State(dir).warning(0)["id"];
@@ -561,16 +531,14 @@ TEST(Nasd, TakesTheBackupOfDamagedWarnings) {
   EXPECT_THAT(nasd.log(), HasSubstr("WARNING: taking the backup: "));
 }
 
-TEST(Nasd, OpensARemovedLogAnew) {
-  const TempDir dir;
+TEST_F(NasdTest, OpensARemovedLogAnew) {
   Nasd nasd(dir, {"--cycle", "20", "--summary", "100"});
   nasd.wait_for("SUMMARY");
   unlink(dir.file("log").c_str());
   nasd.wait_for("SUMMARY");
 }
 
-TEST(Nasd, LogsWhyItDoesNotStart) {
-  const TempDir dir;
+TEST_F(NasdTest, LogsWhyItDoesNotStart) {
   dir.write("config", "<nas_conf_db>");
   Nasd nasd(dir, {});
   EXPECT_EQ(1, nasd.status());
@@ -578,8 +546,7 @@ TEST(Nasd, LogsWhyItDoesNotStart) {
   EXPECT_THAT(nasd.log(), HasSubstr(dir.file("config")));
 }
 
-TEST(Nasd, RefusesWhatIsNotARegularFile) {
-  const TempDir dir;
+TEST_F(NasdTest, RefusesWhatIsNotARegularFile) {
   for (const char* name : {"config", "state", "lasting"}) {
     ASSERT_EQ(0, mkfifo(dir.file(name).c_str(), 0600));
   }
@@ -593,8 +560,7 @@ TEST(Nasd, RefusesWhatIsNotARegularFile) {
                                   HasSubstr("starting without warnings: " + dir.file("lasting"))));
 }
 
-TEST(Nasd, IsTheOnlyOneForItsFolder) {
-  const TempDir dir;
+TEST_F(NasdTest, IsTheOnlyOneForItsFolder) {
   Nasd first(dir, {"--cycle", "20"});
   first.wait_for("started");
   Nasd second(dir, {"--cycle", "20"});
@@ -602,8 +568,7 @@ TEST(Nasd, IsTheOnlyOneForItsFolder) {
   EXPECT_THAT(second.err(), HasSubstr(dir.path() + " is in use by process "));
 }
 
-TEST(Nasd, SaysThatAVolumeIsNotMounted) {
-  const TempDir dir;
+TEST_F(NasdTest, SaysThatAVolumeIsNotMounted) {
   dir.write("config",
             "<nas_conf_db><version>3</version><system><webgui><adminpasswd>secret"
             "</adminpasswd></webgui></system><mounts><mount><device>/dev/sdx1</device>"
@@ -616,20 +581,19 @@ TEST(Nasd, SaysThatAVolumeIsNotMounted) {
   EXPECT_EQ(0U, state.volume(0).count("total"));
 }
 
-TEST(Nasd, SaysWhetherAnInterfaceIsUp) {
+TEST_F(NasdTest, SaysWhetherAnInterfaceIsUp) {
   if (!support::namespaces_work()) GTEST_SKIP() << "no namespaces here";
   support::in_child([] {
     ASSERT_EQ(0, unshare(geteuid() == 0 ? CLONE_NEWNET : CLONE_NEWNET | CLONE_NEWUSER));
-    const TempDir dir;
-    Nasd(dir, {"--cycles", "1", "--cycle", "20"}).status();
-    State state(dir);
+    const TempDir fresh;
+    Nasd(fresh, {"--cycles", "1", "--cycle", "20"}).status();
+    State state(fresh);
     for (value_struct& each : state.interfaces()) EXPECT_FALSE(each["up"]);
   });
 }
 
 // The clock of a board without a battery begins in 1970 and is set soon after.
-TEST(Nasd, MovesItsHistoryWithTheClock) {
-  const TempDir dir;
+TEST_F(NasdTest, MovesItsHistoryWithTheClock) {
   Nasd(dir, {"--cycles", "3", "--cycle", "20"}).status();
   util::PropertyList list(dir.file("state"));
   list.load();
@@ -643,8 +607,7 @@ TEST(Nasd, MovesItsHistoryWithTheClock) {
   for (const std::string& time : state.history("time")) EXPECT_THAT(time, StartsWith(year));
 }
 
-TEST(Nasd, LeavesOutWhatAClockSaidThatWasAheadBeforeTheMachineWasStarted) {
-  const TempDir dir;
+TEST_F(NasdTest, LeavesOutWhatAClockSaidThatWasAheadBeforeTheMachineWasStarted) {
   Nasd(dir, {"--cycles", "3", "--cycle", "20"}).status();
   util::PropertyList list(dir.file("state"));
   list.load();
@@ -658,8 +621,7 @@ TEST(Nasd, LeavesOutWhatAClockSaidThatWasAheadBeforeTheMachineWasStarted) {
   EXPECT_THAT(std::string(state.history("time")[0]), StartsWith("2001-01-01T00:00:0"));
 }
 
-TEST(Nasd, KeepsMeansOfAnHourAndADay) {
-  const TempDir dir;
+TEST_F(NasdTest, KeepsMeansOfAnHourAndADay) {
   Nasd(dir, {"--cycles", "3", "--cycle", "20"}).status();
   State state(dir);
   for (const char* of : {"hour", "day"}) {
@@ -761,13 +723,13 @@ class SystemLog {
 
 }  // namespace
 
-TEST(Nasd, SendsWarningsToTheSystemLogAndToItsOwn) {
+TEST_F(NasdTest, SendsWarningsToTheSystemLogAndToItsOwn) {
   if (!support::namespaces_work()) GTEST_SKIP() << "no mount namespaces here: nothing can listen";
   support::in_child([] {
-    const TempDir dir;
-    const SystemLog system_log(dir);
-    dir.write("config", configuration("<share><sharename>lost</sharename></share>"));
-    Nasd nasd(dir, {"--cycles", "2", "--cycle", "20"});
+    const TempDir fresh;
+    const SystemLog system_log(fresh);
+    fresh.write("config", configuration("<share><sharename>lost</sharename></share>"));
+    Nasd nasd(fresh, {"--cycles", "2", "--cycle", "20"});
     nasd.status();
     const std::string records = system_log.records();
     EXPECT_EQ(1, count(records, "]: Share lost has no location\n")) << records;

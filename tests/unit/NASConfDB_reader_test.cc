@@ -538,12 +538,8 @@ TEST(NASConfDBReader, AFileThatCannotBeReadIsAFault) {
   const TempDir dir;
   const std::string missing = dir.file("%s/none.xml");
   for (const std::string& path : {missing, dir.path(), std::string()}) {
-    try {
-      const NASConfDB database(path);
-      ADD_FAILURE() << "read " << path;
-    } catch (const ticpp::Exception& error) {
-      EXPECT_THAT(error.what(), StartsWith("Couldn't load " + path));
-    }
+    EXPECT_THAT([&] { const NASConfDB database(path); },
+                testing::ThrowsMessage<ticpp::Exception>(StartsWith("Couldn't load " + path)));
   }
 }
 

@@ -19,6 +19,7 @@
 #include <type_traits>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 using support::FakeInterfaces;
@@ -415,12 +416,8 @@ TEST(NetworkInterface, ThrowsWhereAnInterfaceHasGone) {
   const FakeInterfaces fake{
       {"gone0", "10.0.0.1"}
   };
-  try {
-    NetworkInterface::get_interfaces();
-    FAIL() << "nothing thrown";
-  } catch (const std::exception& e) {
-    EXPECT_STREQ("No such device", e.what());
-  }
+  EXPECT_THAT([&] { NetworkInterface::get_interfaces(); },
+              testing::ThrowsMessage<std::exception>("No such device"));
 }
 
 TEST(NetworkInterface, RefusesANameThatDoesNotFitTheRequest) {

@@ -2,7 +2,7 @@
 // saveDurably(): the old list or the new one, whatever happens.
 #include "tests/support/clock.h"
 #include "tests/support/faults.h"
-#include "tests/support/files.h"
+#include "tests/support/folder.h"
 #include "tests/support/histories.h"
 #include "tests/support/trees.h"
 #include "util/PropertyList.h"
@@ -50,24 +50,23 @@ struct stat status_of(const std::string& file) {
   return status;
 }
 
+using SaveDurably = support::InFolder;
+
 }  // namespace
 
-TEST(SaveDurably, OnAFreshPathCreatesTheFileAlone) {
-  const TempDir dir;
+TEST_F(SaveDurably, OnAFreshPathCreatesTheFileAlone) {
   list_of(dir.file("x"), 1).saveDurably();
   EXPECT_THAT(dir.list(), ElementsAre("x"));
   EXPECT_EQ(1, loaded(dir.file("x")));
 }
 
-TEST(SaveDurably, WritesWhatSaveWrites) {
-  const TempDir dir;
+TEST_F(SaveDurably, WritesWhatSaveWrites) {
   list_of(dir.file("x"), 1).saveDurably();
   list_of(dir.file("y"), 1).save();
   EXPECT_EQ(dir.read("y"), dir.read("x"));
 }
 
-TEST(SaveDurably, MakesThePreviousVersionTheBackup) {
-  const TempDir dir;
+TEST_F(SaveDurably, MakesThePreviousVersionTheBackup) {
   list_of(dir.file("x"), 1).saveDurably();
   list_of(dir.file("x"), 2).saveDurably();
   list_of(dir.file("x"), 3).saveDurably();
@@ -77,8 +76,7 @@ TEST(SaveDurably, MakesThePreviousVersionTheBackup) {
   EXPECT_EQ(2, loaded(dir.file("x")));
 }
 
-TEST(SaveDurably, MakesTheBackupAFileOfItsOwn) {
-  const TempDir dir;
+TEST_F(SaveDurably, MakesTheBackupAFileOfItsOwn) {
   saved_twice(dir.file("x"));
   list_of(dir.file("x"), 2).saveDurably();
   EXPECT_THAT(dir.list(), ElementsAre("x", "x~"));
@@ -87,8 +85,7 @@ TEST(SaveDurably, MakesTheBackupAFileOfItsOwn) {
   EXPECT_NE(status_of(dir.file("x")).st_ino, status_of(dir.file("x~")).st_ino);
 }
 
-TEST(SaveDurably, AndSaveTakeTurns) {
-  const TempDir dir;
+TEST_F(SaveDurably, AndSaveTakeTurns) {
   list_of(dir.file("x"), 1).save();
   list_of(dir.file("x"), 2).saveDurably();
   list_of(dir.file("x"), 3).save();
@@ -97,8 +94,7 @@ TEST(SaveDurably, AndSaveTakeTurns) {
   EXPECT_EQ(2, loaded(dir.file("x")));
 }
 
-TEST(SaveDurably, KeepsABackupThatIsAllThereIs) {
-  const TempDir dir;
+TEST_F(SaveDurably, KeepsABackupThatIsAllThereIs) {
   only_backup(dir.file("x"));
   list_of(dir.file("x"), 2).saveDurably();
   EXPECT_EQ(2, loaded(dir.file("x")));
@@ -106,8 +102,7 @@ TEST(SaveDurably, KeepsABackupThatIsAllThereIs) {
   EXPECT_EQ(1, loaded(dir.file("x")));
 }
 
-TEST(SaveDurably, KeepsModeAndOwner) {
-  const TempDir dir;
+TEST_F(SaveDurably, KeepsModeAndOwner) {
   const std::string x = dir.file("x");
   const bool root = geteuid() == 0;
   const uid_t owner = root ? 1234 : geteuid();
@@ -123,8 +118,7 @@ TEST(SaveDurably, KeepsModeAndOwner) {
   }
 }
 
-TEST(SaveDurably, TakesModeAndOwnerOfABackupThatIsAllThereIs) {
-  const TempDir dir;
+TEST_F(SaveDurably, TakesModeAndOwnerOfABackupThatIsAllThereIs) {
   const uid_t owner = geteuid() == 0 ? 1234 : geteuid();
   only_backup(dir.file("x"));
   ASSERT_EQ(0, chown(dir.file("x~").c_str(), owner, getegid()));
@@ -134,16 +128,14 @@ TEST(SaveDurably, TakesModeAndOwnerOfABackupThatIsAllThereIs) {
   EXPECT_EQ(owner, status_of(dir.file("x")).st_uid);
 }
 
-TEST(SaveDurably, GivesANewFileTheModeOfAnyNewFile) {
-  const TempDir dir;
+TEST_F(SaveDurably, GivesANewFileTheModeOfAnyNewFile) {
   const mode_t old = umask(027);
   list_of(dir.file("x"), 1).saveDurably();
   umask(old);
   EXPECT_EQ(0640U, status_of(dir.file("x")).st_mode & 07777);
 }
 
-TEST(SaveDurably, LetsNobodyReadTheNewFileEarly) {
-  const TempDir dir;
+TEST_F(SaveDurably, LetsNobodyReadTheNewFileEarly) {
   list_of(dir.file("x"), 1).saveDurably();
   ASSERT_EQ(0, chmod(dir.file("x").c_str(), 0600));
   Recorder recorder({"fchown"});
@@ -158,8 +150,7 @@ TEST(SaveDurably, LetsNobodyReadTheNewFileEarly) {
   EXPECT_EQ(2, seen);
 }
 
-TEST(SaveDurably, SyncsTheFileBeforeItIsSeenAndTheFolderAfter) {
-  const TempDir dir;
+TEST_F(SaveDurably, SyncsTheFileBeforeItIsSeenAndTheFolderAfter) {
   const std::string x = dir.file("x");
   list_of(x, 1).saveDurably();
   const Recorder recorder({"open", "write", "fchown", "fchmod", "fsync", "link", "rename"});
@@ -171,8 +162,7 @@ TEST(SaveDurably, SyncsTheFileBeforeItIsSeenAndTheFolderAfter) {
                           "rename " + own + ".1 " + x + "~", "rename " + own + ".0 " + x, "fsync"));
 }
 
-TEST(SaveDurably, LeavesFilesAloneThatHaveItsNames) {
-  const TempDir dir;
+TEST_F(SaveDurably, LeavesFilesAloneThatHaveItsNames) {
   const std::string own = "x." + std::to_string(getpid());
   dir.write(own + ".0", "not ours");
   ASSERT_EQ(0, symlink("/nonexistent/target", dir.file(own + ".1").c_str()));
@@ -183,8 +173,7 @@ TEST(SaveDurably, LeavesFilesAloneThatHaveItsNames) {
   EXPECT_EQ(2, loaded(dir.file("x")));
 }
 
-TEST(SaveDurably, GivesUpWhereEveryNameIsTaken) {
-  const TempDir dir;
+TEST_F(SaveDurably, GivesUpWhereEveryNameIsTaken) {
   const Fault fault("open", EEXIST, 2);
   PropertyList list = list_of(dir.file("x"), 1);
   EXPECT_EQ("none", failure(list));  // the next name is free
@@ -192,8 +181,7 @@ TEST(SaveDurably, GivesUpWhereEveryNameIsTaken) {
   EXPECT_EQ(dir.file("x") + ": File exists", failure(list));
 }
 
-TEST(SaveDurably, WorksInTheCurrentFolder) {
-  const TempDir dir;
+TEST_F(SaveDurably, WorksInTheCurrentFolder) {
   const auto old = std::filesystem::current_path();
   std::filesystem::current_path(dir.path());
   list_of("x", 1).saveDurably();
@@ -203,7 +191,7 @@ TEST(SaveDurably, WorksInTheCurrentFolder) {
   EXPECT_EQ(2, loaded(dir.file("x")));
 }
 
-TEST(SaveDurably, KnowsTheTopmostFolder) {
+TEST_F(SaveDurably, KnowsTheTopmostFolder) {
   const Recorder recorder({"open"});
   const Fault fault("open", EROFS);
   PropertyList list("/x");
@@ -211,8 +199,7 @@ TEST(SaveDurably, KnowsTheTopmostFolder) {
   EXPECT_THAT(recorder.calls(), ElementsAre("open /"));
 }
 
-TEST(SaveDurably, MakesASymbolicLinkTheBackup) {
-  const TempDir dir;
+TEST_F(SaveDurably, MakesASymbolicLinkTheBackup) {
   list_of(dir.file("real"), 1).saveDurably();
   ASSERT_EQ(0, symlink("real", dir.file("x").c_str()));
   list_of(dir.file("x"), 2).saveDurably();
@@ -222,8 +209,7 @@ TEST(SaveDurably, MakesASymbolicLinkTheBackup) {
   EXPECT_EQ(2, loaded(dir.file("x")));
 }
 
-TEST(SaveDurably, TouchesNoFileForWhatCannotBeEncoded) {
-  const TempDir dir;
+TEST_F(SaveDurably, TouchesNoFileForWhatCannotBeEncoded) {
   list_of(dir.file("x"), 1).saveDurably();
   PropertyList list = list_of(dir.file("x"), 2);
   list["z"];
@@ -233,7 +219,7 @@ TEST(SaveDurably, TouchesNoFileForWhatCannotBeEncoded) {
   EXPECT_EQ(1, loaded(dir.file("x")));
 }
 
-TEST(SaveDurably, RefusesTheFirstThatNoFormGivesBack) {
+TEST_F(SaveDurably, RefusesTheFirstThatNoFormGivesBack) {
   const char kSection[] =
       "only a CDATA section could keep this text, and cannot hold \"]]>\", a carriage return or a "
       "NUL byte";
@@ -258,7 +244,6 @@ TEST(SaveDurably, RefusesTheFirstThatNoFormGivesBack) {
       {blank_and_nul,            kSection                                         },
       {in_a_key,                 "\r"                                             },
   };
-  const TempDir dir;
   for (const auto& row : rows) {
     PropertyList list(dir.file("x"));
     list["a"] = value_array{0, row.value};
@@ -270,8 +255,7 @@ TEST(SaveDurably, RefusesTheFirstThatNoFormGivesBack) {
   EXPECT_TRUE(dir.list().empty());
 }
 
-TEST(SaveDurably, RefusesWhatIsTooDeepAndWritesTheDeepest) {
-  const TempDir dir;
+TEST_F(SaveDurably, RefusesWhatIsTooDeepAndWritesTheDeepest) {
   Value value = 5;
   for (int i = 0; i < 1021; ++i) value = value_array{value};
   PropertyList list(dir.file("x"));
@@ -282,8 +266,7 @@ TEST(SaveDurably, RefusesWhatIsTooDeepAndWritesTheDeepest) {
   EXPECT_THAT(failure(list), EndsWith("[0]: values nested deeper than 1023 cannot be saved"));
 }
 
-TEST(SaveDurably, WritesWhatSaveWouldLoseInAnotherForm) {
-  const TempDir dir;
+TEST_F(SaveDurably, WritesWhatSaveWouldLoseInAnotherForm) {
   PropertyList list(dir.file("x"));
   list[""] = "";
   list["  "] = " a";
@@ -311,8 +294,7 @@ TEST(SaveDurably, WritesWhatSaveWouldLoseInAnotherForm) {
   EXPECT_TRUE(same(list.getProperties(), reloaded(dir.file("x"))));
 }
 
-TEST(SaveDurably, GivesEachTextBack) {
-  const TempDir dir;
+TEST_F(SaveDurably, GivesEachTextBack) {
   for (const std::string& text :
        {std::string("\n"), std::string(" \t "), std::string("a  b"), std::string("<a> &amp; ]]"),
         std::string("a]]>b"), std::string("a\rb"), std::string("a\0b", 3), std::string("x\xE2\x82"),
@@ -327,8 +309,7 @@ TEST(SaveDurably, GivesEachTextBack) {
   }
 }
 
-TEST(SaveDurably, GivesEachNumberBack) {
-  const TempDir dir;
+TEST_F(SaveDurably, GivesEachNumberBack) {
   value_array numbers;
   for (const double number :
        {0.1, -0.0, 1e6, 123456.0, 1234567.0, 1.0 / 3, 5e-324, DBL_MAX, 1e22}) {
@@ -342,8 +323,7 @@ TEST(SaveDurably, GivesEachNumberBack) {
               testing::HasSubstr("<real>1e+06</real>\n            <real>123456</real>"));
 }
 
-TEST(SaveDurably, GivesLongDataBack) {
-  const TempDir dir;
+TEST_F(SaveDurably, GivesLongDataBack) {
   PropertyList list(dir.file("x"));
   for (const size_t size : {1U, 3071U, 3072U, 3073U, 100000U}) {
     list[std::to_string(size)] = byte_string(size, static_cast<unsigned char>(size));
@@ -352,8 +332,7 @@ TEST(SaveDurably, GivesLongDataBack) {
   EXPECT_TRUE(same(list.getProperties(), reloaded(dir.file("x"))));
 }
 
-TEST(SaveDurably, GivesBackWhateverItAcceptsAndWritesTheRestAsSaveDoes) {
-  const TempDir dir;
+TEST_F(SaveDurably, GivesBackWhateverItAcceptsAndWritesTheRestAsSaveDoes) {
   const TimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
   const Unsynced quick;
   int accepted = 0;
@@ -382,8 +361,7 @@ TEST(SaveDurably, GivesBackWhateverItAcceptsAndWritesTheRestAsSaveDoes) {
   EXPECT_GT(refused, 200);
 }
 
-TEST(SaveDurably, RemovesWhatKilledSavesHaveLeft) {
-  const TempDir dir;
+TEST_F(SaveDurably, RemovesWhatKilledSavesHaveLeft) {
   const pid_t gone = fork();
   if (gone == 0) _exit(0);
   ASSERT_EQ(gone, waitpid(gone, nullptr, 0));
@@ -400,8 +378,7 @@ TEST(SaveDurably, RemovesWhatKilledSavesHaveLeft) {
   EXPECT_THAT(dir.list(), testing::UnorderedElementsAreArray(expected));
 }
 
-TEST(SaveDurably, FailsOverAFolderAndInAMissingOne) {
-  const TempDir dir;
+TEST_F(SaveDurably, FailsOverAFolderAndInAMissingOne) {
   ASSERT_EQ(0, mkdir(dir.file("x").c_str(), 0700));
   PropertyList over = list_of(dir.file("x"), 1);
   EXPECT_EQ(dir.file("x") + ": Operation not permitted", failure(over));
@@ -410,8 +387,7 @@ TEST(SaveDurably, FailsOverAFolderAndInAMissingOne) {
   EXPECT_THAT(dir.list(), ElementsAre("x"));
 }
 
-TEST(SaveDurably, PastTheSizeLimitLeavesTheOldList) {
-  const TempDir dir;
+TEST_F(SaveDurably, PastTheSizeLimitLeavesTheOldList) {
   list_of(dir.file("x"), 1).save();
   PropertyList list = list_of(dir.file("x"), 2);
   {
@@ -459,7 +435,7 @@ constexpr const char* kCalls[] = {"stat",  "open",  "write",  "fchown", "fchmod"
                                   "fsync", "close", "unlink", "link",   "rename"};
 
 // Each use of each call fails in turn.
-TEST(SaveDurably, WithAnyCallFailingLeavesTheOldListOrTheNew) {
+TEST_F(SaveDurably, WithAnyCallFailingLeavesTheOldListOrTheNew) {
   for (const History& history : kHistories) {
     for (const char* call : kCalls) {
       int nth = 1;
@@ -468,7 +444,7 @@ TEST(SaveDurably, WithAnyCallFailingLeavesTheOldListOrTheNew) {
   }
 }
 
-TEST(SaveDurably, NamesTheFileAndTheReasonOfEachFailure) {
+TEST_F(SaveDurably, NamesTheFileAndTheReasonOfEachFailure) {
   for (const char* call : kCalls) {
     for (const int error : kErrors) {
       EXPECT_THAT(saved_with_fault({"saved once", saved_once, 1}, call, error, 1),

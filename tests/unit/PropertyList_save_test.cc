@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Files on disk: what load() reads, what save() does and leaves behind.
 #include "tests/support/faults.h"
-#include "tests/support/files.h"
+#include "tests/support/folder.h"
 #include "util/PropertyList.h"
 
 #include <errno.h>
@@ -76,12 +76,14 @@ std::string load_failure(const std::string& text) {
   return what.compare(0, start.size(), start) == 0 ? what.substr(start.size()) : what;
 }
 
+using Load = support::InFolder;
+using Save = support::InFolder;
+
 }  // namespace
 
 // ---- load ----
 
-TEST(Load, ReplacesTheList) {
-  const TempDir dir;
+TEST_F(Load, ReplacesTheList) {
   dir.write("x", kOne);
   PropertyList list(dir.file("x"));
   list["other"] = true;
@@ -90,24 +92,21 @@ TEST(Load, ReplacesTheList) {
   EXPECT_EQ(1U, list.getProperties().size());
 }
 
-TEST(Load, ChangesNothingWithoutFileAndBackup) {
-  const TempDir dir;
+TEST_F(Load, ChangesNothingWithoutFileAndBackup) {
   PropertyList list = list_of(dir.file("x"), 7);
   list.load();
   EXPECT_EQ(7, list.intForKey("n"));
   EXPECT_THAT(dir.list(), IsEmpty());
 }
 
-TEST(Load, ReadsTheBackupOnlyWithoutTheFile) {
-  const TempDir dir;
+TEST_F(Load, ReadsTheBackupOnlyWithoutTheFile) {
   dir.write("x~", kOne);
   EXPECT_EQ(1, loaded(dir.file("x")));
   dir.write("x", list_text(2));
   EXPECT_EQ(2, loaded(dir.file("x")));
 }
 
-TEST(Load, ReadsTheBackupWhateverHidesTheFile) {
-  const TempDir dir;
+TEST_F(Load, ReadsTheBackupWhateverHidesTheFile) {
   dir.write("x", list_text(2));
   dir.write("x~", kOne);
   for (const int error : support::kErrors) {
@@ -116,8 +115,7 @@ TEST(Load, ReadsTheBackupWhateverHidesTheFile) {
   }
 }
 
-TEST(Load, ChangesNothingWhateverHidesFileAndBackup) {
-  const TempDir dir;
+TEST_F(Load, ChangesNothingWhateverHidesFileAndBackup) {
   dir.write("x", list_text(2));
   dir.write("x~", kOne);
   for (const int error : support::kErrors) {
@@ -128,8 +126,7 @@ TEST(Load, ChangesNothingWhateverHidesFileAndBackup) {
   }
 }
 
-TEST(Load, NamesTheFileThoughTheBackupWasRead) {
-  const TempDir dir;
+TEST_F(Load, NamesTheFileThoughTheBackupWasRead) {
   dir.write("x~", "no list");
   EXPECT_EQ(dir.file("x") + ": load failed",
             thrown<malformed_property_list>([&] { loaded(dir.file("x")); }));
@@ -138,22 +135,20 @@ TEST(Load, NamesTheFileThoughTheBackupWasRead) {
             thrown<malformed_property_list>([&] { loaded(dir.file("x")); }));
 }
 
-TEST(Load, DoesNotTurnToTheBackupOfABrokenFile) {
-  const TempDir dir;
+TEST_F(Load, DoesNotTurnToTheBackupOfABrokenFile) {
   dir.write("x~", kOne);
   dir.write("x", "no list");
   EXPECT_EQ(dir.file("x") + ": load failed",
             thrown<malformed_property_list>([&] { loaded(dir.file("x")); }));
 }
 
-TEST(Load, TakesTheFirstPlistAndItsFirstDict) {
-  const TempDir dir;
+TEST_F(Load, TakesTheFirstPlistAndItsFirstDict) {
   dir.write("x", "<!-- c --><other/><plist><array/>" + kOne.substr(7, kOne.size() - 15) +
                      "<dict/></plist><plist/>");
   EXPECT_EQ(1, loaded(dir.file("x")));
 }
 
-TEST(Load, RefusesAWrongRoot) {
+TEST_F(Load, RefusesAWrongRoot) {
   EXPECT_EQ("load failed", load_failure("<list><dict/></list>"));
   EXPECT_EQ("load failed", load_failure("<dict/>"));
   EXPECT_EQ("load failed", load_failure("<plist><array/></plist>"));
@@ -163,7 +158,7 @@ TEST(Load, RefusesAWrongRoot) {
   EXPECT_EQ("load failed", load_failure(std::string("<plist>\0</plist>", 16)));
 }
 
-TEST(Load, RefusesAListCutAtAnyByte) {
+TEST_F(Load, RefusesAListCutAtAnyByte) {
   const std::string whole =
       "<?xml version=\"1.0\" encoding=\"UTF8\" standalone=\"yes\" ?>\n<plist version=\"1.0\">"
       "<dict><key>a</key><array><string>\xC3\xA4 &lt;&#x0A;</string><true /></array><key>b</key>"
@@ -172,7 +167,6 @@ TEST(Load, RefusesAListCutAtAnyByte) {
     SCOPED_TRACE(size);
     ASSERT_EQ("load failed", load_failure(whole.substr(0, size)));
   }
-  const TempDir dir;
   dir.write("x", whole);
   PropertyList list(dir.file("x"));
   list.load();
@@ -180,23 +174,21 @@ TEST(Load, RefusesAListCutAtAnyByte) {
 }
 
 // A loss of power fills files up with zeros.
-TEST(Load, ReadsAListWithZerosBehindIt) {
-  const TempDir dir;
+TEST_F(Load, ReadsAListWithZerosBehindIt) {
   list_of(dir.file("x"), 1).saveDurably();
   dir.write("x", dir.read("x") + std::string(4096, '\0') + "<plist>");
   EXPECT_EQ(1, loaded(dir.file("x")));
 }
 
-TEST(Load, RefusesTwentyThousandLevels) {
+TEST_F(Load, RefusesTwentyThousandLevels) {
   std::string deep = "<plist><dict><key>a</key>";
   for (int i = 0; i < 20000; ++i) deep += "<array>";
   for (int i = 0; i < 20000; ++i) deep += "</array>";
   EXPECT_EQ("load failed", load_failure(deep + "</dict></plist>"));
 }
 
-TEST(Load, SurvivesOddBytes) {
+TEST_F(Load, SurvivesOddBytes) {
   std::mt19937 random(3);
-  const TempDir dir;
   const std::string good = list_text(5);
   for (int round = 0; round < 2000; ++round) {
     std::string text = good;
@@ -214,8 +206,7 @@ TEST(Load, SurvivesOddBytes) {
   }
 }
 
-TEST(Load, RefusesAFileThatCannotBeRead) {
-  const TempDir dir;
+TEST_F(Load, RefusesAFileThatCannotBeRead) {
   dir.write("x", kOne);
   const int before = support::open_descriptors();
   {
@@ -230,16 +221,14 @@ TEST(Load, RefusesAFileThatCannotBeRead) {
 
 // ---- save ----
 
-TEST(Save, OnAFreshPathCreatesFileAndTemporaryAndNoBackup) {
-  const TempDir dir;
+TEST_F(Save, OnAFreshPathCreatesFileAndTemporaryAndNoBackup) {
   list_of(dir.file("x"), 1).save();
   EXPECT_THAT(dir.list(), ElementsAre("x", "x.tmp"));
   EXPECT_EQ(list_text(1), dir.read("x"));
   EXPECT_EQ(inode(dir.file("x")), inode(dir.file("x.tmp")));
 }
 
-TEST(Save, KeepsThePreviousVersionAsTheBackup) {
-  const TempDir dir;
+TEST_F(Save, KeepsThePreviousVersionAsTheBackup) {
   dir.write("x", list_text(1));
   dir.write("x~", "older");
   list_of(dir.file("x"), 2).save();
@@ -247,8 +236,7 @@ TEST(Save, KeepsThePreviousVersionAsTheBackup) {
   EXPECT_EQ(list_text(1), dir.read("x~"));
 }
 
-TEST(Save, RewritesTheBackupFromTheSecondTimeOn) {
-  const TempDir dir;
+TEST_F(Save, RewritesTheBackupFromTheSecondTimeOn) {
   list_of(dir.file("x"), 1).save();
   list_of(dir.file("x"), 2).save();
   EXPECT_THAT(dir.list(), ElementsAre("x", "x.tmp", "x~"));
@@ -257,8 +245,7 @@ TEST(Save, RewritesTheBackupFromTheSecondTimeOn) {
   EXPECT_EQ(inode(dir.file("x")), inode(dir.file("x.tmp")));
 }
 
-TEST(Save, MakesItsCallsInOrder) {
-  const TempDir dir;
+TEST_F(Save, MakesItsCallsInOrder) {
   const std::string x = dir.file("x");
   PropertyList list = list_of(x, 1);
   const std::vector<std::string> watched = {"unlink", "stat", "link", "rename", "fopen"};
@@ -275,15 +262,13 @@ TEST(Save, MakesItsCallsInOrder) {
                           "fopen " + x + ".tmp w", "unlink " + x, "link " + x + ".tmp " + x));
 }
 
-TEST(Save, IgnoresABackupThatCannotBeRemoved) {
-  const TempDir dir;
+TEST_F(Save, IgnoresABackupThatCannotBeRemoved) {
   const Fault fault("unlink", EACCES, 1);
   list_of(dir.file("x"), 1).save();
   EXPECT_EQ(1, loaded(dir.file("x")));
 }
 
-TEST(Save, FailsWhereTheBackupCannotBeLinked) {
-  const TempDir dir;
+TEST_F(Save, FailsWhereTheBackupCannotBeLinked) {
   dir.write("x", list_text(1));
   dir.write("x~", "older");
   const Fault fault("link", EACCES, 1);
@@ -293,8 +278,7 @@ TEST(Save, FailsWhereTheBackupCannotBeLinked) {
   EXPECT_EQ(list_text(1), dir.read("x"));
 }
 
-TEST(Save, LetsTheLibrarysFailureThroughWhereTheTemporaryCannotBeWritten) {
-  const TempDir dir;
+TEST_F(Save, LetsTheLibrarysFailureThroughWhereTheTemporaryCannotBeWritten) {
   dir.write("x", list_text(1));
   for (const char* call : {"fopen", "fflush", "fclose"}) {
     SCOPED_TRACE(call);
@@ -308,8 +292,7 @@ TEST(Save, LetsTheLibrarysFailureThroughWhereTheTemporaryCannotBeWritten) {
   }
 }
 
-TEST(Save, FailsWhereTheOldFileCannotBeRemoved) {
-  const TempDir dir;
+TEST_F(Save, FailsWhereTheOldFileCannotBeRemoved) {
   dir.write("x", list_text(1));
   const Fault fault("unlink", EROFS, 2);
   EXPECT_EQ(dir.file("x") + ": Read-only file system",
@@ -319,8 +302,7 @@ TEST(Save, FailsWhereTheOldFileCannotBeRemoved) {
   EXPECT_EQ(list_text(2), dir.read("x.tmp"));
 }
 
-TEST(Save, FailsWhereTheNewFileCannotBeLinkedAndLoadsTheBackupThen) {
-  const TempDir dir;
+TEST_F(Save, FailsWhereTheNewFileCannotBeLinkedAndLoadsTheBackupThen) {
   dir.write("x", list_text(1));
   const Fault fault("link", EDQUOT, 2);
   EXPECT_EQ(dir.file("x") + ": Disk quota exceeded",
@@ -330,16 +312,14 @@ TEST(Save, FailsWhereTheNewFileCannotBeLinkedAndLoadsTheBackupThen) {
   EXPECT_EQ(1, loaded(dir.file("x")));
 }
 
-TEST(Save, OfAFreshPathFailsWhereTheNewFileCannotBeLinked) {
-  const TempDir dir;
+TEST_F(Save, OfAFreshPathFailsWhereTheNewFileCannotBeLinked) {
   const Fault fault("link", EIO, 1);
   EXPECT_EQ(dir.file("x") + ": Input/output error",
             thrown<save_failed>([&] { list_of(dir.file("x"), 2).save(); }));
   EXPECT_THAT(dir.list(), ElementsAre("x.tmp"));
 }
 
-TEST(Save, TouchesNoFileForWhatCannotBeEncoded) {
-  const TempDir dir;
+TEST_F(Save, TouchesNoFileForWhatCannotBeEncoded) {
   dir.write("x", list_text(1));
   dir.write("x~", "older");
   PropertyList list = list_of(dir.file("x"), 2);
@@ -353,8 +333,7 @@ TEST(Save, TouchesNoFileForWhatCannotBeEncoded) {
   EXPECT_EQ("older", dir.read("x~"));
 }
 
-TEST(Save, OnAFullDiskLeavesFileAndBackup) {
-  const TempDir dir;
+TEST_F(Save, OnAFullDiskLeavesFileAndBackup) {
   dir.write("x", list_text(1));
   ASSERT_EQ(0, symlink("/dev/full", dir.file("x.tmp").c_str()));
   EXPECT_EQ("Couldn't save " + dir.file("x.tmp") + ": No space left on device",
@@ -363,8 +342,7 @@ TEST(Save, OnAFullDiskLeavesFileAndBackup) {
   EXPECT_EQ(list_text(1), dir.read("x~"));
 }
 
-TEST(Save, PastTheSizeLimitFails) {
-  const TempDir dir;
+TEST_F(Save, PastTheSizeLimitFails) {
   dir.write("x", list_text(1));
   PropertyList list = list_of(dir.file("x"), 2);
   list["big"] = std::string(100000, 'x');
@@ -376,8 +354,7 @@ TEST(Save, PastTheSizeLimitFails) {
   EXPECT_EQ(1, loaded(dir.file("x")));
 }
 
-TEST(Save, LosesFileAndBackupWhereTheSecondWriteFails) {
-  const TempDir dir;
+TEST_F(Save, LosesFileAndBackupWhereTheSecondWriteFails) {
   list_of(dir.file("x"), 1).save();
   {
     const SizeLimit limit(20);
@@ -387,21 +364,18 @@ TEST(Save, LosesFileAndBackupWhereTheSecondWriteFails) {
   EXPECT_EQ(list_text(2).substr(0, 20), dir.read("x~"));
 }
 
-TEST(Save, InAMissingFolderFails) {
-  const TempDir dir;
+TEST_F(Save, InAMissingFolderFails) {
   EXPECT_EQ("Couldn't save " + dir.file("no/x.tmp") + ": No such file or directory",
             thrown<ticpp::Exception>([&] { list_of(dir.file("no/x"), 2).save(); }));
 }
 
-TEST(Save, OverAFolderFails) {
-  const TempDir dir;
+TEST_F(Save, OverAFolderFails) {
   ASSERT_EQ(0, mkdir(dir.file("x").c_str(), 0700));
   EXPECT_EQ(dir.file("x") + ": Operation not permitted",
             thrown<save_failed>([&] { list_of(dir.file("x"), 2).save(); }));
 }
 
-TEST(Save, LeavesNoDescriptorOpen) {
-  const TempDir dir;
+TEST_F(Save, LeavesNoDescriptorOpen) {
   const int before = support::open_descriptors();
   list_of(dir.file("x"), 1).save();
   EXPECT_EQ(1, loaded(dir.file("x")));
