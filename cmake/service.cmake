@@ -13,6 +13,7 @@ set(NASUTIL_SERVICE_MODULES
     LogReader
     Loop
     LoopStatistics
+    Settings
     Watchdog
     bytes
     categories

@@ -27,7 +27,7 @@ if grep -rlF "$work/first" "$prefix"; then
   echo "FAILED: these name the folder that they were moved from"
   exit 1
 fi
-for tool in "$prefix"/bin/*; do
+for tool in "$prefix"/bin/nas-{conf,log,plist}; do
   if [ -e "$tool" ]; then "$tool" --version; fi  # finds its library beside it
 done
 

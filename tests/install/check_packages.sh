@@ -43,6 +43,8 @@ holds libnasutil-dev '/include/nasutil/service/json\.h$'
 holds libnasutil-dev '/include/nasutil/ticpp\.h$'
 holds libnasutil-dev '/share/nasutil/nas_conf_db\.rng$'
 holds libnasutil-dev '/cmake/nasutil/nasutilConfig\.cmake$'
+holds libnasutil-dev '/bin/nas-new-daemon$'
+holds libnasutil-dev '/share/nasutil/template/debian/rules$'
 holds libnasutil1 '/doc/libnasutil1/changelog'
 holds nasutil-doc "/changes/CHANGELOG\.md"
 holds nasutil-doc '/guide/logging\.md$'
