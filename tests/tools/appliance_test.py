@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 """The whole appliance, seen by a real browser: nasd, status.cgi, lighttpd, the page in chromium.
 
-    appliance_test.py <source folder> <folder of nasd and status.cgi> <folder for pictures>
+    appliance_test.py <source folder> <folder of nasd and status.cgi> <folder for pictures> [test]
 
 Nothing waits for a fixed time: what is expected is asked for until it is there or a deadline is
 over. All that is started ends with the test, and all it wrote goes.
@@ -11,6 +11,7 @@ import base64
 import concurrent.futures
 import contextlib
 import gzip
+import itertools
 import math
 import os
 import plistlib
@@ -34,7 +35,7 @@ from selenium.webdriver.common.keys import Keys
 sys.dont_write_bytecode = True
 from programs import Programs, ask, until  # noqa: E402
 
-SOURCE = BUILD = PICTURES = None
+SOURCE = BUILD = PICTURES = AXE = None
 
 CHROMIUM = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
             "--disable-background-networking", "--disable-component-update", "--disable-sync",
@@ -66,12 +67,17 @@ class Browser(webdriver.Chrome):
         return self.get_log("browser")
 
     def press(self, *keys):
-        ActionChains(self).send_keys(*keys).perform()
+        """A key that is to be held, like SHIFT, is until the end."""
+        keyboard = ActionChains(self)
+        for key in keys:
+            keyboard = keyboard.key_down(key) if key == Keys.SHIFT else keyboard.send_keys(key)
+        (keyboard.key_up(Keys.SHIFT) if Keys.SHIFT in keys else keyboard).perform()
 
-    def look(self, width=0, scheme=""):
+    def look(self, width=0, scheme="", forced_colours=""):
         """As a screen of that width (0 is the window's own), in light or dark."""
         self.execute_cdp_cmd("Emulation.setEmulatedMedia", {
-            "features": [{"name": "prefers-color-scheme", "value": scheme}]})
+            "features": [{"name": "prefers-color-scheme", "value": scheme},
+                         {"name": "forced-colors", "value": forced_colours}]})
         self.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
             "width": width, "height": 0, "deviceScaleFactor": 0, "mobile": width > 0})
 
@@ -86,7 +92,9 @@ class Browser(webdriver.Chrome):
             file.write(base64.b64decode(data))
 
 
-class Appliance(unittest.TestCase):
+class Page(unittest.TestCase):
+    """An appliance of its own, and a browser that shows its page."""
+
     @classmethod
     def setUpClass(cls):
         cls.programs = Programs()
@@ -158,6 +166,28 @@ class Appliance(unittest.TestCase):
     def written(self):
         return re.search(r"'written' : '([^']+)'", self.script())[1]
 
+    def show(self, **changes):
+        """The page of a state that does not change, and how to change it."""
+        Programs.stop(self.nasd)
+        self.state = {**sample_state(self.path("nasd.log")), **changes}
+        with open(self.path("nasd.log"), "w", encoding="utf-8") as file:
+            file.write(SAMPLE_LOG)
+        self.keep(self.state)
+        self.open_page()
+        self.addCleanup(self.browser.look)
+
+    def keep(self, state):
+        with open(self.path("new"), "wb") as file:
+            plistlib.dump(state, file)
+        os.rename(self.path("new"), self.path("state.plist"))
+
+    def change(self, name, value, event="change"):
+        self.browser.run("((e, value, event) => { e.value = value; e.dispatchEvent(new Event(event)) })"
+                         "(document.getElementById(arguments[0]), arguments[1], arguments[2])",
+                         name, value, event)
+
+
+class Appliance(Page):
     # ---- what the page shows ----
 
     def test_values_appear_and_change_as_the_daemon_writes(self):
@@ -280,6 +310,28 @@ class Appliance(unittest.TestCase):
                 self.browser.picture(f"{name}.png", most)
         self.assert_console_is_clean()
 
+    def test_everything_is_reached_by_keyboard_and_shows_that_it_has_the_focus(self):
+        self.show()
+        self.until_text("#log", "started with cycles")
+        for width in 1280, 360:
+            self.browser.look(width, "light")
+            self.browser.run("document.querySelector('.skip').focus()")
+            self.browser.press(Keys.TAB, Keys.SHIFT, Keys.TAB)  # to the next and back
+            reached = []
+            for _ in range(30):
+                name, outline = self.browser.run(
+                    "(e => [e.closest('[id]')?.id ?? e.className, getComputedStyle(e).outlineStyle])"
+                    "(document.activeElement)")
+                if not name:
+                    break
+                self.assertEqual("solid", outline, name)
+                if name not in reached:  # a time has several fields
+                    reached.append(name)
+                self.browser.press(Keys.TAB)
+            self.assertEqual(["skip", "warnings", "load", "period", "traffic", "share-filter",
+                              "share-order", "log-text", "log-category", "log-since", "log-until",
+                              "log"], reached)
+
     def test_everything_can_be_read_by_a_screen_reader(self):
         self.open_page()
         self.assertEqual([], self.browser.run(
@@ -291,21 +343,6 @@ class Appliance(unittest.TestCase):
             ".filter(e => !e.getAttribute('aria-label')).map(e => e.outerHTML)"))
         self.assertEqual([1, 1], self.browser.run(
             "[document.querySelectorAll('main').length, document.querySelectorAll('h1').length]"))
-
-    def show(self, **changes):
-        """The page of a state that does not change, and how to change it."""
-        Programs.stop(self.nasd)
-        self.state = {**sample_state(self.path("nasd.log")), **changes}
-        with open(self.path("nasd.log"), "w", encoding="utf-8") as file:
-            file.write(SAMPLE_LOG)
-        self.keep(self.state)
-        self.open_page()
-        self.addCleanup(self.browser.look)
-
-    def keep(self, state):
-        with open(self.path("new"), "wb") as file:
-            plistlib.dump(state, file)
-        os.rename(self.path("new"), self.path("state.plist"))
 
     def test_focus_stays_where_rows_change(self):
         self.show()
@@ -418,11 +455,6 @@ class Appliance(unittest.TestCase):
         self.assertEqual(["Backups", "Films", "it's \"x\""], self.browser.texts("#shares strong")[:3])
 
     # ---- the log ----
-
-    def change(self, name, value, event="change"):
-        self.browser.run("((e, value, event) => { e.value = value; e.dispatchEvent(new Event(event)) })"
-                         "(document.getElementById(arguments[0]), arguments[1], arguments[2])",
-                         name, value, event)
 
     def until_log(self, messages):
         until(lambda: self.browser.texts("#log .message") == messages, f"{messages} in the log")
@@ -565,6 +597,35 @@ class Appliance(unittest.TestCase):
         self.assertNotIn("unsafe", policy)
 
 
+class Axe(Page):
+    """The page as axe-core judges it."""
+
+    def findings(self):
+        with open(AXE, encoding="utf-8") as file:
+            self.browser.execute_script(file.read())
+        return self.browser.execute_async_script("""
+            axe.run({resultTypes: ['violations']}).then(({violations}) => arguments[0](
+              violations.map(({id, help, nodes}) => [id, help, ...nodes.map(({html}) => html)])))""")
+
+    def test_nothing_is_found(self):
+        if not os.path.exists(AXE):
+            print("axe-core is not installed: run scripts/setup where a registry of npm's is at hand")
+            self.skipTest("axe-core is not installed")
+        self.show()
+        self.change("log-category", "SUMMARY")
+        self.until_text("#log-found", "Found 2 entries")
+        for width, scheme, colours in itertools.product((360, 1280), ("light", "dark"),
+                                                        ("none", "active")):
+            with self.subTest(f"{width} {scheme} forced colours: {colours}"):
+                self.browser.look(width, scheme, colours)
+                self.assertEqual([], self.findings())
+        self.browser.look(1280, "dark")
+        self.keep({**self.state, "written": "2026-05-01T14:03:59Z", "disks": [], "shares": [],
+                   "warnings": []})
+        self.until_text("#freshness", "Stale")
+        self.assertEqual([], self.findings())
+
+
 # ---- the state in the pictures ----
 
 SAMPLE_LOG = """\
@@ -646,4 +707,5 @@ def sample_state(log):
 if __name__ == "__main__":
     os.environ["PATH"] += ":/usr/sbin"  # where lighttpd is
     SOURCE, BUILD, PICTURES = (os.path.abspath(argument) for argument in sys.argv[1:4])
+    AXE = f"{SOURCE}/build/browser/node_modules/axe-core/axe.min.js"
     unittest.main(argv=sys.argv[:1] + sys.argv[4:], verbosity=1)
