@@ -37,7 +37,7 @@ void ours() {
   struct Work : util::EventLoop {
     void runLoop(util::utime_t) override { ++seconds; }
   };
-  service::Loop loop;
+  static service::Loop loop;  // closes its descriptors later, as the peers do
   Work work;
   loop.addEvent(&work);
   begin();

@@ -29,7 +29,7 @@ class TimerQueue {
 
   void add(Timed& timed) {
     timed.order = next_order_;
-    heap_.push_back({timed.due, timed.order, &timed});
+    heap_.push_back({timed.due, &timed});
     ++next_order_;
     raise(heap_.size() - 1, heap_.back());
   }
@@ -50,18 +50,17 @@ class TimerQueue {
   void postpone_front() noexcept {
     Timed& timed = *front();
     timed.order = next_order_++;
-    lower(0, {timed.due, timed.order, &timed});
+    lower(0, {timed.due, &timed});
   }
 
  private:
-  // The key beside the pointer, so that comparing does not have to follow it.
+  // The key beside the pointer, so that comparing hardly ever has to follow it.
   struct Entry {
     bool operator<(const Entry& other) const {
-      return due != other.due ? due < other.due : order < other.order;
+      return due != other.due ? due < other.due : timed->order < other.timed->order;
     }
 
     int64_t due;
-    uint64_t order;
     Timed* timed;
   };
 
