@@ -8,14 +8,12 @@ include(CMakePackageConfigHelpers)
 file(RELATIVE_PATH nasutil_libdir_from_bin "/prefix/${CMAKE_INSTALL_BINDIR}"
      "/prefix/${CMAKE_INSTALL_LIBDIR}")
 set(CMAKE_INSTALL_RPATH "$ORIGIN/${nasutil_libdir_from_bin}")
-if(nasutil_service_targets)
-  set_target_properties(nasutil_service PROPERTIES INSTALL_RPATH "$ORIGIN")
-endif()
+set_target_properties(nasutil_service PROPERTIES INSTALL_RPATH "$ORIGIN")
 
 set(nasutil_cmake_dir "${CMAKE_INSTALL_LIBDIR}/cmake/nasutil")
 
 install(
-  TARGETS nasutil nasutil_static ${nasutil_service_targets}
+  TARGETS nasutil nasutil_static nasutil_service nasutil_service_static
   EXPORT nasutil
   LIBRARY COMPONENT runtime NAMELINK_COMPONENT dev
   ARCHIVE COMPONENT dev)

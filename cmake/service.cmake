@@ -28,28 +28,10 @@ set(NASUTIL_SERVICE_MODULES
     share_path
     utf8)
 
-# Headers only, and only here: no client needs them.
-find_path(RAPIDJSON_INCLUDE_DIR rapidjson/reader.h)
-mark_as_advanced(RAPIDJSON_INCLUDE_DIR)
-set(nasutil_service_targets nasutil_service nasutil_service_static)
-if(NOT RAPIDJSON_INCLUDE_DIR)
-  set(nasutil_service_targets "")
-  set(text "the headers of RapidJSON are missing (package rapidjson-dev)")
-  if(BUILD_TESTING OR NASUTIL_BUILD_EXAMPLES OR NASUTIL_BUILD_TOOLS)
-    message(FATAL_ERROR "${PROJECT_NAME}: ${text}.")
-  endif()
-  message(WARNING "${PROJECT_NAME}: libnasutil-service is left out, ${text}.")
-  return()
-endif()
-
 add_library(nasutil_service_objects OBJECT)
 foreach(module IN LISTS NASUTIL_SERVICE_MODULES)
   target_sources(nasutil_service_objects PRIVATE service/${module}.cc)
 endforeach()
-# The parser's empty stack is a null pointer, to which it adds before it allocates: of no consequence,
-# but the sanitizers tell of it.
-set_source_files_properties(service/json.cc PROPERTIES COMPILE_OPTIONS
-                                                       -fno-sanitize=pointer-overflow)
 # Small where the kernel decides the time.
 foreach(module IN LISTS NASUTIL_SERVICE_MODULES)
   if(NOT module MATCHES "^(LogFile|LogReader|Loop|json|utf8)$")
@@ -63,7 +45,6 @@ set_source_files_properties(service/LogReader.cc PROPERTIES COMPILE_DEFINITIONS
 set_target_properties(nasutil_service_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
 target_include_directories(nasutil_service_objects PRIVATE "${CMAKE_SOURCE_DIR}"
                                                            "${nasutil_ticpp_include}")
-target_include_directories(nasutil_service_objects SYSTEM PRIVATE "${RAPIDJSON_INCLUDE_DIR}")
 target_link_libraries(nasutil_service_objects PRIVATE nasutil_flags OpenSSL::Crypto)
 
 foreach(suffix "" _static)

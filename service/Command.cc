@@ -128,7 +128,7 @@ pid_t spawn(const Command& command, const Descriptor (&streams)[3]) {
 
 // A program that runs. Lives until it has ended, also when its Process has gone, so that its status
 // is collected.
-class Process::Run : public std::enable_shared_from_this<Run> {
+class UTIL_HIDDEN Process::Run : public std::enable_shared_from_this<Run> {
  public:
   using Done = std::function<void(const Command::Result&)>;
 

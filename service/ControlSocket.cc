@@ -216,7 +216,7 @@ bool Client::send() {
 
 // ---- the daemon's side ----
 
-class ControlSocket::Server : public std::enable_shared_from_this<Server> {
+class UTIL_HIDDEN ControlSocket::Server : public std::enable_shared_from_this<Server> {
  public:
   Server(Loop& loop, const std::string& path, Handler handler, const ControlOptions& options)
       : loop_(loop),

@@ -43,7 +43,7 @@ AlreadyRunning::AlreadyRunning(const std::string& folder, pid_t process)
     : std::runtime_error(folder + " is in use by " + holder(process)),
       process_(std::max(process, pid_t{0})) {}
 
-class InstanceLock::Lock {
+class UTIL_HIDDEN InstanceLock::Lock {
  public:
   explicit Lock(const std::string& folder) {
     const std::string path = folder + "/lock";

@@ -148,7 +148,7 @@ class Noted {
 
 }  // namespace
 
-class LogFile::Impl {
+class UTIL_HIDDEN LogFile::Impl {
  public:
   Impl(const std::string& path, const LogFileOptions& options);
   ~Impl();

@@ -153,7 +153,7 @@ T* take_due(const std::list<T*>& table) {
 // ---- the inside of the loop ----
 
 // Also the sub-loop that does the waiting.
-class Loop::Core final : public util::EventLoop {
+class UTIL_HIDDEN Loop::Core final : public util::EventLoop {
  public:
   explicit Core(util::logger* log) : log_(log), epoll_(new_epoll()), forks_(forks()) {}
   ~Core();
