@@ -13,9 +13,9 @@ namespace {
 using util::value_array;
 using util::value_struct;
 
-// What differs from one start of the machine to the next.
+// What differs from one start of the machine to the next. Never empty, which could not be loaded.
 std::string boot() {
-  std::string id;
+  std::string id = "unknown";
   std::ifstream("/proc/sys/kernel/random/boot_id") >> id;
   return id;
 }

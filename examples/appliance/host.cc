@@ -31,15 +31,12 @@ std::string kernel() {
 
 // By Temperature.
 constexpr const char* kTemperatures[] = {"unknown", "normal", "raised", "too high"};
+constexpr const char* kTemperatureFaults[] = {"The board's temperature lines contradict each other",
+                                              "", "The board is getting warm",
+                                              "The board is too hot"};
 
-// "" on a machine that is no such board.
-std::string board_text(const util::ZEB_GPIO& board) {
-  if (board.getValue() == 0) return "";
-  const bool second = board.getHardwareRevision() == util::ZEB_GPIO::Revision2;
-  return std::string("revision ") + (second ? "2" : "3") + ", " +
-         std::to_string(board.getDriveCount()) + " drives, temperature " +
-         kTemperatures[board.getTemperature()];
-}
+// A machine without one has no lines that could be high.
+bool is_there(const util::ZEB_GPIO& board) { return board.getValue() != 0; }
 
 // "00:1a:2b:3c:4d:5e", or "" for the zeros of an interface without hardware.
 std::string mac_text(const util::byte_string& mac) {
@@ -122,8 +119,17 @@ value_struct system(const util::NASConfDB& db, const Machine& machine) {
     put(value, "zone", local.tm_zone);
     value["utc_offset"] = static_cast<int>(local.tm_gmtoff);
   }
-  put(value, "board", board_text(machine.board.pins()));
   return value;
+}
+
+value_struct board(const Machine& machine) {
+  const util::ZEB_GPIO& pins = machine.board.pins();
+  if (!is_there(pins)) return {};
+  return {
+      {"revision",    pins.getHardwareRevision() == util::ZEB_GPIO::Revision2 ? 2 : 3},
+      {"drives",      pins.getDriveCount()                                           },
+      {"temperature", kTemperatures[pins.getTemperature()]                           }
+  };
 }
 
 value_array interfaces(const util::NASConfDB& db, const Machine& machine) {
@@ -157,8 +163,15 @@ value_array own_names(const util::NASConfDB& db) {
 
 void add_host_faults(const util::NASConfDB& db, const Machine& machine,
                      std::vector<std::string>& to) {
-  if (machine.board.pins().getTemperature() == util::ZEB_GPIO::High) {
-    to.push_back("The board is too hot");
+  const util::ZEB_GPIO& pins = machine.board.pins();
+  if (is_there(pins)) {
+    const char* const fault = kTemperatureFaults[pins.getTemperature()];
+    if (*fault != '\0') to.push_back(fault);
+    const size_t configured = db.get_system().disks.size();
+    if (static_cast<size_t>(pins.getDriveCount()) < configured) {
+      to.push_back("The board has " + std::to_string(pins.getDriveCount()) + " of the " +
+                   std::to_string(configured) + " drives that are configured");
+    }
   }
   if (db.get_system().webgui_adminpasswd.empty()) {
     to.push_back("The web interface has no administration password");

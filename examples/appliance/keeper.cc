@@ -94,6 +94,8 @@ void Keeper::save_state(time_t now) {
   state_["log"] = std::filesystem::absolute(options_.log).string();
   state_["names"] = own_names(db);
   state_["system"] = system(db, machine_);
+  const util::value_struct pins = board(machine_);
+  if (!pins.empty()) state_["board"] = pins;
   state_["history"] = history_.value(now, uptime());
   state_["interfaces"] = interfaces(db, machine_);
   state_["disks"] = disks(db);

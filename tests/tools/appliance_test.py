@@ -520,6 +520,14 @@ class Appliance(Page):
         self.change("log-since", "12026-05-01T13:44")
         self.until_text("#log-found", "The log cannot be searched: The search has a time that is not")
 
+    def test_board_is_shown_by_words(self):
+        self.show()
+        self.assertEqual(["normal", "2 of 2 fitted"], self.browser.texts("#board .tag.good"))
+        self.keep({**self.state, "board": {"revision": 3, "drives": 1, "temperature": "too high"}})
+        until(lambda: self.browser.texts("#board .tag.bad") == ["too high", "1 of 2 fitted"], "bad tags")
+        self.keep({name: self.state[name] for name in self.state if name != "board"})
+        self.until_text("#board", "This machine has no board whose lines could be read")
+
     def test_top_says_whether_all_is_well(self):
         self.show()
         self.assertEqual("1 warning to see to", self.browser.text("#verdict"))
@@ -668,10 +676,11 @@ def sample_state(log):
         "log": log, "names": ["127.0.0.1"],
         "system": {"hostname": "nas", "domain": "home.arpa", "platform": "zeb2",
                    "description": "Files of the household", "timezone": "Europe/Zurich",
-                   "kernel": "Linux 6.1.0", "board": "revision 3, 2 drives, temperature normal", "processors": 1,
+                   "kernel": "Linux 6.1.0", "processors": 1,
                    "zone": "CEST", "utc_offset": 7200,
                    "uptime": 1023450.0, "memory_total": 262144000.0, "memory_free": 91750400.0,
                    "load": [0.42, 0.38, 0.31]},
+        "board": {"revision": 3, "drives": 2, "temperature": "normal"},
         "history": {"boot": "1", "uptime": [int(now - age) % 100000 for age in ages],
                     "time": [utc(now - age) for age in ages],
                     "load": [0.8 * each for each in wave(23)],

@@ -18,8 +18,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -102,6 +104,7 @@ class State {
   value_struct& volume(size_t index) { return list_.vectorForKey("volumes", false).at(index); }
   value_array& interfaces() { return list_.vectorForKey("interfaces", false); }
   value_struct& means(const char* of) { return list_.mapForKey("history", false)[of]; }
+  value_struct& board() { return list_.mapForKey("board", false); }
   std::string text(const char* key) { return list_.stringForKey(key); }
 
  private:
@@ -590,6 +593,76 @@ TEST_F(NasdTest, SaysWhetherAnInterfaceIsUp) {
     State state(fresh);
     for (value_struct& each : state.interfaces()) EXPECT_FALSE(each["up"]);
   });
+}
+
+namespace {
+
+// The kernel's register file, which asks for each read anew. Only for a child process: there is
+// nothing else in its /proc.
+class Board {
+ public:
+  explicit Board(const std::string& lines) : file_("/proc/resource_dump") {
+    support::mount_memory("/proc", "size=64k");
+    EXPECT_EQ(0, mkfifo(file_.c_str(), 0600));
+    std::thread([file = file_, lines] {
+      for (;;) {
+        std::string request;
+        std::getline(std::ifstream(file), request);
+        std::ofstream(file) << (request == "register  r 00010110" ? lines : "");
+      }
+    }).detach();
+  }
+
+ private:
+  std::string file_;
+};
+
+}  // namespace
+
+TEST(Nasd, WarnsOfWhatTheBoardSays) {
+  if (!support::namespaces_work()) GTEST_SKIP() << "no mount namespaces here: there is no board";
+  const auto disk = [](const std::string& name) {
+    return "<disk><device>" + name +
+           "</device><inactivityperiod>0</inactivityperiod><lastselftest>0</lastselftest></disk>";
+  };
+  std::string document = configuration("");
+  document.replace(document.find("</system>"), 0,
+                   "<hdparams>" + disk("sda") + disk("sdb") + "</hdparams>");
+  const struct {
+    const char* lines;
+    const char* temperature;
+    std::vector<std::string> warnings;
+  } rows[] = {
+      {"800010",  "normal",  {}                                                                             },
+      {"1800010", "raised",  {"The board is getting warm"}                                                  },
+      {"3800000",
+       "too high",           {"The board is too hot", "The board has 1 of the 2 drives that are configured"}},
+      {"2800010", "unknown", {"The board's temperature lines contradict each other"}                        },
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.lines);
+    support::in_child([&] {
+      const TempDir dir;
+      dir.write("config", document);
+      const Board board(row.lines);
+      Nasd(dir, {"--cycles", "1", "--cycle", "20"}).status();
+      State state(dir);
+      EXPECT_EQ(row.temperature, std::string(state.board()["temperature"]));
+      std::vector<std::string> warnings = state.warnings();
+      for (const char* missing : {"a", "b"}) {  // this machine need not have them
+        const std::string text = std::string("Disk sd") + missing + " is not in this machine";
+        warnings.erase(std::remove(warnings.begin(), warnings.end(), text), warnings.end());
+      }
+      EXPECT_EQ(row.warnings, warnings);
+    });
+  }
+}
+
+TEST(Nasd, SaysNothingOfABoardThatIsNotThere) {
+  if (access("/proc/resource_dump", F_OK) == 0) GTEST_SKIP() << "this is such a board";
+  const TempDir dir;
+  Nasd(dir, {"--cycles", "1", "--cycle", "20"}).status();
+  EXPECT_THROW(State(dir).board(), util::unknown_key);
 }
 
 // The clock of a board without a battery begins in 1970 and is set soon after.

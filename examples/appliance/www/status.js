@@ -261,7 +261,6 @@ const showSystem = (system) => show('system', system, () => {
       ['Kernel', system.kernel],
       ['Platform', system.platform],
       ['Time zone', [system.timezone, system.zone && `(${system.zone})`].filter(Boolean).join(' ')],
-      ['Board', system.board],
     ]),
     make('div', { class: 'tall' },
          make('dt', {}, 'Memory'),
@@ -280,6 +279,19 @@ const showDisks = (disks) => show('disks', disks, () => disks.map((disk) => row(
   [quiet([disk.size ? bytes(disk.size) : null,
           disk.inactivityperiod > 0 ? `sleeps after ${disk.inactivityperiod} min` : 'never sleeps',
          ].filter(Boolean).join(', '))])));
+
+const lamp = (text, good) => make('span', { class: `tag ${good ? 'good' : 'bad'}` },
+  make('span', { class: 'lamp', 'aria-hidden': true }), text);
+
+// What the board's lines say; it has none for its fan.
+const showBoard = (board, disks) => show('board', [board, disks.length], () => {
+  if (!board) return [make('li', {}, quiet('This machine has no board whose lines could be read'))];
+  const { revision, drives, temperature } = board;
+  return [row([make('strong', {}, 'Temperature'), lamp(temperature, temperature === 'normal')], []),
+          row([make('strong', {}, 'Drives'),
+               lamp(`${drives} of ${disks.length} fitted`, drives >= disks.length)],
+              [quiet(`board of revision ${revision}`)])];
+});
 
 const showVolumes = (volumes) => show('volumes', volumes, () => volumes.map((volume) => row(
   [make('strong', {}, volume.folder),
@@ -510,6 +522,7 @@ const showState = (state) => {
   shownState = state;
   showGraphs();
   showDisks(state.disks);
+  showBoard(state.board, state.disks);
   showVolumes(state.volumes);
   showInterfaces(state.interfaces);
   showShares(state.shares);
