@@ -28,12 +28,10 @@ if(NOT NASUTIL_SYSTEM_TICPP)
   install(FILES ticpp/ticpp.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/nasutil" COMPONENT dev)
 endif()
 
-if(nasutil_service_targets)
-  install(PROGRAMS scripts/new-daemon DESTINATION "${CMAKE_INSTALL_BINDIR}" RENAME nas-new-daemon
-          COMPONENT dev)
-  install(FILES scripts/nas-new-daemon.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT dev)
-  install(DIRECTORY examples/template DESTINATION "${CMAKE_INSTALL_DATADIR}/nasutil" COMPONENT dev)
-endif()
+install(PROGRAMS scripts/new-daemon DESTINATION "${CMAKE_INSTALL_BINDIR}" RENAME nas-new-daemon
+        COMPONENT dev)
+install(FILES scripts/nas-new-daemon.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT dev)
+install(DIRECTORY examples/template DESTINATION "${CMAKE_INSTALL_DATADIR}/nasutil" COMPONENT dev)
 install(FILES share/nas_conf_db.rng DESTINATION "${CMAKE_INSTALL_DATADIR}/nasutil" COMPONENT dev)
 
 configure_package_config_file(
