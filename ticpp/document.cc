@@ -6,6 +6,7 @@
 #include "ticpp/tree.h"
 #include "util/internal/owners.h"
 
+#include <stdio_ext.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -112,10 +113,9 @@ class Check {
   }
 
   static void name(const std::string& name) {
-    if (name.empty() || !starts_name(name[0]) ||
-        !std::all_of(name.begin(), name.end(), continues_name)) {
-      throw Exception("'" + name + "' is not a name");
-    }
+    bool valid = !name.empty() && starts_name(name[0]);
+    for (const char c : name) valid = valid && continues_name(c);
+    if (!valid) throw Exception("'" + name + "' is not a name");
   }
 
   // The parser would take the markup after the text for the rest of the character.
@@ -146,6 +146,7 @@ void print(const std::string& file, const TiXmlNode& document, bool byte_order_m
   errno = 0;
   util::File stream(fopen(file.c_str(), "w"));
   if (stream != nullptr) {
+    __fsetlocking(stream.get(), FSETLOCKING_BYCALLER);  // nobody else has it
     if (byte_order_mark) fputs(kByteOrderMark, stream.get());
     document.Print(stream.get(), 0);
     const bool written = fflush(stream.get()) == 0 && ferror(stream.get()) == 0;

@@ -34,7 +34,8 @@ class Scan {
 
   const char* skip_blanks(const char* at) const {
     for (;;) {
-      if (isspace(static_cast<unsigned char>(*at)) != 0) {
+      while (*at == ' ') ++at;  // as lines mostly begin
+      if (is_blank(*at)) {
         ++at;
       } else if (utf8_ && starts_with_mark(at)) {
         at += 3;
@@ -134,7 +135,9 @@ class Scan {
 
   // To `end`. A character cut short takes the bytes after it, markup or not.
   const char* characters(const char* at, char end) const {
-    while (at != nullptr && *at != '\0' && *at != end) {
+    while (at != nullptr) {
+      while (static_cast<signed char>(*at) > '>') ++at;  // letters, which most texts consist of
+      if (*at == '\0' || *at == end) break;
       if (*at == '&' && at[1] == '#' && at[2] != '\0') {
         at = reference(at);
       } else {

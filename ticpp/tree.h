@@ -6,7 +6,9 @@
 
 #include <deque>
 #include <memory>
+#include <new>
 #include <string>
+#include <type_traits>
 
 #include <tinyxml.h>
 
@@ -18,9 +20,9 @@ class Tree {
   // One for each node that was looked up; the node's user data points to it.
   Element* element(TiXmlElement* node) {
     if (node->GetUserData() == nullptr) {
-      node->SetUserData(&elements_.emplace_back(node, this));
+      node->SetUserData(new (&elements_.emplace_back()) Element(node, this));
     }
-    return static_cast<Kept*>(node->GetUserData());
+    return static_cast<Element*>(node->GetUserData());
   }
 
   // The text that the tree was read from, as the parser had it; empty once the tree was changed.
@@ -30,11 +32,8 @@ class Tree {
   std::unique_ptr<TiXmlDocument> counted;
 
  private:
-  struct Kept : Element {
-    Kept(TiXmlElement* node, Tree* tree) : Element(node, tree) {}
-  };
-
-  std::deque<Kept> elements_;
+  // Nothing to destroy: they do not own their nodes.
+  std::deque<std::aligned_storage_t<sizeof(Element), alignof(Element)>> elements_;
 };
 
 // Nodes that are made here carry the elements looked up below them.

@@ -9,6 +9,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include <ticpp.h>
@@ -123,7 +124,7 @@ class Decoder {
 
  private:
   struct Rule {
-    const char* name;
+    std::string_view name;
     Value (Decoder::*decode)(const ticpp::Element& e) const;
   };
   static const Rule kRules[];
@@ -212,7 +213,7 @@ class Decoder {
   const std::string& file_;
 };
 
-const Decoder::Rule Decoder::kRules[] = {
+constexpr Decoder::Rule Decoder::kRules[] = {
     {_DICT,    &Decoder::dict   },
     {_ARRAY,   &Decoder::array  },
     {_STRING,  &Decoder::string },
