@@ -158,7 +158,7 @@ TEST_F(SaveDurably, SyncsTheFileBeforeItIsSeenAndTheFolderAfter) {
   const std::string own = x + "." + std::to_string(getpid());
   EXPECT_THAT(recorder.calls(),
               ElementsAre("open " + dir.path(), "open " + own + ".0", "write", "fchown", "fchmod",
-                          "fsync", "link " + x + " " + own + ".0", "link " + x + " " + own + ".1",
+                          "fsync", "link " + x + " " + own + ".1",
                           "rename " + own + ".1 " + x + "~", "rename " + own + ".0 " + x, "fsync"));
 }
 

@@ -14,7 +14,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 namespace util {
 namespace {
@@ -24,14 +23,15 @@ void check(int result) {
   if (result < 0) throw system_exception();
 }
 
-// A name next to the file that `make` could create; what still has that name is removed at the end.
+// A name next to the file that `make` could create, numbered from `first`; what still has that name
+// is removed at the end.
 class OwnName {
  public:
   template <class Make>
-  OwnName(const std::string& file, Make make) {
+  OwnName(const std::string& file, int first, Make make) {
     constexpr int kAttempts = 1000;
     int result = -1;
-    for (int i = 0; result < 0 && i < kAttempts; ++i) {
+    for (int i = first; result < 0 && i < kAttempts; ++i) {
       name_ = file + "." + std::to_string(getpid()) + "." + std::to_string(i);
       result = make(name_.c_str());
       if (result < 0 && errno != EEXIST) break;
@@ -58,10 +58,6 @@ class OwnName {
   int made_ = -1;
 };
 
-struct CloseFolder {
-  void operator()(DIR* folder) const { closedir(folder); }
-};
-
 // "<digits>.<digits>", the first ones the id of a process that is gone.
 bool is_of_a_dead_process(const char* ending) {
   const char* const end = ending + strlen(ending);
@@ -76,16 +72,18 @@ bool is_of_a_dead_process(const char* ending) {
 }
 
 // Removes the names that killed processes have left of this file, as far as possible.
-void remove_leftovers(const std::string& folder, const std::string& file) {
-  const std::unique_ptr<DIR, CloseFolder> entries(opendir(folder.c_str()));
-  if (entries == nullptr) return;
-  const size_t slash = file.rfind('/');
-  const std::string start = (slash == file.npos ? file : file.substr(slash + 1)) + ".";
-  // Not readdir(), which refuses the inode numbers of large disks where a long has 32 bits.
-  while (const dirent64* const entry = readdir64(entries.get())) {
-    if (strncmp(entry->d_name, start.c_str(), start.size()) != 0) continue;
-    const char* const ending = entry->d_name + start.size();
-    if (is_of_a_dead_process(ending)) unlink((file + "." + ending).c_str());
+void remove_leftovers(int folder, const std::string& file) {
+  const std::string start = file.substr(file.rfind('/') + 1) + ".";  // npos + 1 is 0
+  alignas(dirent64) char entries[4096];
+  ssize_t size = 0;
+  while ((size = getdents64(folder, entries, sizeof entries)) > 0) {
+    for (const char* at = entries; at < entries + size;) {
+      const auto* const entry = reinterpret_cast<const dirent64*>(at);
+      at += entry->d_reclen;
+      if (strncmp(entry->d_name, start.c_str(), start.size()) != 0) continue;
+      const char* const ending = entry->d_name + start.size();
+      if (is_of_a_dead_process(ending)) unlink((file + "." + ending).c_str());
+    }
   }
 }
 
@@ -109,7 +107,7 @@ void take_over(const struct stat& old, int descriptor) {
 
 // A second name is renamed over the backup, so there is a backup at all times.
 void make_backup(const std::string& file, const std::string& backup) {
-  const OwnName second(file, [&file](const char* name) { return link(file.c_str(), name); });
+  const OwnName second(file, 1, [&file](const char* name) { return link(file.c_str(), name); });
   check(rename(second.get(), backup.c_str()));  // does nothing if both are one file already
 }
 
@@ -118,12 +116,12 @@ void make_backup(const std::string& file, const std::string& backup) {
 void replace_file(const std::string& file, const std::string& backup, const std::string& former,
                   const std::function<void(int)>& write) {
   const Descriptor folder(open(folder_of(file).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  remove_leftovers(folder_of(file), file);
+  remove_leftovers(folder.number(), file);
   struct stat old = {};
   const bool existed = find(file, old);
   const bool has_owner = existed || find(backup, old);
   const mode_t mode = has_owner ? 0600 : 0666;  // nobody else reads it before it has its owner
-  OwnName fresh(file, [mode](const char* name) {
+  OwnName fresh(file, 0, [mode](const char* name) {
     return open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
   });
   Descriptor written(fresh.made());
