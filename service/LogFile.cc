@@ -85,6 +85,11 @@ OpenFile open_log(const std::string& path, int how, const LogFileOptions& option
   return log;
 }
 
+char* put(char* to, std::string_view text) {
+  memcpy(to, text.data(), text.size());
+  return to + text.size();
+}
+
 bool write_all(int descriptor, const char* bytes, size_t size) {
   while (size > 0) {
     const ssize_t written = write(descriptor, bytes, size);
@@ -377,9 +382,7 @@ void LogFile::Impl::publish_in_handler(const char* where, const char* message) n
 // Returns the size of the entry, or 0 where there is no room for it.
 size_t LogFile::Impl::append(std::string_view where, std::string_view category, const char* format,
                              va_list args) {
-  const std::string_view pieces[] = {time_.view(), " ", where, "\n", category, ": "};
-  size_t head = 0;
-  for (const std::string_view piece : pieces) head += piece.size();
+  const size_t head = time_.view().size() + where.size() + category.size() + strlen(" \n: ");
   for (size_t message = 0;;) {
     if (!make_room(head + message + 1)) return 0;
     char* to = buffer_.get() + used_;
@@ -391,10 +394,13 @@ size_t LogFile::Impl::append(std::string_view where, std::string_view category, 
     if (length < 0) length = snprintf(to + head, room, "%s", format);  // it cannot be formatted
     message = static_cast<size_t>(length);
     if (message >= room) continue;
-    for (const std::string_view piece : pieces) {
-      memcpy(to, piece.data(), piece.size());
-      to += piece.size();
-    }
+    to = put(to, time_.view());
+    *to++ = ' ';
+    to = put(to, where);
+    *to++ = '\n';
+    to = put(to, category);
+    *to++ = ':';
+    *to++ = ' ';
     to[message] = '\n';  // in the place of the end
     const size_t size = head + message + 1;
     ends_.push_back(used_ + size);
