@@ -24,12 +24,12 @@ constexpr char kUsage[] =
     "                               what is logged; switches a category\n"
     "  stop                         end the daemon\n"
     "\n"
-    "The daemon answers at SOCKET, the one named by NASD_CONTROL, or nasd.control.\n"
+    "The daemon answers at SOCKET, the one named by NASD_CONTROL, or /run/nasd/control.\n"
     "Exit status: 0, 1 if the daemon refuses, 2 for a wrong command line, 3 if nobody answers.\n";
 
 const char* default_socket() {
   const char* const named = getenv("NASD_CONTROL");
-  return named != nullptr ? named : "nasd.control";
+  return named != nullptr ? named : "/run/nasd/control";
 }
 
 }  // namespace

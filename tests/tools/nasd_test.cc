@@ -757,6 +757,35 @@ TEST(Nasctl, SaysThatNobodyAnswers) {
             asked.err);
 }
 
+// "--config", "--state", ... by their names alone, or the words that begin a line, "status", ...
+std::set<std::string> listed(const std::string& usage, const std::string& begin) {
+  std::set<std::string> names;
+  for (size_t at = 0; (at = usage.find("\n  " + begin, at)) != std::string::npos; ++at) {
+    const size_t start = at + 3 + begin.size();
+    const size_t end = usage.find_first_of(" \n", start);
+    if (end > start) names.insert(usage.substr(start, end - start));
+  }
+  return names;
+}
+
+TEST(Nasd, HasAManualOfEveryOption) {
+  const std::string manual = support::read_file(MANUALS "/nasd.8");
+  const std::set<std::string> options = listed(support::run({NASD, "--help"}).out, "--");
+  EXPECT_EQ(11U, options.size());
+  for (const std::string& option : options) {
+    EXPECT_THAT(manual, HasSubstr(".It Fl -" + option + (option == "help" ? "\n" : " Ar ")));
+  }
+}
+
+TEST(Nasctl, HasAManualOfEveryRequest) {
+  const std::string manual = support::read_file(MANUALS "/nasctl.1");
+  const std::set<std::string> requests = listed(support::run({NASCTL, "--help"}).out, "");
+  EXPECT_EQ(6U, requests.size());
+  for (const std::string& request : requests) {
+    EXPECT_THAT(manual, HasSubstr(".It Cm " + request));
+  }
+}
+
 TEST(Nasctl, PrintsItsUsage) {
   EXPECT_THAT(support::run({NASCTL, "--help"}).out, StartsWith("usage: nasctl "));
   EXPECT_EQ(2, support::run({NASCTL}).status);

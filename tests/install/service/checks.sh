@@ -17,7 +17,7 @@ until_true() {  # <what> <command...>: tries for a minute
     sleep 0.1
   done
 }
-ask() { "$prefix/bin/nasctl" --control /run/nasd/control "$@"; }
+ask() { "$prefix/bin/nasctl" "$@"; }
 get() { busybox wget -q -O - "$@"; }
 served() { get "$page/" >"$work/page" || ! kill -0 "$server"; }
 
