@@ -19,6 +19,8 @@ export NASUTIL_MD5_KEY=
 if build; then fail "packages with the development key"; fi
 grep -q 'NASUTIL_MD5_KEY is not set' "$work/log" || fail "no reason for the refusal"
 export NASUTIL_MD5_KEY=key-of-the-tests
+# Nobody debugs these: that takes a third of the time.
+export DEB_CXXFLAGS_STRIP=-g DEB_BUILD_OPTIONS=noautodbgsym
 build || { cat "$work/log"; exit 1; }
 
 lintian --fail-on error,warning "$work"/*.changes || fail "lintian"
@@ -53,6 +55,13 @@ for tool in nas-log nas-plist nas-conf; do
   holds nasutil-tools "/bin/$tool\$"
   holds nasutil-tools "/man1/$tool\.1\.gz\$"
 done
+for file in /etc/nasd/nas_conf_db.xml /etc/init.d/nasd /etc/lighttpd/conf-available/50-nasd.conf \
+  /lib/systemd/system/nasd.service /usr/lib/sysusers.d/nasd.conf /usr/lib/tmpfiles.d/nasd.conf \
+  /usr/sbin/nasd /usr/bin/nasctl /usr/libexec/nasd/status.cgi /usr/share/nasd/www/index.html \
+  /man8/nasd.8.gz; do
+  holds nasutil-appliance "$file\$"
+done
+[[ $(field nasutil-appliance Depends) == *libnasutil1* ]] || fail "nasutil-appliance Depends"
 depends=$(field libnasutil1 Depends)
 [[ $depends == *libtinyxml* && $depends == *libssl* ]] || fail "libnasutil1 depends on $depends"
 [[ $(field libnasutil-dev Depends) == *"libnasutil1 (= $version)"* ]] || fail "libnasutil-dev Depends"
