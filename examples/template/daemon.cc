@@ -41,7 +41,7 @@ static int serve(const std::string& state, const std::string& logs, const std::s
   loop.addEvent(&watchdog);
   service::notify("READY=1");
   UTIL_LOG(log, util::INFO, "started");
-  loop.run(1000);
+  loop.run(500);
   UTIL_LOG(log, util::INFO, "stopped");
   return 0;
 }
