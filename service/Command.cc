@@ -22,15 +22,15 @@ namespace {
 
 constexpr size_t kPart = 16384;  // bytes read at a time
 
-// What is handed to the program must not lie where its standard streams will be, as it does in a
-// daemon that has closed its own.
+// A daemon that has closed its standard streams gets their numbers for other descriptors. What is
+// handed to the program must have another number, since its streams will be there.
 Descriptor above_streams(Descriptor from) {
   if (from.number() > STDERR_FILENO) return from;
   return Descriptor(fcntl(from.number(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1),
                     "cannot duplicate a descriptor");
 }
 
-// A file in memory, so that a program that does not read it keeps nobody waiting.
+// A file in memory: writing to it does not block even if the program never reads.
 Descriptor file_of(const std::string& text) {
   const char* const what = "cannot make a standard input";
   if (text.empty()) return above_streams(Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC), what));
@@ -70,7 +70,7 @@ class Actions {
   posix_spawn_file_actions_t actions_;
 };
 
-// All signals as they are in a new process, a process group of its own.
+// Gives the child a process group of its own and the default handling of all signals.
 class Attributes {
  public:
   Attributes() {
@@ -94,7 +94,7 @@ class Attributes {
   posix_spawnattr_t attributes_;
 };
 
-// Texts as the system takes them. The vector keeps them.
+// The texts as a null-terminated array for the system. The vector still owns them.
 std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<char*> all;
   all.reserve(texts.size() + 1);
@@ -126,8 +126,8 @@ pid_t spawn(const Command& command, const Descriptor (&streams)[3]) {
 
 }  // namespace
 
-// A program that runs. Lives until it has ended, also when its Process has gone, so that its status
-// is collected.
+// A running program. Lives until the program has ended, even if its Process is gone, so that its
+// status is collected.
 class UTIL_HIDDEN Process::Run : public std::enable_shared_from_this<Run> {
  public:
   using Done = std::function<void(const Command::Result&)>;
@@ -142,7 +142,7 @@ class UTIL_HIDDEN Process::Run : public std::enable_shared_from_this<Run> {
   pid_t process() const { return process_; }
 
  private:
-  // What the program writes to.
+  // One of the streams that the program writes to.
   struct Stream {
     std::string& kept;
     Command::Line on_line;
@@ -200,7 +200,7 @@ void Process::Run::start(const Command& command) {
   }
 }
 
-// What the callbacks captured is destroyed. One that runs is not among them, hand_on() has it.
+// Destroys what the callbacks captured, except for a running one, which hand_on() owns.
 void Process::Run::abandon() {
   abandoned_ = true;
   timer_.cancel();
@@ -212,7 +212,7 @@ void Process::Run::abandon() {
   kill_group(SIGKILL);
 }
 
-// Returns the program's end of it.
+// Returns the program's end of the pipe.
 Descriptor Process::Run::open(Stream& stream) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) < 0) throw_errno("cannot make a pipe");
@@ -234,7 +234,7 @@ ssize_t Process::Run::read(Stream& stream) {
   return size;
 }
 
-// No more than there is now: what the program left running may go on writing.
+// Reads only what is there now, since processes that the program left behind may go on writing.
 void Process::Run::read_rest(Stream& stream) {
   int left = 0;
   if (ioctl(stream.end.number(), FIONREAD, &left) < 0) left = 0;
@@ -278,7 +278,7 @@ void Process::Run::time_is_up() {
 }
 
 void Process::Run::ended(int status) {
-  if (result_.timed_out) kill_group(SIGKILL);  // what is left of it
+  if (result_.timed_out) kill_group(SIGKILL);  // the rest of the group
   process_ = 0;
   exit_.cancel();
   timer_.cancel();

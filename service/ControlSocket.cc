@@ -26,8 +26,8 @@ using util::utime_t;
 
 constexpr int kBacklog = 128;
 constexpr size_t kPart = 4096;   // bytes received at a time
-constexpr utime_t kPause = 100;  // milliseconds without accepting, where descriptors are used up
-constexpr char kEnd = '\0';      // of an answer
+constexpr utime_t kPause = 100;  // milliseconds without accepting once descriptors have run out
+constexpr char kEnd = '\0';      // ends an answer
 constexpr char kError[] = "error: ";
 constexpr size_t kErrorSize = sizeof kError - 1;
 
@@ -79,7 +79,7 @@ class File {
   const std::string path_;
 };
 
-// Throws if somebody listens to the socket, which stands for what is at `path`.
+// Throws if somebody listens at this address, which is that of `path`.
 void check_stale(const char* socket, const std::string& path) {
   struct stat found = {};
   if (lstat(socket, &found) == 0 && !S_ISSOCK(found.st_mode)) {
@@ -90,12 +90,13 @@ void check_stale(const char* socket, const std::string& path) {
   if (connect(probe.number(), Address(socket).get(), Address::size()) == 0) {
     throw AlreadyRunning(path, peer(probe).pid);
   }
-  if (errno == EAGAIN) throw AlreadyRunning(path, 0);  // It has no time for us.
+  if (errno == EAGAIN) throw AlreadyRunning(path, 0);  // It listens, but its queue is full.
   if (errno != ECONNREFUSED && errno != ENOENT) throw_errno("cannot connect to " + path);
 }
 
-// Another daemon that starts at the same time may put its own socket there at any moment: what is
-// removed is looked at once more under a name that no other process uses, and put back.
+// Another daemon that starts at the same time may put its own socket there at any moment. So the
+// socket is first renamed to a name that no other process uses, checked again, and put back if it
+// turns out to be live.
 void remove_stale(const std::string& path, const std::string& own) {
   check_stale(path.c_str(), path);
   const File aside(own + "~");
@@ -111,7 +112,7 @@ void remove_stale(const std::string& path, const std::string& own) {
   }
 }
 
-// Listens at a path as long as it lives.
+// A socket that listens at a path.
 class Listener {
  public:
   Listener(const std::string& path, const ControlOptions& options);
@@ -123,13 +124,13 @@ class Listener {
 
  private:
   const std::string path_;
-  const pid_t process_ = getpid();  // A forked child leaves the file alone.
+  const pid_t process_ = getpid();  // a forked child leaves the file alone
   const Descriptor socket_ = stream_socket();
   struct stat file_ = {};
 };
 
-// The socket appears at its path when it has its mode and listens, so that one there that does not
-// listen is a stale one.
+// The socket appears at its path only once it has its mode and listens, so one that does not listen
+// is stale.
 Listener::Listener(const std::string& path, const ControlOptions& options) : path_(path) {
   const std::string own = path + "." + std::to_string(getpid());
   const Address address(own);
@@ -158,7 +159,7 @@ bool is_shortage(int error) {
   return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
 }
 
-// False if the system refuses.
+// Returns false if accepting fails.
 bool change(Handle& handle, uint32_t events) {
   try {
     handle.change(events);
@@ -171,7 +172,7 @@ bool change(Handle& handle, uint32_t events) {
 std::string error_answer(const std::string& text) { return kError + text + "\n" + kEnd; }
 
 struct Client {
-  // Whether there is a line, or a part of one that is too long already.
+  // Whether there is a whole line, or one that is already too long.
   bool has_line(size_t limit) const { return length() < in.size() || length() > limit; }
   size_t length() const { return std::min(in.find('\n'), in.size()); }
   void refuse(const std::string& why);
@@ -182,7 +183,7 @@ struct Client {
   Request request;
   std::string in;
   std::string out;
-  bool ended = false;  // nothing more is received
+  bool ended = false;  // the client sends no more
   Handle ready;
   Handle patience;
 };
@@ -200,7 +201,7 @@ bool Client::receive() {
   if (size < 0) return errno == EAGAIN || errno == EINTR;
   in.append(part, static_cast<size_t>(size));
   ended = size == 0;
-  if (ended && !in.empty()) in += '\n';  // The last line may lack its line feed.
+  if (ended && !in.empty()) in += '\n';  // the last line may lack its line feed
   return true;
 }
 
@@ -259,7 +260,7 @@ class UTIL_HIDDEN ControlSocket::Server : public std::enable_shared_from_this<Se
 void ControlSocket::Server::accept() {
   const int number = accept4(listener_->socket(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
   if (number < 0 && is_shortage(errno)) return pause(errno);
-  if (number < 0) return;  // The client is gone already.
+  if (number < 0) return;  // the client has gone already
   Descriptor socket(number);
   short_of_descriptors_ = false;
   if (clients_.size() < options_.clients) {
@@ -275,7 +276,7 @@ void ControlSocket::Server::accept() {
   send(socket.number(), full.data(), full.size(), MSG_NOSIGNAL);
 }
 
-// The listening socket stays ready, and the loop would be called again and again.
+// Stops accepting for a while: the listening socket stays ready, so the loop would spin.
 void ControlSocket::Server::pause(int error) {
   if (!std::exchange(short_of_descriptors_, true)) {
     UTIL_LOG(util::logger::rootLogger(), util::WARNING, "%s cannot accept clients at present: %s",
@@ -305,7 +306,7 @@ void ControlSocket::Server::expect_request(const ClientPtr& client) {
   client->patience = loop_.after(options_.patience, [this, weak] { clients_.erase(weak.lock()); });
 }
 
-// The handler may destroy all of it.
+// The handler may destroy this object.
 void ControlSocket::Server::serve(const ClientPtr& client) {
   const std::shared_ptr<Server> self = shared_from_this();
   const bool stays = step(client);
@@ -314,8 +315,8 @@ void ControlSocket::Server::serve(const ClientPtr& client) {
   if (!stays || !change(client->ready, reads ? EPOLLIN : EPOLLOUT)) clients_.erase(client);
 }
 
-// At most one request, so that a client that sends many does not keep the others waiting. Returns
-// false if the client is done.
+// Answers at most one request, so that a client that sends many does not keep the others waiting.
+// Returns false if the client is done.
 bool ControlSocket::Server::step(const ClientPtr& client) {
   if (client->out.empty() && !client->has_line(options_.line) && !client->receive()) return false;
   if (client->out.empty() && client->has_line(options_.line)) answer(client);
@@ -380,7 +381,7 @@ class Connection {
 void Connection::open() {
   const Address address(path_);
   while (connect(socket_.number(), address.get(), Address::size()) < 0) {
-    if (errno == EAGAIN) {  // More clients wait to be accepted than may; nothing tells of a place.
+    if (errno == EAGAIN) {  // The queue is full, and nothing tells when there is room.
       wait(0);
     } else if (errno != EINTR) {
       fail(errno, "nobody answers");
@@ -388,7 +389,7 @@ void Connection::open() {
   }
 }
 
-// Waits for one of the events, for 10 ms where there is none.
+// Waits for one of the events, or for 10 ms if there are none to wait for.
 void Connection::wait(short events) {
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end_ - Clock::now());
   if (left.count() <= 0) fail(ETIMEDOUT, "no answer in time");
@@ -399,7 +400,7 @@ void Connection::wait(short events) {
   }
 }
 
-// A daemon that refuses the client may have ended the connection before it has read all.
+// A daemon that refuses the client may close the connection before reading all of the request.
 void Connection::send(const std::string& line) {
   for (size_t sent = 0; sent < line.size();) {
     const ssize_t size =

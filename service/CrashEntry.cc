@@ -27,7 +27,7 @@ const struct {
     {SIGABRT, "SIGABRT"},
 };
 
-// What the handler needs; there is one for the process.
+// What the handler needs. There is one per process.
 LogFile* file_at_hand = nullptr;
 const util::logger* log_at_hand = nullptr;
 const util::SuperLoop* loop_at_hand = nullptr;
@@ -55,8 +55,8 @@ void write_entry(const char* signal, const siginfo_t& info) {
   file_at_hand->publish_in_handler("service::CrashEntry", text.c_str());
 }
 
-// A fault comes again when this returns, and then meets the handler before. A signal that was sent
-// is sent again, as it was; it waits until this returns.
+// A fault occurs again when this returns, and then meets the earlier handler. A signal that another
+// process sent is sent again with the same information; it stays pending until this returns.
 void on_crash(int number, siginfo_t* info, void*) {
   const int error = errno;
   size_t at = 0;

@@ -20,8 +20,8 @@ void pause() {
   nanosleep(&time, nullptr);
 }
 
-// Whether the open file still bears this name. Whoever lets go of a lock removes the name first, so
-// that what waited for it holds a file that nobody else will find.
+// Whether the open file still has this name. Releasing a lock removes the file first, so whoever
+// waited for the lock may hold a file that nobody else can find.
 bool bears_name(int descriptor, const std::string& name) {
   struct stat open = {};
   struct stat named = {};
@@ -46,10 +46,10 @@ FileLock::~FileLock() {
   close(descriptor_);
 }
 
-// False where another holds the lock.
+// Returns false if another holds the lock.
 bool FileLock::take(const std::string& file) {
   while (true) {
-    // Readable by all: a lock that root holds must not look like a failure to a daemon.
+    // Readable by all, so that a daemon can wait for a lock that root holds.
     const int descriptor =
         open(name_.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644);
     const bool locked = descriptor >= 0 && flock(descriptor, LOCK_EX | LOCK_NB) == 0;

@@ -18,14 +18,15 @@ std::string holder(pid_t process) {
   return process > 0 ? "process " + std::to_string(process) : "another process";
 }
 
-// The files that this process has locked. Asked before a file is opened: the system would give the
-// process the same lock twice, and takes it away when any descriptor of the file is closed.
+// The files that this process has locked. It is checked before a file is opened, since the system
+// would grant the same process the lock again, and drop it when any descriptor of the file is
+// closed.
 using File = std::pair<dev_t, ino_t>;
-std::mutex mutex;  // held while locks are taken and given back
+std::mutex mutex;  // held while locks are taken and released
 
 std::set<File>& locked_files() {
   static std::set<File> files;
-  static pid_t owner = 0;  // A forked child inherits the list, but no lock.
+  static pid_t owner = 0;  // a forked child inherits the list, but no lock
   if (std::exchange(owner, getpid()) != getpid()) files.clear();
   return files;
 }

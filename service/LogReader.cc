@@ -20,7 +20,7 @@ constexpr size_t kReadSize = size_t{128} << 10;
 constexpr size_t kTailSize = 256;
 constexpr std::string_view kRotationNotice = "rotating log file\n";
 
-// The digits of a time stamp and the highest number they may form.
+// The shape of a time stamp, and the range of each of its numbers.
 constexpr std::string_view kTimeShape = "dddd-dd-ddTdd:dd:dd";
 constexpr size_t kDateSize = 10;
 struct Field {
@@ -58,7 +58,7 @@ bool begins_entry(std::string_view text) {
          text[kTimeShape.size()] == ' ' && is_time(text.substr(0, kTimeShape.size()));
 }
 
-// Where the last entry begins within the line, but not at its start; 0 where none does.
+// Where the last entry within the line begins, one at its start left out; 0 if there is none.
 size_t last_entry_within(std::string_view line) {
   size_t last = 0;
   for (size_t at = line.find('T', kDateSize + 1); at != line.npos; at = line.find('T', at + 1)) {
@@ -73,7 +73,7 @@ bool ends_with_notice(std::string_view text) {
   return text.substr(at) == kRotationNotice && (at == 0 || text[at - 1] == '\n');
 }
 
-// The category's name within the text of an entry; a null view where there is none.
+// The category's name within the text of an entry; a null view if it has none.
 std::string_view category_of(std::string_view text) {
   const size_t header = text.find('\n');
   if (header == text.npos) return {};
@@ -151,7 +151,7 @@ void LogReader::stop() {
   descriptor_ = -1;
 }
 
-// Reads on. False at the end of the file.
+// Reads more. Returns false at the end of the file.
 bool LogReader::refill() {
   if (descriptor_ < 0) return false;
   std::copy(data_.begin() + static_cast<std::ptrdiff_t>(begin_),
@@ -161,7 +161,8 @@ bool LogReader::refill() {
   if (glued_ > 0) glued_ -= begin_;
   begin_ = 0;
 
-  const size_t more = std::max(kReadSize, end_);  // a long line is not searched again and again
+  const size_t more =
+      std::max(kReadSize, end_);  // so that a long line is not searched over and over
   if (data_.size() < end_ + more) data_.resize(end_ + more);
   const ssize_t got = read(descriptor_, data_.data() + end_, more);
   if (got < 0 && errno != EINTR) {
@@ -179,7 +180,7 @@ bool LogReader::refill() {
   return true;
 }
 
-// Where the entry at begin_ ends; npos where that is not known yet.
+// Where the entry at begin_ ends; npos if that is not known yet.
 size_t LogReader::find_end() {
   while (true) {
     const std::string_view rest(data_.data() + scanned_, end_ - scanned_);
@@ -188,7 +189,7 @@ size_t LogReader::find_end() {
     if (size == rest.npos) return rest.npos;
     const std::string_view line = rest.substr(0, size);
     if (glued_ > 0 && line.find(": ") != line.npos) {
-      --lines_;  // It goes on behind `glued_`.
+      --lines_;  // the line continues after `glued_`
       return glued_;
     }
     const size_t within = last_entry_within(line);
@@ -220,10 +221,10 @@ void LogReader::take(size_t end, LogEntry& to) {
 
 namespace {
 
-// Adds the entries at the end of a file; what stands before the first is the rest of one.
+// Adds the entries at the end of a file. What comes before the first is the rest of one.
 void add_tail(const std::string& path, std::vector<LogEntry>& to) {
   constexpr off_t kTail = 65536;
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a FIFO too
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // it may be a FIFO
   if (descriptor < 0) return;
   LogReader reader(path, descriptor);
   struct stat found = {};

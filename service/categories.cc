@@ -27,7 +27,7 @@ std::vector<std::string> items(const std::string& list) {
   return all;
 }
 
-// Levels share bits: what disabling one takes from those before it is given back.
+// Levels share bits, so disabling one must not take any from those that stay enabled.
 void disable(util::logger& log, const util::category& c) {
   const util::category* kept = nullptr;
   for (const util::category* const level : {&util::WARNING, &util::INFO, &util::DEBUG}) {

@@ -45,7 +45,7 @@ class Parser {
 
   size_t taken() const { return path_.size() - rest_.size(); }
 
-  // A key, up to the "/" or "[" behind it.
+  // Reads a key, up to the next "/" or "[".
   std::string take_key() {
     std::string key;
     while (!rest_.empty() && rest_[0] != '/' && rest_[0] != '[') {
@@ -58,7 +58,7 @@ class Parser {
     return key;
   }
 
-  // "[2]".
+  // Reads an index, "[2]".
   size_t take_number() {
     size_t number = 0;
     const char* const end = rest_.data() + rest_.size();
@@ -85,7 +85,7 @@ const util::Value* element(const util::value_array& elements, size_t number) {
   return number < elements.size() ? &elements[number] : nullptr;
 }
 
-// What the step leads to; null where there is nothing.
+// What the step leads to, or null.
 const util::Value* next(const util::Value& from, const Step& step) {
   if (from.get_type() != (step.is_element ? util::ARRAY : util::STRUCT)) return nullptr;
   return step.is_element ? element(from, step.number) : entry(from, step.key);
@@ -97,7 +97,7 @@ const util::Value* follow(const util::value_struct& list, const Steps& steps, si
   return at;
 }
 
-// Why a step cannot be made from what there is, null standing for nothing; empty if it can.
+// Why the step cannot be taken from this value, which is null if it is missing; empty if it can.
 std::string obstacle(const util::Value* from, const Step& step, const std::string& before) {
   const bool nothing = from == nullptr || from->get_type() == util::VOID;
   if (!nothing && from->get_type() != (step.is_element ? util::ARRAY : util::STRUCT)) {

@@ -22,7 +22,7 @@ bool notify(const std::string& state) {
   const size_t size = strlen(path);
   if (size >= sizeof to.sun_path) throw util::system_exception(ENAMETOOLONG);
   memcpy(to.sun_path, path, size);
-  if (*path == '@') to.sun_path[0] = '\0';  // an abstract address, which no file stands for
+  if (*path == '@') to.sun_path[0] = '\0';  // an abstract address, without a file
   const Descriptor from(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   const timeval patience = {0, 100000};
   setsockopt(from.number(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);

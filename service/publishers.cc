@@ -19,7 +19,7 @@ namespace {
 
 constexpr size_t kMostKept = 4096;
 constexpr size_t kMostPositions = 1000;
-constexpr int kNoMemory = -1;  // a logging call has nobody to tell
+constexpr int kNoMemory = -1;  // nobody catches exceptions of a logging call
 
 std::string formatted(const char* format, va_list args) {
   char text[1024];
@@ -27,7 +27,7 @@ std::string formatted(const char* format, va_list args) {
   va_copy(again, args);
   const int length = vsnprintf(text, sizeof text, format, again);
   va_end(again);
-  if (length < 0) return format;  // it cannot be formatted
+  if (length < 0) return format;  // formatting failed
   const auto size = static_cast<size_t>(length);
   if (size < sizeof text) return {text, size};
   std::string longer(size, '\0');
@@ -57,7 +57,7 @@ class Inside {
   bool& flag_;
 };
 
-// The length of the longest piece of at most `most` bytes that ends between two characters.
+// The length of the longest prefix of at most `most` bytes that does not split a character.
 size_t piece_size(std::string_view text, size_t most) {
   if (text.size() <= most) return text.size();
   size_t size = 0;
@@ -81,7 +81,7 @@ std::string made_visible(const std::string& text) {
   for (const char* at = text.data(); at < end;) {
     const Utf8Piece piece = utf8_piece(at, end);
     const auto byte = static_cast<unsigned char>(*at);
-    // The control characters beyond ASCII, U+0080 to U+009F, begin with C2.
+    // In UTF-8, the control characters U+0080 to U+009F begin with C2.
     const bool is_control =
         byte < 0x20 || byte == 0x7F || (byte == 0xC2 && static_cast<unsigned char>(at[1]) < 0xA0);
     if (piece.valid && (!is_control || byte == '\t')) {
@@ -178,7 +178,7 @@ struct RepeatLimit::Position {
 };
 
 struct RepeatLimit::Positions {
-  // By where, category and format.
+  // Keyed by function, category and format.
   std::map<std::tuple<std::string, std::string, std::string>, Position> all;
   time_t looked_at = 0;
 };
@@ -217,7 +217,7 @@ void RepeatLimit::flush() {
   to_->flush();
 }
 
-// A clock that was set back ends the time, too.
+// The period also ends if the clock was set back.
 void RepeatLimit::tell_what_is_over(time_t now) {
   if (now == positions_->looked_at) return;
   positions_->looked_at = now;

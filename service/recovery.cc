@@ -18,7 +18,7 @@ namespace {
 
 std::string backup_of(const util::PropertyList& list) { return list.path() + "~"; }
 
-// False, and changes nothing, where the backup is missing or cannot be loaded.
+// Returns false, and changes nothing, if the backup is missing or cannot be loaded.
 bool load_backup(util::PropertyList& list) try {
   util::PropertyList backup(backup_of(list));
   if (!backup.exists()) return false;
@@ -29,7 +29,7 @@ bool load_backup(util::PropertyList& list) try {
   return false;
 }
 
-// A failed system call: throws with the errno of the moment.
+// Throws with the present errno if a system call has failed.
 void check(int result) {
   if (result < 0) throw util::system_exception();
 }
@@ -45,15 +45,15 @@ std::string folder_of(const std::string& file) {
   return file.substr(0, slash == 0 ? 1 : slash);
 }
 
-// The steps of restore(). Between moving the one away and giving the other its name, load() finds
-// the backup.
+// The steps of restore(). Between the renaming of the old file and the linking of the backup,
+// load() finds the backup.
 void make_file(const std::string& backup, const std::string& file) {
   struct stat good = {};
   struct stat old = {};
   check(stat(backup.c_str(), &good));
   const bool existed = lstat(file.c_str(), &old) == 0;
   if (existed && old.st_ino == good.st_ino && old.st_dev == good.st_dev) return;
-  sync(backup);  // save() has left this to the system
+  sync(backup);  // save() leaves that to the system
   if (existed) check(rename(file.c_str(), (file + ".replaced").c_str()));
   check(link(backup.c_str(), file.c_str()));
   sync(folder_of(file));

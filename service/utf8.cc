@@ -7,8 +7,8 @@
 namespace service {
 namespace {
 
-// The characters of one length, by their first byte; the second byte has bounds of its own, which
-// keep out overlong forms, surrogates and what is beyond the last character.
+// The characters of one length, by their first byte. The second byte has bounds of its own, which
+// exclude overlong forms, surrogates and anything beyond the last character.
 struct Form {
   unsigned char first, last;
   unsigned char second_from, second_to;
@@ -51,7 +51,7 @@ Utf8Piece utf8_piece(const char* at, const char* end) {
 bool is_utf8(const std::string& text) {
   const char* const end = text.data() + text.size();
   for (const char* at = text.data(); at != end;) {
-    if (byte_at(at) < 0x80) {  // most are
+    if (byte_at(at) < 0x80) {  // as most are
       ++at;
       continue;
     }

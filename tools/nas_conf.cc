@@ -28,19 +28,19 @@ namespace {
 
 constexpr char kUsage[] =
     R"(usage: nas-conf COMMAND [OPTION]... FILE...
-Looks into the configuration document of an appliance. FILE "-" is standard input.
+Shows and checks the configuration document of an appliance. FILE "-" is standard input.
 
-  show FILE...      prints what the document says, as an outline
+  show FILE...      prints the configuration as an outline
   get FILE PATH     prints a value, for scripts; PATH is as in shares[0]/name
-  json FILE         prints what the document says, as JSON
-  check FILE...     lists all that is wrong with the document, as file:row:column: message
+  json FILE         prints the configuration as JSON
+  check FILE...     reports everything that is wrong, as file:row:column: message
 
-  --password        show, json: with the password of the web administration
+  --password        show, json: prints the password of the web administration too
   --strict          check: what the services silently ignore is a fault too
   -h, --help        shows this
   --version         shows the version
 
-Exit status: 0 good, 1 fault in the data, 2 wrong use.
+Exit status: 0 success, 1 fault in the data, 2 wrong command line.
 )";
 
 // ---- what the document says ----

@@ -36,18 +36,18 @@ using service::LogEntry;
 
 constexpr char kUsage[] =
     R"(usage: nas-log [OPTION]... FILE...
-Shows the entries of log files in the order of time, old and compressed files included; "-" is
+Shows the entries of log files in order of time, rotated and compressed files included; "-" is
 standard input.
 
-  --category NAME    only entries of this category; "EVENT LOOP|DEBUG" is of both
+  --category NAME    only entries of this category; "EVENT LOOP|DEBUG" belongs to both
   --exclude NAME     no entries of this category
-  --since TIME       only entries of this time and later: YYYY-MM-DD[THH:MM[:SS]], HH:MM[:SS],
+  --since TIME       only entries of this time or later: YYYY-MM-DD[THH:MM[:SS]], HH:MM[:SS],
                      today, yesterday, or -N and s, m, h or d as in -90m
-  --until TIME       only entries of this time and earlier
-  --grep TEXT        only entries that hold this text
+  --until TIME       only entries of this time or earlier
+  --grep TEXT        only entries that contain this text
   --regex PATTERN    only entries that match this extended regular expression
   -n, --last N       only the last N of these
-  -f, --follow       waits for more, across rotations, until interrupted
+  -f, --follow       waits for new entries, across rotations, until interrupted
   -1, --oneline      one line an entry
   --json             one JSON object a line
   --categories       lists the categories and how many entries each has
@@ -55,8 +55,8 @@ standard input.
   -h, --help         shows this
   --version          shows the version
 
---category, --exclude, --grep and --regex can be repeated; one of each kind has to fit.
-Exit status: 0 good, 1 fault in the data, 2 wrong use.
+--category, --exclude, --grep and --regex can be repeated; one of each kind has to match.
+Exit status: 0 success, 1 fault in the data, 2 wrong command line.
 )";
 
 // ---- which entries ----

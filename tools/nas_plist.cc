@@ -32,26 +32,26 @@ namespace {
 
 constexpr char kUsage[] =
     R"(usage: nas-plist COMMAND [OPTION]... FILE [ARGUMENT]...
-Looks into a property list, and changes it. FILE "-" is standard input.
+Shows and changes property lists. FILE "-" is standard input.
 
   show FILE [PATH]              prints the list, or a part of it, as an outline
   get [--type] FILE PATH        prints a value, or its type, for scripts
   check FILE                    says whether it loads and what save() would lose
-  diff FILE FILE                prints what differs
+  diff FILE FILE                prints the differences
   json FILE [PATH]              prints the list, or a part of it, as JSON
   js [--function NAME] FILE     prints the list as script text, or a function
-  new FILE                      makes an empty list
+  new FILE                      creates an empty list
   set FILE PATH TYPE [VALUE]... sets values, all in one save
   delete FILE PATH...           removes values, all in one save
   import FILE                   replaces the list by JSON from standard input
-  restore FILE                  makes the backup the file again
+  restore FILE                  replaces the file by its backup
 
-  --input-limit MIB             of standard input; without it, 64
+  --input-limit MIB             most that is read of standard input; 64 by default
   -h, --help, --version         show this, or the version
 
 PATH: network/servers[2]/name. TYPE VALUE: integer 42, real 0.5, string TEXT,
 boolean true, date 2008-05-01T14:03:59Z (local time), data BASE64, dict, array.
-Exit status: 0 good, 1 fault in the data, 2 wrong use; of diff also 1 different.
+Exit status: 0 success, 1 fault in the data, 2 wrong command line; diff: 1 different.
 )";
 
 constexpr util::utime_t kPatience = 30000;  // milliseconds

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// The files that a log's rotations have made: nasd.log.0, the newest, nasd.log.1, nasd.log.2.gz ...
+// The rotated files of a log: nasd.log.0, the newest, nasd.log.1, nasd.log.2.gz ...
 //
-// gzip reads one of them and writes .nasd.log.<inode>.part, under a lock as long as it runs; once
-// that is complete and on disk it is .nasd.log.<inode>.gz. Only compress() puts it in the place of
-// the file it was made of, which may have got another number meanwhile.
+// gzip reads one of them and writes .nasd.log.<inode>.part, which is locked as long as it runs. The
+// complete file is synced and renamed to .nasd.log.<inode>.gz. Only compress() replaces the
+// original by it, which may have got another number meanwhile.
 #pragma once
 
 #include <sys/stat.h>
@@ -17,19 +17,19 @@ namespace service {
 
 class OldLogs {
  public:
-  // Keeps `most` files of together `most_bytes`; 0 is no limit.
+  // Keeps `most` files of `most_bytes` in total; 0 is no limit.
   OldLogs(const std::string& log, size_t most, off_t most_bytes);
 
-  // Where the next log is made ready: .nasd.log.new
+  // The new log until it is renamed: .nasd.log.new
   const std::string& in_the_making() const { return new_log_; }
   const std::string& newest() const { return newest_; }  // nasd.log.0
 
-  // Removes the oldest files beyond the limits, a file of `coming` bytes counted in, and frees
-  // number 0. False, with errno, where something could not be done; no file is lost then.
+  // Removes the oldest files until one of `coming` bytes fits within the limits, and frees number
+  // 0. Returns false and sets errno if something could not be done; no file is lost then.
   bool shift(off_t coming) const;
 
-  // Takes over what gzip has finished and, if `begin` or something was taken over, has it compress
-  // the next file. True while it runs.
+  // Puts a file that gzip has finished in its place. If it did, or with `begin`, starts gzip for
+  // the next file. Returns whether gzip is running.
   bool compress(bool begin) const;
 
  private:

@@ -1,34 +1,17 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <utility>
+#include "util/internal/owners.h"
 
 namespace service {
 
-// Owns a file descriptor, or none: -1, what a system call that failed has returned. Closing leaves
-// errno as it is.
-class OpenFile {
+// A descriptor, or none: -1, as a failed system call returns it.
+class OpenFile : public util::Descriptor {
  public:
-  explicit OpenFile(int number = -1) : number_(number) {}
-  OpenFile(OpenFile&& from) noexcept : number_(std::exchange(from.number_, -1)) {}
-  OpenFile& operator=(OpenFile&& from) noexcept {
-    std::swap(number_, from.number_);
-    return *this;
-  }
-  ~OpenFile() {
-    const int error = errno;
-    if (number_ >= 0) close(number_);
-    errno = error;
-  }
+  OpenFile() = default;
+  explicit OpenFile(int number) : Descriptor(number < 0 ? Descriptor() : Descriptor(number)) {}
 
-  explicit operator bool() const { return number_ >= 0; }
-  int number() const { return number_; }
-
- private:
-  int number_;
+  explicit operator bool() const { return number() >= 0; }
 };
 
 }  // namespace service

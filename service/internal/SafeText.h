@@ -9,7 +9,7 @@
 
 namespace service {
 
-// Text put together in the handler of a signal, where hardly anything may be called. What is too
+// Builds a text in a signal handler, where hardly any function may be called. A text that is too
 // long is cut.
 class SafeText {
  public:

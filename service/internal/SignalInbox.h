@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The signals of one loop, and the handlers that all loops of the process share.
+// The signals of one loop, and the handlers that all loops of a process share.
 #pragma once
 
 #include "service/internal/Descriptor.h"
@@ -10,11 +10,11 @@
 
 namespace service {
 
-// How often this process was forked off from one that had an inbox.
+// How many times this process was forked since an inbox existed.
 unsigned forks();
 
-// Notes the signals that are wanted. Only the handler notes, on whatever thread it runs; all else
-// is done on the thread of the loop.
+// Notes the signals that a loop wants. Only the handler calls note(), on any thread; everything
+// else is called on the thread of the loop.
 class SignalInbox {
  public:
   SignalInbox();  // throws util::system_exception
@@ -22,14 +22,14 @@ class SignalInbox {
   SignalInbox(const SignalInbox&) = delete;
   SignalInbox& operator=(const SignalInbox&) = delete;
 
-  int descriptor() const { return wake_.number(); }  // readable when a signal was noted
+  int descriptor() const { return wake_.number(); }  // readable once a signal was noted
 
-  void want(int number);  // as often as it is dropped; throws util::system_exception
+  void want(int number);  // call drop() as often; throws util::system_exception
   void drop(int number) noexcept;
 
   void clear() noexcept;           // makes the descriptor unreadable
-  bool take(int number) noexcept;  // whether the signal was noted since
-  void note(int number) noexcept;  // in the handler
+  bool take(int number) noexcept;  // whether it was noted since the last call
+  void note(int number) noexcept;  // called by the handler
   void forget_all() noexcept;      // in a forked process: nothing is wanted
   void replace_descriptor();       // in a forked process; throws util::system_exception
 

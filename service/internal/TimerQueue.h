@@ -9,14 +9,14 @@
 
 namespace service {
 
-// What is due at an instant; may be in one queue at a time.
+// Something that is due at an instant; it may be in one queue at a time.
 struct Timed {
   int64_t due = 0;     // nanoseconds of the monotonic clock
   uint64_t order = 0;  // of those due at the same instant, the one added first comes first
   size_t place = 0;    // in the queue
 };
 
-// A heap, the next one at the front, in which each element knows its place and so can be removed.
+// A heap with the next timer at the front. Each element knows its place, so that it can be removed.
 // Does not own its elements.
 class TimerQueue {
  public:
@@ -24,7 +24,7 @@ class TimerQueue {
   Timed* front() const { return heap_.front().timed; }
   int64_t next_due() const { return heap_.front().due; }
 
-  // What is added from now on has an order of this or more.
+  // Timers added from now on have this order or a higher one.
   uint64_t next_order() const { return next_order_; }
 
   void add(Timed& timed) {
@@ -54,7 +54,7 @@ class TimerQueue {
   }
 
  private:
-  // The key beside the pointer, so that comparing hardly ever has to follow it.
+  // The key is beside the pointer, so that comparing hardly ever has to follow it.
   struct Entry {
     bool operator<(const Entry& other) const {
       return due != other.due ? due < other.due : timed->order < other.timed->order;
@@ -64,7 +64,7 @@ class TimerQueue {
     Timed* timed;
   };
 
-  // Four below each: half as deep as with two.
+  // Each has four children, so the heap is half as deep as with two.
   static constexpr size_t kBelow = 4;
   static size_t parent(size_t at) { return (at - 1) / kBelow; }
 
@@ -73,7 +73,7 @@ class TimerQueue {
     entry.timed->place = at;
   }
 
-  // Both find the place of an entry from `at` on, upwards or downwards.
+  // Both find the place of an entry, starting at `at`, upwards or downwards.
   void raise(size_t at, Entry entry) noexcept {
     for (; at > 0 && entry < heap_[parent(at)]; at = parent(at)) put(at, heap_[parent(at)]);
     put(at, entry);
