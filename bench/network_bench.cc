@@ -4,14 +4,6 @@
 #include "util/NetworkInterface.h"
 
 #include <ifaddrs.h>
-#include <net/if.h>
-#include <netinet/in.h>
-#include <string.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
-
-#include <map>
-#include <memory>
 
 #define OPENSSL_SUPPRESS_DEPRECATED
 #include <openssl/md5.h>
@@ -24,36 +16,6 @@ auto list_interfaces() {
     ifaddrs* list = nullptr;
     bench::require(getifaddrs(&list) == 0, "getifaddrs");
     freeifaddrs(list);
-  };
-}
-
-// By hand: the list, the addresses by name, and the hardware address of each.
-auto interfaces_by_hand() {
-  return [] {
-    ifaddrs* list = nullptr;
-    bench::require(getifaddrs(&list) == 0, "getifaddrs");
-    std::map<std::string, std::vector<util::byte_string>> found;
-    for (const ifaddrs* at = list; at != nullptr; at = at->ifa_next) {
-      if (at->ifa_addr == nullptr) continue;
-      const auto* const address = at->ifa_addr;
-      if (address->sa_family == AF_INET) {
-        const auto* const v4 = reinterpret_cast<const sockaddr_in*>(address);
-        const auto* const bytes = reinterpret_cast<const unsigned char*>(&v4->sin_addr);
-        found[at->ifa_name].emplace_back(bytes, 4);
-      } else if (address->sa_family == AF_INET6) {
-        const auto* const v6 = reinterpret_cast<const sockaddr_in6*>(address);
-        found[at->ifa_name].emplace_back(v6->sin6_addr.s6_addr, 16);
-      }
-    }
-    freeifaddrs(list);
-    const int kernel = socket(AF_INET, SOCK_DGRAM, 0);
-    for (const auto& entry : found) {
-      ifreq request = {};
-      strncpy(request.ifr_name, entry.first.c_str(), IFNAMSIZ - 1);
-      bench::require(ioctl(kernel, SIOCGIFHWADDR, &request) == 0, "SIOCGIFHWADDR");
-      bench::keep(request);
-    }
-    close(kernel);
   };
 }
 
@@ -86,7 +48,6 @@ auto sign_by_hand(size_t size) {
 void bench::add_cases() {
   add("enumerating interfaces", "ours", interfaces_ours);
   add("enumerating interfaces", "getifaddrs", list_interfaces);
-  add("enumerating interfaces", "floor", interfaces_by_hand);
   for (const auto& [label, size] : {std::pair("64 B", 64), std::pair("1 MiB", 1 << 20)}) {
     const std::string work = std::string("signing ") + label;
     const auto bytes = static_cast<size_t>(size);

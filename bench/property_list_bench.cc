@@ -165,84 +165,6 @@ auto load_tinyxml(const std::string& file) {
   };
 }
 
-// ---- by hand: the text appended piece by piece to a string, and written ----
-
-class Writer {
- public:
-  explicit Writer(std::string& to) : to_(to) {}
-
-  void value(const Value& v, size_t depth) {
-    to_.append(4 * depth, ' ');
-    switch (v.get_type()) {
-      case util::INTEGER: return leaf("integer", std::to_string(static_cast<const int&>(v)));
-      case util::BOOLEAN: to_ += static_cast<const bool&>(v) ? "<true />\n" : "<false />\n"; return;
-      case util::DOUBLE: {
-        char text[32];
-        snprintf(text, sizeof text, "%g", static_cast<const double&>(v));
-        return leaf("real", text);
-      }
-      case util::STRING: return leaf("string", v);
-      case util::DATE_TIME: return leaf("date", util::unparse_time(v, "%FT%TZ"));
-      case util::BYTE_STRING: {
-        std::string text;
-        util::b64_encode(v, text, 0);
-        return leaf("data", text);
-      }
-      case util::STRUCT: return dict(v, depth);
-      case util::ARRAY: return array(v, depth);
-      case util::VOID: abort();
-    }
-  }
-
- private:
-  void leaf(const char* name, const std::string& text) {
-    to_.append("<").append(name).append(">");
-    for (const char c : text) {
-      switch (c) {
-        case '&': to_ += "&amp;"; break;
-        case '<': to_ += "&lt;"; break;
-        case '>': to_ += "&gt;"; break;
-        case '"': to_ += "&quot;"; break;
-        case '\'': to_ += "&apos;"; break;
-        default: to_ += c;
-      }
-    }
-    to_.append("</").append(name).append(">\n");
-  }
-
-  void dict(const value_struct& entries, size_t depth) {
-    to_ += "<dict>\n";
-    for (const auto& entry : entries) {
-      to_.append(4 * (depth + 1), ' ');
-      leaf("key", entry.first);
-      value(entry.second, depth + 1);
-    }
-    to_.append(4 * depth, ' ').append("</dict>\n");
-  }
-
-  void array(const value_array& items, size_t depth) {
-    to_ += "<array>\n";
-    for (const Value& item : items) value(item, depth + 1);
-    to_.append(4 * depth, ' ').append("</array>\n");
-  }
-
-  std::string& to_;
-};
-
-auto save_by_hand(int shares) {
-  util::PropertyList list("");
-  fill(list, shares);
-  const auto all = std::make_shared<Value>(list.getProperties());
-  const std::string file = bench::scratch_file("floor.plist");
-  return [all, file] {
-    std::string text =
-        "<?xml version=\"1.0\" encoding=\"UTF8\" standalone=\"yes\" ?>\n<plist version=\"1.0\">\n";
-    Writer(text).value(*all, 1);
-    text += "</plist>\n";
-    bench::write_file(file, text);
-  };
-}
-
 void add_size(const std::string& size, int shares) {
   using bench::add;
   save_ours(shares)();
@@ -257,7 +179,6 @@ void add_size(const std::string& size, int shares) {
   const std::string durably = "saving durably a list of " + size;
   add(durably, "ours", [=] { return save_ours_durably(shares); });
   add(durably, "libplist", [=] { return save_libplist(file); });
-  add(durably, "floor", [=] { return save_by_hand(shares); });
 
   const std::string loading = "loading a list of " + size;
   add(loading, "ours", [=] { return load_ours(file); });
@@ -273,8 +194,6 @@ void check(int shares) {
   bench::require(bench::read_file(bench::scratch_file("tinyxml.plist")) == text, "TinyXML's file");
   save_ours_durably(shares)();
   bench::require(bench::read_file(bench::scratch_file("durable.plist")) == text, "a durable file");
-  save_by_hand(shares)();
-  bench::require(bench::read_file(bench::scratch_file("floor.plist")) == text, "file by hand");
   save_libplist(file)();
   util::PropertyList again(bench::scratch_file("libplist.plist"));
   again.load();

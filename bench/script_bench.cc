@@ -8,11 +8,9 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
-#include <charconv>
 #include <cstdlib>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <vector>
 
 namespace {
 
@@ -78,72 +76,6 @@ auto emit_rapidjson(int shares) {
   };
 }
 
-// By hand: into a place that is known to be large enough, texts that need no escaping.
-class Pen {
- public:
-  explicit Pen(char* to) : to_(to) {}
-
-  char* value(const util::Value& v) {
-    switch (v.get_type()) {
-      case util::INTEGER: to_ = std::to_chars(to_, to_ + 16, static_cast<const int&>(v)).ptr; break;
-      case util::BOOLEAN: text(static_cast<const bool&>(v) ? "true" : "false"); break;
-      case util::DOUBLE:
-        to_ = std::to_chars(to_, to_ + 32, static_cast<const double&>(v),
-                            std::chars_format::general, 6)
-                  .ptr;
-        break;
-      case util::STRING: quoted(v); break;
-      case util::STRUCT: {
-        const char* separator = "{ ";
-        for (const auto& entry : static_cast<const util::value_struct&>(v)) {
-          text(separator);
-          quoted(entry.first);
-          text(" : ");
-          value(entry.second);
-          separator = ", ";
-        }
-        text(" }");
-        break;
-      }
-      case util::ARRAY: {
-        const char* separator = "[ ";
-        for (const auto& item : static_cast<const util::value_array&>(v)) {
-          text(separator);
-          value(item);
-          separator = ", ";
-        }
-        text(" ]");
-        break;
-      }
-      default: abort();
-    }
-    return to_;
-  }
-
- private:
-  void text(const char* piece) {
-    while (*piece != '\0') *to_++ = *piece++;
-  }
-  void quoted(const std::string& piece) {
-    *to_++ = '\'';
-    for (const char c : piece) {
-      if (c == '\'' || c == '\\' || c == '\n' || c == '\r') abort();
-      *to_++ = c;
-    }
-    *to_++ = '\'';
-  }
-
-  char* to_;
-};
-
-auto emit_by_hand(int shares) {
-  const util::Value v = tree(shares);
-  const auto room = std::make_shared<std::vector<char>>(2 * util::JSEmit().emitValue(v).size());
-  const auto size = static_cast<size_t>(Pen(room->data()).value(v) - room->data());
-  bench::require(std::string(room->data(), size) == util::JSEmit().emitValue(v), "text by hand");
-  return [v, room] { bench::keep(Pen(room->data()).value(v)); };
-}
-
 auto write_json(int shares) {
   return [v = tree(shares)] { bench::keep(service::to_json(v)); };
 }
@@ -169,7 +101,6 @@ void add_size(const std::string& size, int shares) {
   bench::add(work, "ours", [=] { return emit_ours(shares); });
   bench::add(work, "RapidJSON", [=] { return emit_rapidjson(shares); });
   bench::add(work, "nlohmann", [=] { return emit_nlohmann(shares); });
-  bench::add(work, "floor", [=] { return emit_by_hand(shares); });
   work = "JSON text of " + size;
   const std::string text = service::to_json(tree(shares));
   bench::require(json::parse(text) == to_nlohmann(tree(shares)), "JSON text");

@@ -145,44 +145,6 @@ void bytes_libb64(const std::string& text, byte_string& bytes) {
   bytes.resize(static_cast<size_t>(size));
 }
 
-const std::string kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-// By hand: a digit for each six bits, and back, without looking for faults.
-void text_by_hand(const byte_string& bytes, std::string& text) {
-  text.assign((bytes.size() + 2) / 3 * 4, '=');
-  char* to = text.data();
-  size_t i = 0;
-  for (; i + 2 < bytes.size(); i += 3) {
-    const unsigned group = unsigned{bytes[i]} << 16 | unsigned{bytes[i + 1]} << 8 | bytes[i + 2];
-    for (const unsigned shift : {18U, 12U, 6U, 0U}) *to++ = kDigits[group >> shift & 63];
-  }
-  if (i == bytes.size()) return;
-  const bool two = i + 1 < bytes.size();
-  const unsigned group = unsigned{bytes[i]} << 16 | (two ? unsigned{bytes[i + 1]} << 8 : 0);
-  to[0] = kDigits[group >> 18];
-  to[1] = kDigits[group >> 12 & 63];
-  if (two) to[2] = kDigits[group >> 6 & 63];
-}
-
-void bytes_by_hand(const std::string& text, byte_string& bytes) {
-  static const std::vector<unsigned char> values = [] {
-    std::vector<unsigned char> all(256, 0);
-    unsigned char value = 0;
-    for (const char digit : kDigits) all[static_cast<unsigned char>(digit)] = value++;
-    return all;
-  }();
-  bytes.resize(text.size() / 4 * 3);
-  unsigned char* to = bytes.data();
-  for (size_t i = 0; i < text.size(); i += 4) {
-    unsigned group = 0;
-    for (size_t k = i; k < i + 4; ++k)
-      group = group << 6 | values[static_cast<unsigned char>(text[k])];
-    for (const unsigned shift : {16U, 8U, 0U})
-      *to++ = static_cast<unsigned char>(group >> shift & 0xFF);
-  }
-  bytes.resize(bytes.size() - static_cast<size_t>(std::count(text.end() - 2, text.end(), '=')));
-}
-
 template <class From, class To>
 To coded(const From& from, void (*code)(const From&, To&)) {
   To to;
@@ -205,9 +167,9 @@ void add_base64(const std::string& label, size_t size) {
   const byte_string bytes = some_bytes(size);
   const std::string text = coded(bytes, text_ours);
   const std::string lines = coded(bytes, lines_ours);
-  for (const auto encode : {text_openssl, text_glib, text_by_hand})
+  for (const auto encode : {text_openssl, text_glib})
     bench::require(coded(bytes, encode) == text, "base64 text");
-  for (const auto decode : {bytes_ours, bytes_openssl, bytes_glib, bytes_libb64, bytes_by_hand})
+  for (const auto decode : {bytes_ours, bytes_openssl, bytes_glib, bytes_libb64})
     bench::require(coded(text, decode) == bytes, "base64 bytes");
   for (const auto decode : {bytes_ours, bytes_of_lines_openssl, bytes_glib, bytes_libb64})
     bench::require(coded(lines, decode) == bytes, "bytes of base64 lines");
@@ -216,7 +178,6 @@ void add_base64(const std::string& label, size_t size) {
   add_code(encode, "ours", bytes, text_ours);
   add_code(encode, "OpenSSL", bytes, text_openssl);
   add_code(encode, "GLib", bytes, text_glib);
-  add_code(encode, "floor", bytes, text_by_hand);
 
   const std::string wrap = "base64 wrapped, " + label;
   add_code(wrap, "ours", bytes, lines_ours);
@@ -229,7 +190,6 @@ void add_base64(const std::string& label, size_t size) {
   add_code(decode, "OpenSSL", text, bytes_openssl);
   add_code(decode, "GLib", text, bytes_glib);
   add_code(decode, "libb64", text, bytes_libb64);
-  add_code(decode, "floor", text, bytes_by_hand);
 
   const std::string unwrap = "base64 wrapped read, " + label;
   add_code(unwrap, "ours", lines, bytes_ours);
@@ -380,38 +340,6 @@ ByGlib<char> unescaped_glib(const std::string& name) {
   return ByGlib<char>(g_uri_unescape_string(name.c_str(), nullptr));
 }
 
-// By hand: two characters a byte looked up, each sequence looked at with its neighbours.
-std::string escaped_by_hand(const std::string& name) {
-  std::string text;
-  text.reserve(3 * name.size());
-  for (const char c : name) {
-    if (strchr("\"%*:<>?\\|", c) != nullptr) {
-      const auto byte = static_cast<unsigned char>(c);
-      text += '%';
-      text += "0123456789ABCDEF"[byte >> 4];
-      text += "0123456789ABCDEF"[byte & 15];
-    } else {
-      text += c;
-    }
-  }
-  return text;
-}
-
-std::string unescaped_by_hand(const std::string& name) {
-  const auto value = [](char digit) { return digit <= '9' ? digit - '0' : digit - 'A' + 10; };
-  std::string text;
-  text.reserve(name.size());
-  for (size_t i = 0; i < name.size(); ++i) {
-    if (name[i] == '%') {
-      text += static_cast<char>(value(name[i + 1]) * 16 + value(name[i + 2]));
-      i += 2;
-    } else {
-      text += name[i];
-    }
-  }
-  return text;
-}
-
 template <class Code>
 void add(const std::string& work, const std::string& who, const std::string& from, Code code) {
   bench::add(work, who, [=] { return [=] { bench::keep(code(from)); }; });
@@ -420,17 +348,14 @@ void add(const std::string& work, const std::string& who, const std::string& fro
 void add_escaping(const std::string& kind, const std::string& name) {
   const std::string escaped = util::escape_string(name);
   bench::require(name.size() == 40, "a name of 40 bytes");
-  bench::require(escaped_glib(name).get() == escaped && escaped_by_hand(name) == escaped, kind);
-  bench::require(util::unescape_string(escaped) == name && unescaped_by_hand(escaped) == name &&
-                     unescaped_glib(escaped).get() == name,
+  bench::require(escaped_glib(name).get() == escaped, kind);
+  bench::require(util::unescape_string(escaped) == name && unescaped_glib(escaped).get() == name,
                  kind + " back");
 
   add("escaping, " + kind, "ours", name, util::escape_string);
   add("escaping, " + kind, "GLib", name, escaped_glib);
-  add("escaping, " + kind, "floor", name, escaped_by_hand);
   add("unescaping, " + kind, "ours", escaped, util::unescape_string);
   add("unescaping, " + kind, "GLib", escaped, unescaped_glib);
-  add("unescaping, " + kind, "floor", escaped, unescaped_by_hand);
 }
 
 }  // namespace

@@ -2,12 +2,10 @@
 #include "bench/bench.h"
 #include "util/Value.h"
 
-#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
-#include <variant>
 
 namespace {
 
@@ -47,29 +45,6 @@ json tree_nlohmann(int values) {
     });
   }
   return records;
-}
-
-// By hand: what one of them is, and nothing else.
-struct Plain {
-  using Struct = std::map<std::string, Plain>;
-  using Array = std::vector<Plain>;
-  std::variant<int, bool, double, std::string, Struct, Array> is;
-};
-
-Plain tree_by_hand(int values) {
-  Plain::Array records;
-  for (int i = 0; i < values / kValuesARecord; ++i) {
-    records.push_back({
-        Plain::Struct{{"name", {"share " + std::to_string(i)}},
-                      {"path", {"/shares/internal/" + std::to_string(i)}},
-                      {"comment", {"Photos, films and music"}},
-                      {"size", {i}},
-                      {"used", {0.5}},
-                      {"public", {true}},
-                      {"users", {Plain::Array{{"anna"}, {"bernd"}}}}}
-    });
-  }
-  return {records};
 }
 
 // ---- what is done with them ----
@@ -117,6 +92,5 @@ void bench::add_cases() {
     const std::string size = std::to_string(values) + " values";
     ::add(size, "ours", tree_ours(values));
     ::add(size, "nlohmann", tree_nlohmann(values));
-    ::add(size, "floor", tree_by_hand(values));
   }
 }
