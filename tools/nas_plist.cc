@@ -51,7 +51,7 @@ Shows and changes property lists. FILE "-" is standard input.
 
 PATH: network/servers[2]/name. TYPE VALUE: integer 42, real 0.5, string TEXT,
 boolean true, date 2008-05-01T14:03:59Z (local time), data BASE64, dict, array.
-Exit status: 0 success, 1 fault in the data, 2 wrong command line; diff: 1 different.
+Exit status: 0 success, 1 fault in the data, 2 wrong use; diff: 1 different.
 )";
 
 constexpr util::utime_t kPatience = 30000;  // milliseconds

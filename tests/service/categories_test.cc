@@ -5,6 +5,7 @@
 #include "util/logger.h"
 
 #include <string>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -35,11 +36,7 @@ std::string enabled(const util::logger& log) {
 }  // namespace
 
 TEST(Categories, AreEnabledAndDisabledByName) {
-  const struct {
-    const char* before;
-    const char* list;
-    const char* after;
-  } rows[] = {
+  const std::tuple<const char*, const char*, const char*> rows[] = {
       {"",        "",                      ""                           },
       {"",        "NET",                   "NET"                        },
       {"",        "INFO,NET,EVENT LOOP",   "EVENT LOOP,INFO,NET,WARNING"},
@@ -54,12 +51,12 @@ TEST(Categories, AreEnabledAndDisabledByName) {
       {"WARNING", "-DEBUG",                "WARNING"                    },
       {"NET",     "-INFO",                 "NET"                        },
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.list);
-    util::logger& log = logger_with(row.before);
+  for (const auto& [before, list, after] : rows) {
+    SCOPED_TRACE(list);
+    util::logger& log = logger_with(before);
     std::string unknown;
-    EXPECT_TRUE(apply_categories(log, row.list, &unknown));
-    EXPECT_EQ(row.after, enabled(log));
+    EXPECT_TRUE(apply_categories(log, list, &unknown));
+    EXPECT_EQ(after, enabled(log));
     EXPECT_EQ("", unknown);
   }
 }

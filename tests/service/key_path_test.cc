@@ -3,6 +3,7 @@
 
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -123,10 +124,7 @@ TEST(KeyPath, AFallbackMakesNothing) {
 }
 
 TEST(KeyPath, SetsMakingWhatIsMissing) {
-  const struct {
-    const char* path;
-    const char* list;
-  } rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"new",          R"(("d" = ("a" = 1), "l" = (1, 2), "new" = 7))"        },
       {"d",            R"(("d" = 7, "l" = (1, 2)))"                           },
       {"d/a",          R"(("d" = ("a" = 7), "l" = (1, 2)))"                   },
@@ -136,14 +134,14 @@ TEST(KeyPath, SetsMakingWhatIsMissing) {
       {"l[2]/x[0][0]", R"(("d" = ("a" = 1), "l" = (1, 2, ("x" = ((7))))))"    },
       {"n[0]/a",       R"(("d" = ("a" = 1), "l" = (1, 2), "n" = (("a" = 7))))"},
   };
-  for (const auto& row : rows) {
+  for (const auto& [path, expected] : rows) {
     util::PropertyList list("unused");
     list["d"] = util::value_struct{
         {"a", 1}
     };
     list["l"] = util::value_array{1, 2};
-    service::set(list, row.path, 7);
-    EXPECT_EQ(row.list, text(list)) << row.path;
+    service::set(list, path, 7);
+    EXPECT_EQ(expected, text(list)) << path;
   }
 }
 

@@ -10,6 +10,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -196,10 +197,7 @@ TEST_F(Publishers, RepeatLimitHoldsNothingBackBeyondAThousandPositions) {
 // ---- VisibleText ----
 
 TEST_F(Publishers, VisibleTextShowsControlBytesAndWhatIsNotUtf8) {
-  const struct {
-    const char* text;
-    const char* visible;
-  } rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"plain, \xC3\xA4, tab\t",          "plain, \xC3\xA4, tab\t"                },
       {"a\nb\r\x1B[31m\x7F\x01",          "a\\x0Ab\\x0D\\x1B[31m\\x7F\\x01"       },
       {"\x80 \xC0\xAF \xED\xA0\x80 \xC3", "\\x80 \\xC0\\xAF \\xED\\xA0\\x80 \\xC3"},
@@ -209,11 +207,11 @@ TEST_F(Publishers, VisibleTextShowsControlBytesAndWhatIsNotUtf8) {
       {"100 %d %s",                       "100 %d %s"                             },
   };
   VisibleText log(recent);
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.visible);
-    publish_as(log, util::INFO, row.text, "%s", row.text);
-    EXPECT_EQ(row.visible, recent->entries().back().message);
-    EXPECT_EQ(row.visible, recent->entries().back().where);
+  for (const auto& [text, visible] : rows) {
+    SCOPED_TRACE(visible);
+    publish_as(log, util::INFO, text, "%s", text);
+    EXPECT_EQ(visible, recent->entries().back().message);
+    EXPECT_EQ(visible, recent->entries().back().where);
   }
 }
 

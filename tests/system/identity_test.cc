@@ -4,6 +4,7 @@
 #include "util/logger.h"
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -40,11 +41,7 @@ TEST(Identity, IsUnknownBeforeAnyCategoryExists) {
 }
 
 TEST(Identity, OfTheLibrarysCategoriesIsTheSameWhateverRunsFirst) {
-  const struct {
-    const char* name;
-    unsigned int id;
-    uint64_t mask;
-  } rows[] = {
+  const std::tuple<const char*, unsigned int, uint64_t> rows[] = {
       {"WARNING",    0, 0x1 },
       {"INFO",       1, 0x3 },
       {"DEBUG",      2, 0x7 },
@@ -52,12 +49,12 @@ TEST(Identity, OfTheLibrarysCategoriesIsTheSameWhateverRunsFirst) {
       {"TIMING",     4, 0x10},
       {"EVENT LOOP", 5, 0x20},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    const category* const found = category::forName(row.name);
+  for (const auto& [name, id, mask] : rows) {
+    SCOPED_TRACE(name);
+    const category* const found = category::forName(name);
     ASSERT_NE(nullptr, found);
-    EXPECT_EQ(row.id, found->id());
-    EXPECT_EQ(row.mask, found->mask());
+    EXPECT_EQ(id, found->id());
+    EXPECT_EQ(mask, found->mask());
   }
 }
 

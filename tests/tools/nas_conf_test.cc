@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -296,10 +297,7 @@ TEST(NasConfShow, TakesSeveralFiles) {
 // ---- get and json ----
 
 TEST(NasConfGet, PrintsAValue) {
-  const struct {
-    const char* path;
-    const char* value;
-  } rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"version",                     "3"             },
       {"system/hostname",             "nas"           },
       {"system/dhcpenabled",          "true"          },
@@ -312,10 +310,10 @@ TEST(NasConfGet, PrintsAValue) {
       {"shares[0]/users[0]/username", "guest"         },
       {"users[0]/uid",                "1001"          },
   };
-  for (const auto& row : rows) {
-    const Outcome got = nas_conf({"get", "-", row.path}, kFull);
-    EXPECT_EQ(std::string(row.value) + "\n", got.out) << row.path;
-    EXPECT_EQ(0, got.status) << row.path;
+  for (const auto& [path, value] : rows) {
+    const Outcome got = nas_conf({"get", "-", path}, kFull);
+    EXPECT_EQ(std::string(value) + "\n", got.out) << path;
+    EXPECT_EQ(0, got.status) << path;
   }
 }
 
@@ -552,20 +550,17 @@ TEST(NasConfCheck, ReportsWhatIsNoDocument) {
     for (int i = 0; i < 20000; ++i) text += "<a>";
     return text;
   }());
-  const struct {
-    std::string file;
-    std::string message;
-  } rows[] = {
+  const std::pair<std::string, std::string> rows[] = {
       {dir.file("none"), ": No such file or directory"       },
       {dir.path(),       ": Is a directory"                  },
       {dir.file("deep"), ": elements nested deeper than 1024"},
       {dir.file("cut"),  ": "                                },
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.file);
+  for (const auto& [file, message] : rows) {
+    SCOPED_TRACE(file);
     for (const char* command : {"check", "show"}) {
-      const Outcome got = nas_conf({command, row.file});
-      const std::string expected = "Couldn't load " + row.file + row.message;
+      const Outcome got = nas_conf({command, file});
+      const std::string expected = "Couldn't load " + file + message;
       EXPECT_NE(std::string::npos, got.err.find(expected)) << got.err;
       EXPECT_EQ(1, got.status);
     }
@@ -593,10 +588,7 @@ TEST(NasConfCheck, ReportsStandardInputThatIsClosed) {
 // ---- use ----
 
 TEST(NasConf, RefusesWrongUse) {
-  const struct {
-    Words arguments;
-    std::string message;
-  } rows[] = {
+  const std::pair<Words, std::string> rows[] = {
       {{},                           "nas-conf: a command and a FILE are needed\n"                },
       {{"check"},                    "nas-conf: check needs a FILE\n"                             },
       {{"get", "x"},                 "nas-conf: get needs a FILE and a PATH\n"                    },
@@ -606,9 +598,9 @@ TEST(NasConf, RefusesWrongUse) {
       {{"show", "--strict", "x"},    "nas-conf: show takes no --strict\n"                         },
       {{"show", "--passwort", "x"},  "nas-conf: '--passwort' is not an option\n"                  },
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.message);
-    EXPECT_EQ(ended(2, "", row.message + "Try 'nas-conf --help'.\n"), nas_conf(row.arguments));
+  for (const auto& [arguments, message] : rows) {
+    SCOPED_TRACE(message);
+    EXPECT_EQ(ended(2, "", message + "Try 'nas-conf --help'.\n"), nas_conf(arguments));
   }
 }
 

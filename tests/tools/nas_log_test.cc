@@ -16,6 +16,8 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -214,11 +216,7 @@ TEST_F(NasLog, KeepsDamageBehindTheEntryBeforeItWhenMerging) {
 
 TEST_F(NasLog, FiltersByCategory) {
   dir.write("x", kOne + kTwo + kThree + kFour);
-  const struct {
-    Words names;
-    std::string expected;
-    int status;
-  } rows[] = {
+  const std::tuple<Words, std::string, int> rows[] = {
       {{"INFO"},             kTwo,          0},
       {{"EVENT LOOP"},       kOne + kFour,  0},
       {{"DEBUG"},            kOne,          0},
@@ -229,23 +227,19 @@ TEST_F(NasLog, FiltersByCategory) {
       {{"EVENT"},            "",            2},
       {{""},                 "",            2},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.names[0]);
+  for (const auto& [names, expected, status] : rows) {
+    SCOPED_TRACE(names[0]);
     Words arguments = {dir.file("x")};
-    for (const std::string& name : row.names)
-      arguments.insert(arguments.end(), {"--category", name});
+    for (const std::string& name : names) arguments.insert(arguments.end(), {"--category", name});
     const Outcome got = nas_log(arguments);
-    EXPECT_EQ(row.expected, got.out);
-    EXPECT_EQ(row.status, got.status);
+    EXPECT_EQ(expected, got.out);
+    EXPECT_EQ(status, got.status);
   }
 }
 
 TEST_F(NasLog, FiltersByTime) {
   dir.write("x", kOne + kTwo + kThree + kFour);
-  const struct {
-    Words bounds;
-    std::string expected;
-  } rows[] = {
+  const std::pair<Words, std::string> rows[] = {
       {{"--since", "2007-03-01"},                                   kTwo + kThree + kFour       },
       {{"--since", "2007-03-01T14:05:09"},                          kThree + kFour              },
       {{"--since", "2007-03-01T14:05:10"},                          kFour                       },
@@ -257,20 +251,17 @@ TEST_F(NasLog, FiltersByTime) {
       {{"--until", "2007-02-27"},                                   ""                          },
       {{"--since", "2007-03-01", "--until", "2007-03-01T14:05:08"}, kTwo                        },
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.bounds[0] + " " + row.bounds[1]);
-    Words arguments = row.bounds;
+  for (const auto& [bounds, expected] : rows) {
+    SCOPED_TRACE(bounds[0] + " " + bounds[1]);
+    Words arguments = bounds;
     arguments.push_back(dir.file("x"));
-    EXPECT_EQ(row.expected, nas_log(arguments).out);
+    EXPECT_EQ(expected, nas_log(arguments).out);
   }
 }
 
 TEST_F(NasLog, FiltersByText) {
   dir.write("x", kOne + kTwo + kThree + kFour);
-  const struct {
-    Words options;
-    std::string expected;
-  } rows[] = {
+  const std::pair<Words, std::string> rows[] = {
       {{"--grep", "load"},                          kTwo + kThree        },
       {{"--grep", "SuperLoop::add"},                kOne                 },
       {{"--grep", "(up)"},                          kFour                },
@@ -283,11 +274,11 @@ TEST_F(NasLog, FiltersByText) {
       {{"--grep", "load", "--category", "WARNING"}, kThree               },
       {{"--grep", "load", "--since", "2007-03-02"}, ""                   },
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.options[1]);
-    Words arguments = row.options;
+  for (const auto& [options, expected] : rows) {
+    SCOPED_TRACE(options[1]);
+    Words arguments = options;
     arguments.push_back(dir.file("x"));
-    EXPECT_EQ(row.expected, nas_log(arguments).out);
+    EXPECT_EQ(expected, nas_log(arguments).out);
   }
 }
 
@@ -307,12 +298,7 @@ TEST_F(NasLog, ShowsAndReportsDamage) {
   const std::string late = good + "2007-03-01T03:00:00 void";
   const char* const cut = "entry is cut off";
   const char* const none = "not a log entry";
-  const struct {
-    std::string damaged;
-    std::string rest;
-    int line;
-    std::string fault;
-  } rows[] = {
+  const std::tuple<std::string, std::string, int, std::string> rows[] = {
       {"garbage\nmore\n",                         good, 1, none},
       {late,                                      "",   3, cut },
       {late + " f()\n",                           "",   3, cut },
@@ -326,12 +312,12 @@ TEST_F(NasLog, ShowsAndReportsDamage) {
       {"2007-13-01T01:00:00 void f()\nINFO: a\n", "",   1, none},
       {"\n",                                      "",   1, none},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.damaged);
-    dir.write("x", row.damaged + row.rest);
-    const std::string line_feed = row.damaged.back() == '\n' ? "" : "\n";
-    EXPECT_EQ(ended(1, row.damaged + line_feed + row.rest,
-                    "nas-log: " + file + ":" + std::to_string(row.line) + ": " + row.fault + "\n"),
+  for (const auto& [damaged, rest, line, fault] : rows) {
+    SCOPED_TRACE(damaged);
+    dir.write("x", damaged + rest);
+    const std::string line_feed = damaged.back() == '\n' ? "" : "\n";
+    EXPECT_EQ(ended(1, damaged + line_feed + rest,
+                    "nas-log: " + file + ":" + std::to_string(line) + ": " + fault + "\n"),
               nas_log({file}));
   }
 }
@@ -501,10 +487,7 @@ TEST_F(NasLog, UsesNoColoursWhereTheyAreRefused) {
 
 TEST_F(NasLog, EscapesForATerminalOnly) {
   const std::string nul_and_delete("\0\x7F", 2);
-  const struct {
-    std::string message;
-    std::string shown;
-  } rows[] = {
+  const std::pair<std::string, std::string> rows[] = {
       {"\033[31mred\a",                           "\\x1B[31mred\\x07"                      },
       {nul_and_delete,                            "\\x00\\x7F"                             },
       {"a\tb\nc",                                 "a\tb\r\nc"                              },
@@ -516,11 +499,11 @@ TEST_F(NasLog, EscapesForATerminalOnly) {
       {"\xE2\x82",                                "\\xE2\\x82"                             },
   };
   setenv("NO_COLOR", "1", 1);
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.shown);
-    const std::string text = entry("01:00:00", "INFO: " + row.message);
+  for (const auto& [message, shown] : rows) {
+    SCOPED_TRACE(shown);
+    const std::string text = entry("01:00:00", "INFO: " + message);
     dir.write("x", text);
-    EXPECT_EQ("2007-03-01T01:00:00 void work()\r\nINFO: " + row.shown + "\r\n",
+    EXPECT_EQ("2007-03-01T01:00:00 void work()\r\nINFO: " + shown + "\r\n",
               nas_log_on_terminal({dir.file("x")}).out);
     EXPECT_EQ(text, nas_log({dir.file("x")}).out);
   }
@@ -530,10 +513,7 @@ TEST_F(NasLog, EscapesForATerminalOnly) {
 // ---- use ----
 
 TEST_F(NasLog, RefusesWrongUse) {
-  const struct {
-    Words arguments;
-    std::string message;
-  } rows[] = {
+  const std::pair<Words, std::string> rows[] = {
       {{},                                "nas-log: no FILE is named\n"                          },
       {{"--since", "tomorrow", "x"},
        "nas-log: 'tomorrow' is not a time: YYYY-MM-DD[THH:MM[:SS]], HH:MM, today, yesterday, "
@@ -560,9 +540,9 @@ TEST_F(NasLog, RefusesWrongUse) {
       {{"--color", "x"},                  "nas-log: '--color' is not an option\n"                },
       {{"x", "--grep"},                   "nas-log: '--grep' needs an argument\n"                },
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.message);
-    EXPECT_EQ(ended(2, "", row.message + "Try 'nas-log --help'.\n"), nas_log(row.arguments));
+  for (const auto& [arguments, message] : rows) {
+    SCOPED_TRACE(message);
+    EXPECT_EQ(ended(2, "", message + "Try 'nas-log --help'.\n"), nas_log(arguments));
   }
 }
 

@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -158,10 +160,7 @@ TEST_F(NasPlistCheck, ListsWhatSaveWouldLose) {
 
 TEST_F(NasPlistCheck, SaysWhyAListDoesNotLoad) {
   const std::string file = dir.file("p");
-  const struct {
-    std::string content;
-    std::string message;
-  } rows[] = {
+  const std::pair<std::string, std::string> rows[] = {
       {"",                                  "load failed: Couldn't load " + file                  },
       {"<plist><dict",                      "load failed: Couldn't load " + file                  },
       {"<other/>",                          "load failed: "                                       },
@@ -176,12 +175,12 @@ TEST_F(NasPlistCheck, SaysWhyAListDoesNotLoad) {
       {list("<key>a</key>"),
        "expecting a key name, followed by a value element: element key, row "                     },
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.content);
-    dir.write("p", row.content);
+  for (const auto& [content, message] : rows) {
+    SCOPED_TRACE(content);
+    dir.write("p", content);
     for (const char* command : {"check", "show", "js"}) {
       const Outcome got = nas_plist({command, file});
-      const std::string expected = "nas-plist: " + file + ": " + row.message;
+      const std::string expected = "nas-plist: " + file + ": " + message;
       EXPECT_EQ("", got.out);
       EXPECT_EQ(expected, got.err.substr(0, expected.size()));
       EXPECT_EQ(1, got.status);
@@ -224,10 +223,7 @@ TEST(NasPlistJs, WarnsOfDates) {
 // ---- set ----
 
 TEST_F(NasPlistSet, WritesEachType) {
-  const struct {
-    Words words;
-    std::string element;
-  } rows[] = {
+  const std::pair<Words, std::string> rows[] = {
       {{"integer", "42"},                "<integer>42</integer>"            },
       {{"integer", "-5"},                "<integer>-5</integer>"            },
       {{"real", "0.5"},                  "<real>0.5</real>"                 },
@@ -242,13 +238,13 @@ TEST_F(NasPlistSet, WritesEachType) {
       {{"dict"},                         "<dict />"                         },
       {{"array"},                        "<array />"                        },
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.element);
+  for (const auto& [words, element] : rows) {
+    SCOPED_TRACE(element);
     dir.write("p", list(pair("k", "<string>old</string>")));
     Words arguments = {"set", dir.file("p"), "k"};
-    arguments.insert(arguments.end(), row.words.begin(), row.words.end());
+    arguments.insert(arguments.end(), words.begin(), words.end());
     const Outcome got = nas_plist(arguments);
-    EXPECT_EQ(list(pair("k", row.element)), dir.read("p"));
+    EXPECT_EQ(list(pair("k", element)), dir.read("p"));
     EXPECT_EQ("", got.out);
     EXPECT_EQ("", got.err);
     EXPECT_EQ(0, got.status);
@@ -273,10 +269,7 @@ TEST_F(NasPlistSet, ChangesTheBackupOfAMissingFile) {
 }
 
 TEST_F(NasPlistSet, FollowsKeyPaths) {
-  const struct {
-    std::string key;
-    std::string outline;
-  } rows[] = {
+  const std::pair<std::string, std::string> rows[] = {
       {"new",            "d:\n  a: 1\nl:\n  [0]: 1\n  [1]: 2\nnew: 7\n"            },
       {"d/a",            "d:\n  a: 7\nl:\n  [0]: 1\n  [1]: 2\n"                    },
       {"d/b/c",          "d:\n  a: 1\n  b:\n    c: 7\nl:\n  [0]: 1\n  [1]: 2\n"    },
@@ -288,31 +281,28 @@ TEST_F(NasPlistSet, FollowsKeyPaths) {
       {"d",              "d: 7\nl:\n  [0]: 1\n  [1]: 2\n"                          },
       {R"(d/x\/\[0]\\)", "d:\n  a: 1\n  \"x/[0]\\\\\": 7\nl:\n  [0]: 1\n  [1]: 2\n"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.key);
+  for (const auto& [key, outline] : rows) {
+    SCOPED_TRACE(key);
     dir.write("p", list("<key>d</key><dict><key>a</key><integer>1</integer></dict><key>l</key>"
                         "<array><integer>1</integer><integer>2</integer></array>"));
-    EXPECT_EQ(0, nas_plist({"set", dir.file("p"), row.key, "integer", "7"}).status);
-    EXPECT_EQ(row.outline, nas_plist({"show", dir.file("p")}).out);
+    EXPECT_EQ(0, nas_plist({"set", dir.file("p"), key, "integer", "7"}).status);
+    EXPECT_EQ(outline, nas_plist({"show", dir.file("p")}).out);
   }
 }
 
 TEST_F(NasPlistSet, RefusesKeysThatDoNotFit) {
   const std::string old = list(pair("n", "<integer>1</integer>") + pair("l", "<array />"));
   dir.write("p", old);
-  const struct {
-    std::string key;
-    std::string message;
-  } rows[] = {
+  const std::pair<std::string, std::string> rows[] = {
       {"n/a",  "n/a: n is not a dictionary"        },
       {"n[0]", "n[0]: n is not an array"           },
       {"l/a",  "l/a: l is not a dictionary"        },
       {"l[1]", "l[1]: the next element of l is [0]"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.key);
-    EXPECT_EQ(ended(1, "", "nas-plist: " + dir.file("p") + ": " + row.message + "\n"),
-              nas_plist({"set", dir.file("p"), row.key, "integer", "7"}));
+  for (const auto& [key, message] : rows) {
+    SCOPED_TRACE(key);
+    EXPECT_EQ(ended(1, "", "nas-plist: " + dir.file("p") + ": " + message + "\n"),
+              nas_plist({"set", dir.file("p"), key, "integer", "7"}));
   }
   EXPECT_EQ(old, dir.read("p"));
   EXPECT_EQ(Words{"p"}, dir.list());
@@ -321,10 +311,7 @@ TEST_F(NasPlistSet, RefusesKeysThatDoNotFit) {
 TEST_F(NasPlistSet, RefusesValuesThatAreNone) {
   const std::string old = list(pair("k", "<true />"));
   dir.write("p", old);
-  const struct {
-    std::string type;
-    std::string value;
-  } rows[] = {
+  const std::pair<std::string, std::string> rows[] = {
       {"integer", ""                     },
       {"integer", "1x"                   },
       {"integer", "2147483648"           },
@@ -341,12 +328,12 @@ TEST_F(NasPlistSet, RefusesValuesThatAreNone) {
       {"date",    "2008-05-01T14:03:59Z "},
       {"data",    "%%%%"                 },
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.type + " " + row.value);
-    EXPECT_EQ(ended(2, "",
-                    "nas-plist: '" + row.value + "' does not fit " + row.type +
-                        "\nTry 'nas-plist --help'.\n"),
-              nas_plist({"set", dir.file("p"), "k", row.type, row.value}));
+  for (const auto& [type, value] : rows) {
+    SCOPED_TRACE(type + " " + value);
+    EXPECT_EQ(
+        ended(2, "",
+              "nas-plist: '" + value + "' does not fit " + type + "\nTry 'nas-plist --help'.\n"),
+        nas_plist({"set", dir.file("p"), "k", type, value}));
   }
   EXPECT_EQ(old, dir.read("p"));
 }
@@ -477,11 +464,7 @@ TEST(NasPlistGet, PrintsRawTextOrTheType) {
       <key>e</key><real>2</real><key>f</key><real>0.1</real><key>g</key><true/>
       <key>h</key><date>2008-05-01T14:03:59Z</date><key>i</key><data>AQID</data>
       <key>k</key><dict><key>z</key><array><string>deep</string></array></dict>)"));
-  const struct {
-    const char* path;
-    const char* text;
-    const char* type;
-  } rows[] = {
+  const std::tuple<const char*, const char*, const char*> rows[] = {
       {"a",      "it's \"x\"\n\\\n",       "string\n" },
       {"d",      "-42\n",                  "integer\n"},
       {"e",      "2\n",                    "real\n"   },
@@ -491,12 +474,10 @@ TEST(NasPlistGet, PrintsRawTextOrTheType) {
       {"i",      "AQID\n",                 "data\n"   },
       {"k/z[0]", "deep\n",                 "string\n" },
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.path);
-    EXPECT_EQ(row.text, nas_plist({"get", dir.file("p"), row.path}).out);
-    const Outcome type = nas_plist({"get", dir.file("p"), row.path, "--type"});
-    EXPECT_EQ(row.type, type.out);
-    EXPECT_EQ(0, type.status);
+  for (const auto& [path, text, type] : rows) {
+    SCOPED_TRACE(path);
+    EXPECT_EQ(text, nas_plist({"get", dir.file("p"), path}).out);
+    EXPECT_EQ(ended(0, type), nas_plist({"get", dir.file("p"), path, "--type"}));
   }
   EXPECT_EQ("dict\n", nas_plist({"get", "--type", dir.file("p"), "k"}).out);
   EXPECT_EQ("array\n", nas_plist({"get", "--type", dir.file("p"), "k/z"}).out);
@@ -585,10 +566,7 @@ TEST_F(NasPlistImport, DoesNotReplaceABrokenList) {
 }
 
 TEST_F(NasPlistImport, RefusesWhatIsNoList) {
-  const struct {
-    std::string json;
-    std::string message;
-  } rows[] = {
+  const std::pair<std::string, std::string> rows[] = {
       {"[1]",                 "standard input: a list is a JSON object\n"},
       {"{\n  \"a\": x}",      "standard input:2:8: "                     },
       {"",                    "standard input:1:1: "                     },
@@ -596,10 +574,10 @@ TEST_F(NasPlistImport, RefusesWhatIsNoList) {
   };
   const std::string old = list(pair("k", "<true />"));
   dir.write("p", old);
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.json);
-    const Outcome got = nas_plist({"import", dir.file("p")}, row.json);
-    EXPECT_EQ("nas-plist: " + row.message, got.err.substr(0, 11 + row.message.size()));
+  for (const auto& [json, message] : rows) {
+    SCOPED_TRACE(json);
+    const Outcome got = nas_plist({"import", dir.file("p")}, json);
+    EXPECT_EQ("nas-plist: " + message, got.err.substr(0, 11 + message.size()));
     EXPECT_EQ(1, got.status);
   }
   const Outcome nothing = nas_plist({"import", dir.file("p")}, R"({"a": {"b": null}})");
@@ -739,10 +717,7 @@ TEST_F(NasPlistDiff, UsesColoursOnATerminal) {
 // ---- use ----
 
 TEST(NasPlist, RefusesWrongUse) {
-  const struct {
-    Words arguments;
-    std::string message;
-  } rows[] = {
+  const std::pair<Words, std::string> rows[] = {
       {{},
        "nas-plist: a command is needed: show, get, check, diff, json, js, new, set, delete, "
        "import, restore\n"                                                                      },
@@ -784,9 +759,9 @@ TEST(NasPlist, RefusesWrongUse) {
       {{"js", "--function"},                  "nas-plist: '--function' needs an argument\n"     },
       {{"show", "--input-limit", "x", "y"},   "nas-plist: 'x' is not a number of MiB\n"         },
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.message);
-    EXPECT_EQ(ended(2, "", row.message + "Try 'nas-plist --help'.\n"), nas_plist(row.arguments));
+  for (const auto& [arguments, message] : rows) {
+    SCOPED_TRACE(message);
+    EXPECT_EQ(ended(2, "", message + "Try 'nas-plist --help'.\n"), nas_plist(arguments));
   }
 }
 

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -300,10 +301,7 @@ TEST(NASConfDBReader, OnlyATextThatIsTheFirstChildCounts) {
 }
 
 TEST(NASConfDBReader, TextsComeThroughUnharmed) {
-  const struct {
-    const char* written;
-    const char* read;
-  } rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"%s%n%99999d",                     "%s%n%99999d"                    },
       {"Gr\xc3\xbc\xc3\x9f \xe2\x82\xac", "Gr\xc3\xbc\xc3\x9f \xe2\x82\xac"},
       {"&lt;b&gt; &amp; &quot;&apos;",    "<b> & \"'"                      },
@@ -316,14 +314,14 @@ TEST(NASConfDBReader, TextsComeThroughUnharmed) {
       {"<![CDATA[<a> & %d  ]]>",          "<a> & %d  "                     },
       {"; uid: 0)",                       "; uid: 0)"                      },
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.written);
-    const std::string text = row.written;
+  for (const auto& [written, read] : rows) {
+    SCOPED_TRACE(written);
+    const std::string text = written;
     const NASSystem system = read_system("<hostname>" + text + "</hostname><webgui><adminpasswd>" +
                                          text + "</adminpasswd></webgui>");
-    EXPECT_EQ(row.read, system.hostname);
-    EXPECT_EQ(row.read, system.webgui_adminpasswd);
-    EXPECT_EQ(row.read, read_share("<sharename>" + text + "</sharename>").name);
+    EXPECT_EQ(read, system.hostname);
+    EXPECT_EQ(read, system.webgui_adminpasswd);
+    EXPECT_EQ(read, read_share("<sharename>" + text + "</sharename>").name);
   }
 }
 
@@ -335,10 +333,7 @@ TEST(NASConfDBReader, ReadsATextOfAMillionBytes) {
 // ---- numbers ----
 
 TEST(NASConfDBReader, ReadsDecimalNumbers) {
-  const struct {
-    const char* text;
-    int value;
-  } rows[] = {
+  const std::pair<std::string, int> rows[] = {
       {"0",           0              },
       {"-5",          -5             },
       {"+5",          5              },
@@ -351,17 +346,16 @@ TEST(NASConfDBReader, ReadsDecimalNumbers) {
       {"1 2",         1              },
       {"0x10",        0              },
   };
-  for (const auto& row : rows) {
-    const std::string text = row.text;
+  for (const auto& [text, value] : rows) {
     EXPECT_EQ(
-        row.value,
+        value,
         read("<nas_conf_db><version>" + text + "</version><system/></nas_conf_db>").get_version())
         << text;
-    EXPECT_EQ(row.value, read(document("", "<access><users><user><username>a</username><uid>" +
-                                               text + "</uid></user></users></access>"))
-                             .get_users()
-                             .front()
-                             .uid)
+    EXPECT_EQ(value, read(document("", "<access><users><user><username>a</username><uid>" + text +
+                                           "</uid></user></users></access>"))
+                         .get_users()
+                         .front()
+                         .uid)
         << text;
   }
 }

@@ -11,6 +11,7 @@
 #include <regex>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -295,10 +296,7 @@ TEST(NASConfDBSchema, BothAcceptAnyOrder) {
 const std::set<std::string> kNumbers = {"version", "inactivityperiod", "lastselftest", "uid"};
 
 TEST(NASConfDBSchema, BothAcceptTheSameNumbers) {
-  const struct {
-    const char* text;
-    bool accepted;
-  } rows[] = {
+  const std::pair<const char*, bool> rows[] = {
       {"0",                    true },
       {"-1",                   true },
       {"+1",                   true },
@@ -311,21 +309,18 @@ TEST(NASConfDBSchema, BothAcceptTheSameNumbers) {
       {"-2147483649",          false},
       {"99999999999999999999", false},
   };
-  for (const auto& row : rows) {
-    const std::vector<Changed> documents = each_text(row.text, kNumbers);
+  for (const auto& [text, accepted] : rows) {
+    const std::vector<Changed> documents = each_text(text, kNumbers);
     EXPECT_EQ(kNumbers.size(), documents.size());
     for (const Changed& document : documents) {
-      EXPECT_EQ(row.accepted, reader_accepts(document.text)) << document.name << row.text;
-      EXPECT_EQ(row.accepted, schema_accepts(document.text)) << document.name << row.text;
+      EXPECT_EQ(accepted, reader_accepts(document.text)) << document.name << text;
+      EXPECT_EQ(accepted, schema_accepts(document.text)) << document.name << text;
     }
   }
 }
 
 TEST(NASConfDBSchema, BothAcceptEveryKnownWord) {
-  const struct {
-    const char* element;
-    const char* word;
-  } rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"dhcpenabled",   "true"          },
       {"dhcpenabled",   "false"         },
       {"printenabled",  "true"          },
@@ -341,10 +336,10 @@ TEST(NASConfDBSchema, BothAcceptEveryKnownWord) {
       {"accesstype",    "full"          },
       {"accesstype",    "readonly"      },
   };
-  for (const auto& row : rows) {
-    const std::string text = each_text(row.word, {row.element}).at(0).text;
-    EXPECT_TRUE(reader_accepts(text)) << row.element << row.word;
-    EXPECT_TRUE(schema_accepts(text)) << row.element << row.word;
+  for (const auto& [element, word] : rows) {
+    const std::string text = each_text(word, {element}).at(0).text;
+    EXPECT_TRUE(reader_accepts(text)) << element << word;
+    EXPECT_TRUE(schema_accepts(text)) << element << word;
   }
 }
 
@@ -432,17 +427,14 @@ TEST(NASConfDBSchema, OnlyTheReaderAcceptsTheseToo) {
 // ---- documents that only the schema accepts ----
 
 TEST(NASConfDBSchema, OnlyTheSchemaAcceptsThese) {
-  const struct {
-    const char* text;
-    const char* reason;
-  } rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"<nas_conf_db><version>1</version><system><hostname><!-- c -->a</hostname></system>"
        "</nas_conf_db>", "the reader's text must be the first child; a comment is a child"},
       {"<!DOCTYPE nas_conf_db [<!ENTITY one '1'> ]><nas_conf_db><version>1</version><system/>"
        "</nas_conf_db>", "the parser ends a document type at its first '>'"               },
   };
-  for (const auto& row : rows) {
-    EXPECT_FALSE(reader_accepts(row.text)) << row.reason;
-    EXPECT_TRUE(schema_accepts(row.text)) << row.reason;
+  for (const auto& [text, reason] : rows) {
+    EXPECT_FALSE(reader_accepts(text)) << reason;
+    EXPECT_TRUE(schema_accepts(text)) << reason;
   }
 }

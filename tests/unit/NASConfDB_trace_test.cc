@@ -7,6 +7,7 @@
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -242,10 +243,7 @@ TEST(NASConfDBTrace, TheVersionIsToldAsANumber) {
 }
 
 TEST(NASConfDBTrace, ARequiredElementIsToldOnlyWhenFound) {
-  const struct {
-    const char* text;
-    const char* last;
-  } rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"<x/>",                                            "reading "                         },
       {"<nas_conf_db/>",                                  "reading "                         },
       {"<nas_conf_db><version>x</version></nas_conf_db>", "reading "                         },
@@ -255,10 +253,10 @@ TEST(NASConfDBTrace, ARequiredElementIsToldOnlyWhenFound) {
       {"<nas_conf_db><version>3</version><system><hdparams><disk><device/></disk></hdparams>"
        "</system></nas_conf_db>",                  "read system.disk.device element0x"},
   };
-  for (const auto& row : rows) {
-    const Lines lines = lines_of(output_of(2, row.text));
+  for (const auto& [text, last] : rows) {
+    const Lines lines = lines_of(output_of(2, text));
     EXPECT_EQ("exception", lines.back());
-    EXPECT_THAT(parts(lines.at(lines.size() - 2)).message, testing::StartsWith(row.last));
+    EXPECT_THAT(parts(lines.at(lines.size() - 2)).message, testing::StartsWith(last));
   }
 }
 

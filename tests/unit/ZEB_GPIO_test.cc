@@ -10,6 +10,7 @@
 
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -107,10 +108,7 @@ TEST(ZebGpio, ClosesTheRequestBeforeItReadsTheAnswer) {
 }
 
 TEST(ZebGpio, ReadsOneHexadecimalNumber) {
-  const struct {
-    const char* answer;
-    unsigned int value;
-  } rows[] = {
+  const std::pair<const char*, unsigned int> rows[] = {
       {"03c01810",        0x03c01810},
       {"0x03C01810\n",    0x03c01810},
       {"  \n1f",          0x1f      },
@@ -121,9 +119,9 @@ TEST(ZebGpio, ReadsOneHexadecimalNumber) {
       {"  \n",            0         },
       {"none",            0         },
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.answer);
-    EXPECT_EQ(row.value, sampled(row.answer).getValue());
+  for (const auto& [answer, value] : rows) {
+    SCOPED_TRACE(answer);
+    EXPECT_EQ(value, sampled(answer).getValue());
   }
 }
 

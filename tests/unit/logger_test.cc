@@ -11,6 +11,7 @@
 #include <limits.h>
 
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -220,12 +221,7 @@ TEST_F(Logger, ClearComponentsDisablesAll) {
 
 // Claimed under known names, these change nothing in the registry.
 TEST_F(Logger, TestsTheLow32BitsOfTheMaskOnly) {
-  const struct {
-    const char* text;
-    uint64_t enabled;
-    uint64_t mask;
-    bool passes;
-  } rows[] = {
+  const std::tuple<const char*, uint64_t, uint64_t, bool> rows[] = {
       {"no bit at all",                  0,                  0,                  true },
       {"bit 32 only",                    0,                  0x100000000,        true },
       {"all high bits",                  0,                  0xFFFFFFFF00000000, true },
@@ -238,20 +234,20 @@ TEST_F(Logger, TestsTheLow32BitsOfTheMaskOnly) {
       {"both bits",                      0x18,               0x18,               true },
       {"others enabled",                 0xFFFFFFFFFFFFFFF7, 0x8,                false},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
-    const category all(row.enabled, 0, "WARNING");
-    category tested(row.mask, 0, "WARNING");
+  for (const auto& [text, enabled, mask, passes] : rows) {
+    SCOPED_TRACE(text);
+    const category all(enabled, 0, "WARNING");
+    category tested(mask, 0, "WARNING");
     const category& constant = tested;
     lines.clear();
     log.clear_components();
     log.enable(all);
-    EXPECT_EQ(row.passes, log.isLoggable(tested));
-    EXPECT_EQ(row.passes, log.isLoggable(constant));
+    EXPECT_EQ(passes, log.isLoggable(tested));
+    EXPECT_EQ(passes, log.isLoggable(constant));
     log.logp(tested, "f()", "a.cc", 1, "x");
     log.log(tested, "f()", "a.cc:1", "x");
     UTIL_LOG(&log, tested, "x");
-    EXPECT_EQ(row.passes ? 3U : 0U, lines.size());
+    EXPECT_EQ(passes ? 3U : 0U, lines.size());
   }
 }
 
@@ -492,11 +488,7 @@ TEST_F(Logger, SetCheckpointWorksWhileHalted) {
 
 TEST_F(Logger, CheckpointIsFileColonLine) {
   const std::string long_name(70000, 'x');
-  const struct {
-    const char* file;
-    int line;
-    std::string text;
-  } rows[] = {
+  const std::tuple<const char*, int, std::string> rows[] = {
       {"a.cc",            0,       "a.cc:0"          },
       {"",                12,      ":12"             },
       {long_name.c_str(), 5,       long_name + ":5"  },
@@ -504,9 +496,9 @@ TEST_F(Logger, CheckpointIsFileColonLine) {
       {"b.cc",            INT_MIN, "b.cc:-2147483648"},
       {nullptr,           3,       "(null):3"        },
   };
-  for (const auto& row : rows) {
-    log.set_checkpoint(row.file, row.line);
-    EXPECT_EQ(row.text, log.get_checkpoint());
+  for (const auto& [file, line, text] : rows) {
+    log.set_checkpoint(file, line);
+    EXPECT_EQ(text, log.get_checkpoint());
   }
 }
 

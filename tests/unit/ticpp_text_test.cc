@@ -9,6 +9,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -46,10 +47,7 @@ TEST(GetTextOrDefault, GivesTheTextOrTheDefault) {
 }
 
 TEST(GetTextInt, ReadsFromTheStartAndIgnoresTheRest) {
-  const struct {
-    const char* text;
-    int value;
-  } rows[] = {
+  const std::pair<const char*, int> rows[] = {
       {"12",          12             },
       {"-7",          -7             },
       {"+5",          5              },
@@ -62,11 +60,11 @@ TEST(GetTextInt, ReadsFromTheStartAndIgnoresTheRest) {
       {"2147483647",  2147483647     },
       {"-2147483648", -2147483647 - 1},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
+  for (const auto& [text, expected] : rows) {
+    SCOPED_TRACE(text);
     int value = 99;
-    Loaded("<r>" + std::string(row.text) + "</r>").root().GetText(&value);
-    EXPECT_EQ(row.value, value);
+    Loaded("<r>" + std::string(text) + "</r>").root().GetText(&value);
+    EXPECT_EQ(expected, value);
   }
 }
 
@@ -89,10 +87,7 @@ TEST(GetTextInt, ThrowsOrLeavesTheValueWithoutText) {
 }
 
 TEST(GetTextDouble, ReadsFromTheStartAndIgnoresTheRest) {
-  const struct {
-    const char* text;
-    double value;
-  } rows[] = {
+  const std::pair<const char*, double> rows[] = {
       {"0.5",     0.5    },
       {"-2",      -2     },
       {"+1.5",    1.5    },
@@ -104,11 +99,11 @@ TEST(GetTextDouble, ReadsFromTheStartAndIgnoresTheRest) {
       {"0x1p3",   0      },
       {"1.7e308", 1.7e308},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
+  for (const auto& [text, expected] : rows) {
+    SCOPED_TRACE(text);
     double value = 99;
-    Loaded("<r>" + std::string(row.text) + "</r>").root().GetText(&value);
-    EXPECT_EQ(row.value, value);
+    Loaded("<r>" + std::string(text) + "</r>").root().GetText(&value);
+    EXPECT_EQ(expected, value);
   }
 }
 
@@ -150,10 +145,7 @@ TEST(SetText, WritesByStreamInsertion) {
 }
 
 TEST(SetText, WritesDoublesWithSixSignificantDigits) {
-  const struct {
-    double value;
-    const char* text;
-  } rows[] = {
+  const std::pair<double, const char*> rows[] = {
       {0,            "0"           },
       {-0.0,         "-0"          },
       {3.14159265,   "3.14159"     },
@@ -169,11 +161,11 @@ TEST(SetText, WritesDoublesWithSixSignificantDigits) {
       {-HUGE_VAL,    "-inf"        },
       {std::nan(""), "nan"         },
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
+  for (const auto& [value, text] : rows) {
+    SCOPED_TRACE(text);
     ticpp::Element e("e");
-    e.SetText(row.value);
-    EXPECT_EQ(row.text, e.GetText());
+    e.SetText(value);
+    EXPECT_EQ(text, e.GetText());
   }
 }
 
