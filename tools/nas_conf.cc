@@ -28,14 +28,15 @@ namespace {
 
 constexpr char kUsage[] =
     R"(usage: nas-conf COMMAND [OPTION]... FILE...
-Shows and checks the configuration document of an appliance. FILE "-" is standard input.
+Shows and checks the configuration document of an appliance. FILE "-" is
+standard input.
 
   show FILE...      prints the configuration as an outline
   get FILE PATH     prints a value, for scripts; PATH is as in shares[0]/name
   json FILE         prints the configuration as JSON
-  check FILE...     reports everything that is wrong, as file:row:column: message
+  check FILE...     reports all that is wrong, as file:row:column: message
 
-  --password        show, json: prints the password of the web administration too
+  --password        show, json: also prints the web administration password
   --strict          check: what the services silently ignore is a fault too
   -h, --help        shows this
   --version         shows the version

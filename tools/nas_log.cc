@@ -36,13 +36,13 @@ using service::LogEntry;
 
 constexpr char kUsage[] =
     R"(usage: nas-log [OPTION]... FILE...
-Shows the entries of log files in order of time, rotated and compressed files included; "-" is
-standard input.
+Shows the entries of log files in order of time, rotated and compressed files
+included; "-" is standard input.
 
-  --category NAME    only entries of this category; "EVENT LOOP|DEBUG" belongs to both
+  --category NAME    only entries of this category; EVENT LOOP|DEBUG is both
   --exclude NAME     no entries of this category
-  --since TIME       only entries of this time or later: YYYY-MM-DD[THH:MM[:SS]], HH:MM[:SS],
-                     today, yesterday, or -N and s, m, h or d as in -90m
+  --since TIME       only entries of this time or later: YYYY-MM-DD[THH:MM[:SS]],
+                     HH:MM[:SS], today, yesterday, or -N and s, m, h or d as in -90m
   --until TIME       only entries of this time or earlier
   --grep TEXT        only entries that contain this text
   --regex PATTERN    only entries that match this extended regular expression
@@ -55,7 +55,8 @@ standard input.
   -h, --help         shows this
   --version          shows the version
 
---category, --exclude, --grep and --regex can be repeated; one of each kind has to match.
+--category, --exclude, --grep and --regex can be repeated; one of each kind
+has to match.
 Exit status: 0 success, 1 fault in the data, 2 wrong command line.
 )";
 

@@ -46,7 +46,7 @@ Shows and changes property lists. FILE "-" is standard input.
   import FILE                   replaces the list by JSON from standard input
   restore FILE                  replaces the file by its backup
 
-  --input-limit MIB             most that is read of standard input; 64 by default
+  --input-limit MIB             most of standard input; 64 by default
   -h, --help, --version         show this, or the version
 
 PATH: network/servers[2]/name. TYPE VALUE: integer 42, real 0.5, string TEXT,
