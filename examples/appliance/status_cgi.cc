@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The web back end. GET answers with script text, the function nasStatus() that returns the state
-// the daemon keeps, and with "?log=" with entries of its log as JSON. POST with a token as its body
-// acknowledges a warning.
+// the daemon keeps; with "?events" with the state as JSON again and again, with "?log=" with
+// entries of its log as JSON. POST with a token as its body acknowledges a warning.
 //
 //   NASD_STATE     the daemon's property list
 //   NASD_CONTROL   where the daemon takes acknowledgements
+#include "events.h"
 #include "files.h"
 #include "http.h"
 #include "log_search.h"
@@ -164,35 +165,37 @@ void refuse_other_sites() {
   }
 }
 
-Answer answer() {
+// Sends the answer to what is asked.
+void answer() {
   const std::string method = variable("REQUEST_METHOD");
   if (method != "GET" && method != "HEAD" && method != "POST") {
     throw Refusal(405, "This can be read and acknowledged, nothing else.");
   }
   refuse_other_sites();
   // A number makes the address new for each refresh.
-  const bool plain = variable("QUERY_STRING").find_first_not_of("0123456789") == std::string::npos;
-  if (plain) return method == "POST" ? acknowledge_warning() : show_state();
-  const auto fields = read_query();
-  if (method != "POST" && fields.count("log") > 0) return show_log(fields);
-  throw Refusal(400, "The address is malformed.");
-}
-
-Answer answer_or_refusal() {
-  try {
-    return answer();
-  } catch (const Refusal& refusal) {
-    return {refusal.status(), "text/plain", std::string(refusal.what()) + "\n"};
-  } catch (const std::exception& failure) {
-    std::cerr << "status.cgi: " << failure.what() << "\n";  // for the web server's log
-    return {500, "text/plain", "The status cannot be read.\n"};
+  const std::string query = variable("QUERY_STRING");
+  if (query.find_first_not_of("0123456789") == query.npos) {
+    return send(method == "POST" ? acknowledge_warning() : show_state());
   }
+  if (method == "GET" && query == "events") {
+    return stream_events(required("NASD_STATE"), [] { return service::to_json(state_for_page()); });
+  }
+  const auto fields = read_query();
+  if (method == "POST" || fields.count("log") == 0) throw Refusal(400, "The address is malformed.");
+  send(show_log(fields));
 }
 
 }  // namespace
 }  // namespace appliance
 
 int main() {
-  appliance::send(appliance::answer_or_refusal());
+  try {
+    appliance::answer();
+  } catch (const appliance::Refusal& refusal) {
+    appliance::send({refusal.status(), "text/plain", std::string(refusal.what()) + "\n"});
+  } catch (const std::exception& failure) {
+    std::cerr << "status.cgi: " << failure.what() << "\n";  // for the web server's log
+    appliance::send({500, "text/plain", "The status cannot be read.\n"});
+  }
   return 0;
 }

@@ -20,6 +20,7 @@ import re
 import shutil
 import signal
 import socket
+import subprocess
 import sys
 import tempfile
 import threading
@@ -575,16 +576,54 @@ class Appliance(Page):
                     self.url + name) as answer:
                 self.assertEqual(rule, answer.headers["Cache-Control"])
 
+    def back_ends(self):
+        """How many the web server has."""
+        found = 0
+        for process in filter(str.isdigit, os.listdir("/proc")):
+            with contextlib.suppress(OSError), open(f"/proc/{process}/stat", encoding="utf-8") as file:
+                found += file.read().rsplit(")", 1)[1].split()[1] == str(self.server.pid)
+        return found
+
+    def last_poll(self):
+        return self.browser.run("document.getElementById('state').src")
+
+    def see_changes(self):
+        for count in 5, 6, 7:
+            self.keep({**self.state, "system": {**self.state["system"], "processors": count}})
+            self.until_text("#system", f"Processors{count}")
+
+    def test_page_is_sent_events_instead_of_asking(self):
+        self.show()
+        until(lambda: self.back_ends() == 1, "a stream")
+        before = self.last_poll()
+        self.see_changes()
+        self.assertEqual(before, self.last_poll())
+        self.browser.get("about:blank")
+        until(lambda: self.back_ends() == 0, "the end of the stream")
+
+    def test_page_asks_where_there_are_streams_enough(self):
+        for _ in range(4):
+            stream = self.mine.start([f"{BUILD}/status.cgi"], stdout=subprocess.PIPE, env={
+                "REQUEST_METHOD": "GET", "QUERY_STRING": "events", "NASD_STATE": self.path("state.plist")})
+            self.addCleanup(stream.stdout.close)
+            self.assertEqual(b"Status: 200 OK\r\n", stream.stdout.readline())
+        self.assertEqual(503, ask(f"{self.url}cgi-bin/status.cgi?events")[0])
+        self.show()
+        before = self.last_poll()
+        self.see_changes()
+        self.assertNotEqual(before, self.last_poll())
+
+    def test_page_asks_again_when_events_break_off(self):
+        self.show()
+        until(lambda: self.back_ends() == 1, "a stream")
+        before = self.last_poll()
+        Programs.stop(self.server)
+        self.until_text("#freshness", "No answer")
+        self.assertNotEqual(before, self.last_poll())
+
     def test_many_requests_at_once_are_answered_by_few_back_ends(self):
         most = 0
         finished = threading.Event()
-
-        def back_ends():
-            found = 0
-            for process in filter(str.isdigit, os.listdir("/proc")):
-                with contextlib.suppress(OSError):
-                    found += os.readlink(f"/proc/{process}/exe") == os.path.realpath(f"{BUILD}/status.cgi")
-            return found
 
         def get(_):
             return ask(f"{self.url}cgi-bin/status.cgi")[0]
@@ -594,7 +633,7 @@ class Appliance(Page):
             waiting = threading.Thread(target=lambda: (list(answers), finished.set()))
             waiting.start()
             while not finished.is_set():
-                most = max(most, back_ends())
+                most = max(most, self.back_ends())
             waiting.join()
         self.assertLessEqual(most, 17)
 

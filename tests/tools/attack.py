@@ -155,6 +155,18 @@ def crowd(box, dice):
     assert set(codes) == {200}, set(codes)
 
 
+def streams(box, dice):
+    with contextlib.ExitStack() as held:
+        answers = []
+        for _ in range(dice.randint(5, 12)):
+            client = held.enter_context(socket.create_connection(("127.0.0.1", box.port), 5))
+            client.sendall(b"GET /cgi-bin/status.cgi?events HTTP/1.1\r\nHost: localhost\r\n\r\n")
+            answers.append(client.recv(12))
+        assert set(answers) <= {b"HTTP/1.1 200", b"HTTP/1.1 503"}, answers
+        assert answers.count(b"HTTP/1.1 200") <= 4, answers
+        box.check()
+
+
 def control_socket(box, dice):
     held = []
     for _ in range(60):
@@ -227,7 +239,7 @@ def strange_files(box, dice):
     time.sleep(0.15)
 
 
-ATTACKS = [forged_tokens, other_sites, broken_requests, traversal, searches, crowd, control_socket,
+ATTACKS = [forged_tokens, other_sites, broken_requests, traversal, searches, crowd, streams, control_socket,
            requests_to_the_daemon, configurations, kills, full_disk, strange_files]
 
 

@@ -15,6 +15,7 @@ import json
 import os
 import plistlib
 import re
+import signal
 import socketserver
 import subprocess
 import sys
@@ -182,6 +183,70 @@ class StatusCgi(unittest.TestCase):
     def test_state_of_the_wrong_shape_is_an_error(self):
         self.keep({**STATE, "warnings": "none"})
         self.assertEqual(500, self.ask().status)
+
+    # ---- events ----
+
+    def listen(self, seconds=60):
+        program = self.start(QUERY_STRING="events", NASD_EVENTS_SECONDS=str(seconds))
+        self.addCleanup(program.communicate)
+        self.addCleanup(program.kill)
+        return program
+
+    def event(self, program):
+        """What the next event holds."""
+        for line in program.stdout:
+            if line.startswith(b"data: "):
+                return json.loads(line[6:])
+        return self.fail("no event")
+
+    def test_events_are_the_state_whenever_it_is_replaced(self):
+        self.keep(STATE)
+        stream = self.listen()
+        self.assertEqual(b"Status: 200 OK\r\n", stream.stdout.readline())
+        self.assertEqual(b"Content-Type: text/event-stream; charset=utf-8\r\n",
+                         stream.stdout.readline())
+        first = self.event(stream)
+        by_script = self.ask().value()
+        for key in "written", "cycle", "system", "shares", "entries":
+            self.assertEqual(by_script[key], first[key])
+        self.assertRegex(first["warnings"][0]["token"], "^acknowledge:1000-1:")
+        os.rename(self.state, f"{self.folder}/old")
+        self.keep({**STATE, "cycle": 17})
+        self.assertEqual(17, self.event(stream)["cycle"])
+
+    def test_state_that_does_not_change_is_sent_again(self):
+        self.keep(STATE)
+        stream = self.listen()
+        self.assertEqual(self.event(stream)["written"], self.event(stream)["written"])
+
+    def test_stream_ends_after_its_time(self):
+        self.keep(STATE)
+        out = self.listen(1).communicate()[0]
+        self.assertTrue(out.endswith(b"\n\nevent: end\ndata:\n\n"), out[-40:])
+
+    def test_stream_that_nobody_reads_ends(self):
+        self.keep({**STATE, "shares": STATE["shares"] * 5000})  # more than a pipe holds
+        self.assertEqual(-signal.SIGALRM, self.listen(1).wait())
+
+    def test_there_are_four_streams_at_most_and_room_for_everything_else(self):
+        self.keep(STATE)
+        streams = [self.listen() for _ in range(4)]
+        for stream in streams:
+            self.event(stream)
+        self.assertEqual(503, self.ask(QUERY_STRING="events").status)
+        self.assertEqual(200, self.ask().status)
+        streams[2].kill()
+        streams[2].wait()
+        self.event(self.listen())
+
+    def test_streams_are_refused_as_everything_is(self):
+        self.assertEqual(400, self.ask("HEAD", QUERY_STRING="events").status)
+        self.assertEqual(400, self.ask(QUERY_STRING="events&x").status)
+        self.assertEqual(403, self.ask(QUERY_STRING="events", HTTP_SEC_FETCH_SITE="cross-site").status)
+        self.keep(STATE)
+        self.assertEqual(421, self.ask(QUERY_STRING="events", HTTP_HOST="attacker.example").status)
+        self.keep({**STATE, "warnings": "none"})
+        self.assertEqual(500, self.ask(QUERY_STRING="events").status)
 
     # ---- the log ----
 

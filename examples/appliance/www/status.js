@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: MIT
-// The status page. Every few seconds it loads the back end's script by a <script> element, calls the
-// function nasStatus() that the script defines, and shows what it returns.
+// The status page. It shows what the back end sends as events. Where it gets none, for the back end
+// has enough to send to or is out of reach, it loads the back end's script by a <script> element
+// every few seconds, and shows what the function nasStatus() returns that the script defines.
 //
 // All of it is somebody's text (names of shares, log entries): it becomes text nodes, never markup.
 'use strict';
 
 const BACK_END = 'cgi-bin/status.cgi';
 const REFRESH = 2000;     // milliseconds between two answers
-const PATIENCE = 10000;   // milliseconds for an answer to arrive
+const PATIENCE = 10000;   // milliseconds for an answer or the next event to arrive
+const EVENTS_AGAIN = 60000;   // milliseconds after which events are asked for again
 const SVG = 'http://www.w3.org/2000/svg';
 
 const byId = (id) => document.getElementById(id);
@@ -540,7 +542,7 @@ const refresh = () => {
   const next = (then) => {
     clearTimeout(patience);
     script.onload = script.onerror = null;
-    setTimeout(refresh, REFRESH);
+    setTimeout(document.hidden || performance.now() < eventsAt ? refresh : listen, REFRESH);
     then();
   };
   const silent = () => showFreshness('silent');
@@ -548,6 +550,31 @@ const refresh = () => {
   script.onload = () => next(() => showState(nasStatus()));
   script.onerror = () => next(silent);
   document.head.append(script);
+};
+
+// Shows events as long as they come. A page that nobody sees leaves its place to another one.
+let eventsAt = 0;  // when they are to be asked for
+let events = null;
+const listen = () => {
+  events = new EventSource(`${BACK_END}?events`);
+  const end = (then) => {
+    clearTimeout(patience);
+    events.close();
+    then();
+  };
+  const fail = () => end(() => {
+    eventsAt = performance.now() + EVENTS_AGAIN;
+    refresh();
+  });
+  let patience = setTimeout(fail, PATIENCE);
+  events.onmessage = ({ data }) => {
+    clearTimeout(patience);
+    patience = setTimeout(fail, PATIENCE);
+    showState(JSON.parse(data));
+    if (document.hidden) end(refresh);
+  };
+  events.addEventListener('end', () => end(listen));  // it may go on
+  events.onerror = fail;
 };
 
 byId('period').addEventListener('change', () => shownState && showGraphs());
@@ -562,5 +589,6 @@ for (const name of ['category', 'since', 'until']) {
   byId(`log-${name}`).addEventListener('change', () => searchLog());
 }
 byId('log-older').addEventListener('click', () => searchLog(log.position));
+addEventListener('pagehide', () => events?.close());
 setInterval(showAge, 1000);
 refresh();
