@@ -51,6 +51,10 @@ check() {
   kill -STOP "$hung"
   until_true "another daemon after one that hung" differs "$hung"
   [ "$(value NRestarts)" -ge 1 ] || fail "was not restarted"
+
+  echo 'NASD_OPTIONS="--nonsense"' >"$etc/default/nasd"
+  if systemctl restart nasd 2>/dev/null; then fail "started with a wrong option"; fi
+  is "its state" "$(value ActiveState)" failed
   touch "$work/passed"
 }
 
