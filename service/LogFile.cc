@@ -322,8 +322,8 @@ int LogFile::Impl::publish(util::category& c, const char* where, const char* for
   look_at_clock();
   const bool is_behind_lost_ones = unreported_ > 0 && !write_out() && unreported_ > 0;
   try {
-    size = is_behind_lost_ones ? append_behind_note(where, c.name(), format, args)
-                               : append(where, c.name(), format, args);
+    size = is_behind_lost_ones ? append_behind_note(where, c.name_text(), format, args)
+                               : append(where, c.name_text(), format, args);
   } catch (const std::bad_alloc&) {
     error_ = ENOMEM;
   }

@@ -52,6 +52,7 @@ class UTIL_EXPORT category {
   unsigned int id() const { return _id; }
   uint64_t mask() const { return _mask; }
   std::string name() const { return _name; }
+  const char* name_text() const noexcept { return _name.c_str(); }  // the same without a copy
 
   // A category that passes if both would pass; named "<this>|<other>", id 0, not registered.
   category operator&&(const category& other) const;

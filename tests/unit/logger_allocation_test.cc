@@ -35,6 +35,12 @@ TEST_F(LoggerAllocation, IsCounted) {
   EXPECT_EQ(before + 1, allocations());
 }
 
+TEST_F(LoggerAllocation, NoneForANameThatIsRead) {
+  const long before = allocations();
+  EXPECT_STREQ("EVENT LOOP|DEBUG", loop_debug.name_text());
+  EXPECT_EQ(before, allocations());
+}
+
 TEST_F(LoggerAllocation, NoneForADroppedMessage) {
   const long before = allocations();
   for (int i = 0; i < 100; ++i) {
