@@ -4,7 +4,10 @@
 #include "util/base64.h"
 #include "util/datetime.h"
 
+#include <fcntl.h>
 #include <plist/plist.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -88,6 +91,25 @@ auto save_libplist(const std::string& original) {
     plist_to_xml(list->get(), &text, &size);
     std::ofstream(file).write(text, size);
     plist_to_xml_free(text);
+  };
+}
+
+// By the fewest calls that keep a whole file and a backup at all times.
+auto save_libplist_durably(const std::string& original) {
+  const std::string file = bench::scratch_file("replaced.plist");
+  bench::write_file(file, "");
+  return [list = read_plist(original), file, fresh = file + ".0", second = file + ".1"] {
+    char* text = nullptr;
+    uint32_t size = 0;
+    plist_to_xml(list->get(), &text, &size);
+    const int to = open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    const bool saved = write(to, text, size) == ssize_t{size} && fchmod(to, 0644) == 0 &&
+                       fsync(to) == 0 && close(to) == 0 &&
+                       link(file.c_str(), second.c_str()) == 0 &&
+                       rename(second.c_str(), (file + "~").c_str()) == 0 &&
+                       rename(fresh.c_str(), file.c_str()) == 0;
+    plist_to_xml_free(text);
+    bench::require(saved, file);
   };
 }
 
@@ -179,6 +201,7 @@ void add_size(const std::string& size, int shares) {
   const std::string durably = "saving durably a list of " + size;
   add(durably, "ours", [=] { return save_ours_durably(shares); });
   add(durably, "libplist", [=] { return save_libplist(file); });
+  add(durably, "libplist, durably", [=] { return save_libplist_durably(file); });
 
   const std::string loading = "loading a list of " + size;
   add(loading, "ours", [=] { return load_ours(file); });
