@@ -3,11 +3,9 @@
 # Process 1 of its own namespaces: makes a small system around what check_service.sh has installed
 # and becomes its init.
 #
-#   boot.sh systemd|busybox <build folder> <install prefix> <folder of configurations>
-#           <work folder> <init>
+#   boot.sh systemd|busybox <install prefix> <its folder of configurations> <work folder>
 set -euo pipefail
-export manager=$1 prefix=$3 etc=$4 work=$5
-init=$6
+export manager=$1 prefix=$2 etc=$3 work=$4
 here=$(cd "$(dirname "$0")" && pwd)
 [ $$ = 1 ] || { echo "boot.sh is for namespaces of its own"; exit 1; }
 
@@ -37,5 +35,5 @@ END
 
 "$here/$manager.sh" prepare
 # shellcheck disable=SC2046  # one word an argument
-exec env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin container=nasutil-test manager="$manager" \
-  prefix="$prefix" etc="$etc" work="$work" "$init" $(cat "$work/arguments")
+exec env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin container=nasutil-test prefix="$prefix" etc="$etc" \
+  work="$work" $(cat "$work/init")

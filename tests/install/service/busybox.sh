@@ -20,21 +20,22 @@ prepare() {
 ::shutdown:$script stop
 ::shutdown:$0 check_end
 END
-  echo init >"$work/arguments"
+  echo "busybox init" >"$work/init"
   for folder in /bin /sbin /usr/bin /usr/sbin; do mount --bind "$work/bin" $folder; done
 }
 
 running() { cat /run/nasd.pid; }
 answers() { ask status >"$work/status" 2>&1; }
 another() { answers && [ "$(running)" != "$1" ]; }
-status() {  # <status> <text>: what the script says
+says() {  # <status> <text>
   said=0
   "$script" status >"$work/status" || said=$?
-  is "status" "$said $(cat "$work/status")" "$1 $2"
+  [ "$said $(cat "$work/status")" = "$1 nasd: $2" ]
 }
+status() { says "$@" || fail "status: $said $(cat "$work/status"), not $1 $2"; }
 
 check() {
-  status 0 "nasd: running, process $(running)"
+  status 0 "running, process $(running)"
   check_running "$(running)"
   check_page
   check_reload "$script" reload
@@ -48,11 +49,10 @@ check() {
   grep -q 'taking up the state' "$log" || fail "forgot its history"
 
   kill -KILL "$(running)"
-  until_true "its death" "$0" status_is 1
-  status 1 "nasd: has died"
+  until_true "its death" says 1 "has died"
   "$script" start
   "$script" stop
-  status 3 "nasd: not running"
+  status 3 "not running"
   if "$script" reload 2>/dev/null; then fail "reloaded nothing"; fi
 
   echo '<nas_conf_db>' >"$config"
@@ -74,13 +74,12 @@ check_run() {
 }
 
 check_end() {
-  status 3 "nasd: not running"
+  status 3 "not running"
   if [ -e "$work/checked" ] && [ -e "$work/run" ]; then touch "$work/passed"; fi
 }
 
 case $1 in
   prepare | check | check_end) $1 ;;
-  status_is) "$script" status >"$work/status" || [ $? = "$2" ] ;;
   check_run)
     trap 'kill -USR2 1' EXIT  # ends with the namespace
     check_run

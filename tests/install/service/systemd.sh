@@ -25,10 +25,11 @@ PassEnvironment=prefix etc work
 StandardOutput=append:$work/console
 StandardError=append:$work/console
 END
-  echo "--unit=check.service --log-target=console --show-status=no" >"$work/arguments"
+  echo "/lib/systemd/systemd --unit=check.service --log-target=console --show-status=no" >"$work/init"
 }
 
 value() { systemctl show --value --property "$1" nasd; }
+hang() { hung=$(value MainPID) && kill -STOP "$hung" 2>/dev/null; }
 differs() { [ "$(value MainPID)" != "$1" ] && [ "$(value ActiveState)" = active ]; }
 
 check() {
@@ -47,8 +48,7 @@ check() {
   systemctl daemon-reload
   systemctl start nasd
   grep -q 'taking up the state' "$log" || fail "forgot its history"
-  hung=$(value MainPID)
-  kill -STOP "$hung"
+  until_true "a daemon that hangs" hang
   until_true "another daemon after one that hung" differs "$hung"
   [ "$(value NRestarts)" -ge 1 ] || fail "was not restarted"
 
