@@ -75,4 +75,13 @@ mkdir "$work/guide"
 AUTOPKGTEST_TMP=$work/guide
 export LD_LIBRARY_PATH PKG_CONFIG_PATH PATH AUTOPKGTEST_TMP
 "$source/debian/tests/guide" "$work/root/usr/share/doc/nasutil-doc/guide"
+
+# The service, as its package sets it up on a machine.
+unset LD_LIBRARY_PATH
+service=$(cd "$(dirname "$0")" && pwd)/service
+mkdir "$work/service"
+status=0
+"$service/namespaces.sh" systemd "$work/service" "$service/packages.sh" "$work" \
+  "$source/debian/tests/appliance" "$work/service" || status=$?
+[ $status = 77 ] || [ -e "$work/service/passed" ] || fail "the installed service ended with $status"
 echo "the packages are as they should be"

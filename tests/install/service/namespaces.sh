@@ -18,7 +18,7 @@ finish() {
     until find "$group" -depth -type d -exec rmdir {} + 2>/dev/null; do sleep 0.1; done
   fi
   if mountpoint -q "$work/groups"; then umount "$work/groups"; fi
-  exit $status
+  exit "$status"
 }
 trap finish EXIT
 skip() { echo "SKIPPED, nothing was started by $manager: $1"; exit 77; }
