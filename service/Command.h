@@ -30,6 +30,8 @@ namespace service {
 class UTIL_EXPORT Process {
  public:
   Process() noexcept;  // of nothing
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
   Process(Process&& from) noexcept;
   Process& operator=(Process&& from) noexcept;  // kills what it owned before
   ~Process();

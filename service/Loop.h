@@ -13,10 +13,10 @@
 #include "util/system_exception.h"
 #include "util/types.h"
 
-#include <stdint.h>
 #include <sys/epoll.h>
 #include <sys/types.h>
 
+#include <cstdint>
 #include <functional>
 #include <initializer_list>
 #include <memory>
@@ -44,6 +44,8 @@ class UTIL_EXPORT RegistrationError : public util::system_exception {
 class UTIL_EXPORT Handle {
  public:
   Handle() noexcept;  // of nothing
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
   Handle(Handle&& from) noexcept;
   Handle& operator=(Handle&& from) noexcept;  // cancels what it owned before
   ~Handle();

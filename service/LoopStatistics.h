@@ -6,7 +6,7 @@
 #include "util/export.h"
 #include "util/types.h"
 
-#include <stdint.h>
+#include <cstdint>
 
 namespace service {
 

@@ -12,11 +12,10 @@
 #include "util/export.h"
 #include "util/logger.h"
 
-#include <time.h>
-
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <deque>
 #include <functional>
 #include <map>
@@ -74,6 +73,8 @@ class UTIL_EXPORT RepeatLimit final : public util::publisher {
  public:
   explicit RepeatLimit(std::shared_ptr<util::publisher> to, unsigned most = 10,
                        unsigned seconds = 60);
+  RepeatLimit(const RepeatLimit&) = delete;
+  RepeatLimit& operator=(const RepeatLimit&) = delete;
   ~RepeatLimit();  // reports what is held back
 
   int publish(util::category& c, const char* where, const char* format, va_list args) override;

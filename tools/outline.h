@@ -2,8 +2,7 @@
 // Data as an indented outline.
 #pragma once
 
-#include <stddef.h>
-
+#include <cstddef>
 #include <string>
 #include <string_view>
 

@@ -4,9 +4,8 @@
 
 #include "service/internal/Descriptor.h"
 
-#include <signal.h>
-
 #include <atomic>
+#include <csignal>
 
 namespace service {
 

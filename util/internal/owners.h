@@ -32,6 +32,8 @@ class Descriptor {
   Descriptor(int number, const std::string& what) : number_(number) {
     if (number < 0) throw std::system_error(errno, std::generic_category(), what);
   }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
   Descriptor(Descriptor&& from) noexcept : number_(std::exchange(from.number_, -1)) {}
   Descriptor& operator=(Descriptor&& from) noexcept {
     std::swap(number_, from.number_);
