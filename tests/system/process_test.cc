@@ -102,6 +102,18 @@ int loaded(const std::string& file) {
 
 class Process : public testing::Test {
  protected:
+  // Logs before, in and after a child that ends like this, with status 7.
+  void log_around_child(bool flush, void (*end)()) const {
+    const Log log(dir.file("x"), 0);
+    log("parent");
+    if (flush) log.to->flush();
+    EXPECT_EQ(7, forked([&] {
+                log("child");
+                end();
+              }));
+    log("after");
+  }
+
   const TempDir dir;
   const FrozenClock clock{"2007-03-01T14:05:09"};
 };
@@ -111,56 +123,23 @@ class Process : public testing::Test {
 // ---- fork ----
 
 TEST_F(Process, ForkedAfterAFlushHasEachEntryOnce) {
-  {
-    const Log log(dir.file("x"), 0);
-    log("parent");
-    log.to->flush();
-    EXPECT_EQ(7, forked([&log] {
-                log("child");
-                exit(7);
-              }));
-    log("after");
-  }
+  log_around_child(true, [] { exit(7); });
   EXPECT_EQ(entry("parent") + entry("child") + entry("after"), dir.read("x"));
 }
 
 TEST_F(Process, ForkedWithBufferedEntriesLeavesThemToTheParentIfTheChildExecutes) {
-  {
-    const Log log(dir.file("x"), 0);
-    log("parent");
-    EXPECT_EQ(0, forked([&log] {
-                log("child");
-                execl("/bin/true", "true", nullptr);
-              }));
-    log("after");
-  }
+  log_around_child(false, [] { execl("/bin/sh", "sh", "-c", "exit 7", nullptr); });
   EXPECT_EQ(entry("parent") + entry("after"), dir.read("x"));
 }
 
 TEST_F(Process, ForkedWithBufferedEntriesLeavesThemToTheParentIfTheChildEndsAtOnce) {
-  {
-    const Log log(dir.file("x"), 0);
-    log("parent");
-    EXPECT_EQ(7, forked([&log] {
-                log("child");
-                _exit(7);
-              }));
-    log("after");
-  }
+  log_around_child(false, [] { _exit(7); });
   EXPECT_EQ(entry("parent") + entry("after"), dir.read("x"));
 }
 
 // As with every stream of the C library: the child's copy of the buffer is written too.
 TEST_F(Process, ForkedWithBufferedEntriesWritesThemTwiceIfTheChildExits) {
-  {
-    const Log log(dir.file("x"), 0);
-    log("parent");
-    EXPECT_EQ(7, forked([&log] {
-                log("child");
-                exit(7);
-              }));
-    log("after");
-  }
+  log_around_child(false, [] { exit(7); });
   EXPECT_EQ(entry("parent") + entry("child") + entry("parent") + entry("after"), dir.read("x"));
 }
 

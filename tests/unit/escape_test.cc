@@ -4,7 +4,6 @@
 #include "tests/models/texts.h"
 
 #include <functional>
-#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -205,17 +204,6 @@ TEST(UnescapeString, FollowsTheRulesForEveryShortText) {
 }
 
 // ---- the pair ----
-
-TEST(Escaping, FollowsTheRulesForRandomTexts) {
-  std::mt19937 random(20070301);
-  const std::string alphabet = kAlphabet + "%%%%\"*<>?|F";
-  for (int i = 0; i < 5000; ++i) {
-    std::string s(random() % 400, '\0');
-    for (char& c : s) c = alphabet[random() % alphabet.size()];
-    ASSERT_EQ(models::escaped(s), escape_string(s)) << testing::PrintToString(s);
-    ASSERT_EQ(models::unescaped(s), unescape_string(s)) << testing::PrintToString(s);
-  }
-}
 
 TEST(Escaping, TwiceIsOnceButForAFinalDot) {
   EXPECT_EQ("a%3Ab%5C%22", escape_string(escape_string("a:b\\\"")));
