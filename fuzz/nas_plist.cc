@@ -60,7 +60,8 @@ void check_looking(Loaded& loaded) {
   const fuzz::ToolRun check = run({"check", path});
   const fuzz::ToolRun js = run({"js", path});
   if (!loaded.good) {
-    fuzz::require(show.status == 1 && check.status == 1 && js.status == 1, "no list is no good");
+    fuzz::require(show.status == 1 && check.status == 1 && js.status == 1,
+                  "what does not load is refused");
     fuzz::require(show.out.empty() && check.out.empty() && js.out.empty(), "no list shows nothing");
     return;
   }

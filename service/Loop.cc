@@ -56,7 +56,7 @@ const char* RegistrationError::what() const noexcept { return text_.c_str(); }
 
 // ---- registrations ----
 
-// Something that is waited for. Owned by its handle; the loop knows it while it may be called.
+// Something that the loop waits for. Its handle owns it; the loop knows it while it may be called.
 class Registration {
  public:
   using Core = Loop::Core;
@@ -66,10 +66,10 @@ class Registration {
   Registration& operator=(const Registration&) = delete;
   virtual ~Registration() = default;
 
-  Core* core() const { return core_; }  // null: it will not be called any more
+  Core* core() const { return core_; }  // null once it is not called any more
 
   void leave() noexcept;            // its loop
-  virtual void end() noexcept = 0;  // leaves, and destroys what the callback captured
+  virtual void end() noexcept = 0;  // leaves and destroys what the callback captured
 
  private:
   virtual void remove() noexcept = 0;  // from the tables of the loop
@@ -88,7 +88,7 @@ class Calling : public Registration {
     if (!callback_) refuse_empty();
   }
 
-  // A callback may destroy its registration, and lives on until it returns.
+  // A callback may destroy its registration; then it still lives until it returns.
   void call(Arguments... arguments);
   void call_once(Arguments... arguments) {
     leave();
@@ -139,7 +139,7 @@ struct Child final : Calling<int> {
   bool due = false;
 };
 
-// What is called may change the table, so one is looked for after the other.
+// A callback may change the table, so the next one is looked up after each call.
 template <class T>
 T* take_due(const std::list<T*>& table) {
   for (T* const one : table) {
@@ -152,7 +152,7 @@ T* take_due(const std::list<T*>& table) {
 
 // ---- the inside of the loop ----
 
-// Also the sub-loop that does the waiting.
+// It is also the sub-loop that does the waiting.
 class UTIL_HIDDEN Loop::Core final : public util::EventLoop {
  public:
   explicit Core(util::logger* log) : log_(log), epoll_(new_epoll()), forks_(forks()) {}
@@ -178,7 +178,7 @@ class UTIL_HIDDEN Loop::Core final : public util::EventLoop {
   void remove(Child& child) noexcept;
 
   Registration* running = nullptr;  // null once it has left the loop
-  uint64_t missed = 0;              // by the timer that is running
+  uint64_t missed = 0;              // calls missed by the running timer
   bool stopped = false;
   std::vector<Handle> stopping;
 
@@ -223,7 +223,7 @@ class UTIL_HIDDEN Loop::Core final : public util::EventLoop {
   utime_t wall_start_ = 0;
   int64_t margin_ = 0;
   int64_t end_ = 0;       // of the waiting
-  int64_t lateness_ = 0;  // in waking up, the worst of late
+  int64_t lateness_ = 0;  // in waking up, the worst of recent passes
 };
 
 void Registration::leave() noexcept {
@@ -259,7 +259,7 @@ void Timer::fire(int64_t at) {
   call();
 }
 
-// An event says which watch it is for; those of the inbox have the number 0.
+// An event says which watch it is for; one of the inbox has the number 0.
 epoll_event event_for(uint32_t events, int descriptor, uint32_t number) {
   epoll_event event = {};
   event.events = events;
@@ -305,7 +305,7 @@ void Loop::Core::add(Watch& watch) {
   watch.number = ++last_number_ != 0 ? last_number_ : ++last_number_;
   if (!control(epoll_, EPOLL_CTL_ADD, watch)) {
     const bool watched = place < watches_.size() && watches_[place] != nullptr;
-    // Without a watch, this is what a descriptor left that was closed while a copy of it was open.
+    // Without a watch, this is left of a descriptor that was closed while a copy of it was open.
     const bool left_behind = errno == EEXIST && !watched;
     if (!left_behind || !control(epoll_, EPOLL_CTL_MOD, watch)) refuse(watch, errno);
   }
@@ -322,7 +322,7 @@ void Loop::Core::change(Watch& watch, uint32_t events) {
   refuse(watch, errno);
 }
 
-// Where the number belongs to a later watch, nothing of this one is left in the epoll set.
+// If the descriptor belongs to a later watch, the epoll set has nothing left of this one.
 void Loop::Core::remove(Watch& watch) noexcept {
   Watch*& entry = watches_[static_cast<size_t>(watch.descriptor)];
   if (entry != &watch) return;
@@ -393,8 +393,8 @@ void Loop::Core::replace_epoll() {
   damaged_ = false;
 }
 
-// In a forked process: the epoll set, the descriptor of the inbox and the children are those of the
-// process that it comes from, and the handlers are gone.
+// For a forked process: the epoll set, the inbox's descriptor and the children belong to its
+// parent, and the handlers are gone.
 void Loop::Core::take_over() {
   inbox_.replace_descriptor();
   damaged_ = true;
@@ -438,7 +438,7 @@ void Loop::Core::begin_pass(utime_t timeout) {
   if (!children_.empty()) look_for_children_ = true;  // in case someone else handles SIGCHLD now
 }
 
-// A pass that had no time to wait serves what there is after it, where that is not called late.
+// A pass that had no time to wait serves what is ready at its end, which is not called late.
 void Loop::Core::end_pass() {
   if (!waited_) serve(now());
   inside_ = false;
@@ -449,14 +449,14 @@ void Loop::Core::runLoop(utime_t) {
   waited_ = true;
   serve(end_);
   if (end_ - now() >= kMillisecond) return;  // the system refused to wait
-  // The pass goes by the system's time. Where that was set back, the rest is waited for as well:
-  // otherwise it would be slept.
+  // The pass goes by the system's time. If that was set back, wait for the rest too, which would be
+  // slept otherwise.
   const int64_t spent = duration(util::Timer::now() - wall_start_);
   const int64_t left = duration(timeout_) - margin_ - spent;
   if (left > 2 * kMillisecond) serve(now() + left);
 }
 
-// At least a batch, if there is no time; events of a batch for which there is none wait.
+// Serves at least one batch, even without time; events beyond that wait for the next pass.
 void Loop::Core::serve(int64_t end) {
   const bool overdue = now() >= end;
   do {
@@ -473,7 +473,7 @@ void Loop::Core::serve(int64_t end) {
   } while (end - now() >= kMillisecond);
 }
 
-// False if the system refuses.
+// Returns false if the system refuses.
 bool Loop::Core::fetch(int64_t end) {
   const int64_t start = now();
   const int timeout = patience(start, end);
@@ -489,14 +489,14 @@ bool Loop::Core::fetch(int64_t end) {
     lateness_ = std::max(late, lateness_ - lateness_ / 4);
   }
   // Events for nobody come from a descriptor that was closed while a copy of it is open, and would
-  // come again and again.
+  // keep coming.
   for (int i = 0; i < batched_; ++i) {
     if (number_in(batch_[i]) != 0 && watch_of(batch_[i]) == nullptr) damaged_ = true;
   }
   return true;
 }
 
-// How many milliseconds to wait: not longer than until `end`, not shorter than for a timer.
+// How many milliseconds to wait: until `end` at most, and not less than the next timer needs.
 int Loop::Core::patience(int64_t at, int64_t end) const {
   if (look_for_children_) return 0;
   int64_t wait = (end - at) / kMillisecond;
@@ -515,7 +515,7 @@ void Loop::Core::dispatch(const epoll_event& event) {
   }
 }
 
-// Those that are due now; a timer that is added meanwhile has its turn later.
+// Calls the timers that are due now; one that is added meanwhile has its turn later.
 void Loop::Core::run_timers() {
   if (timers_.empty()) return;
   const int64_t at = now();
@@ -636,8 +636,8 @@ void Loop::run(utime_t cycle) {
 
 void Loop::stop() { core_->stopped = true; }
 
-// The waiting is moved to the end before each pass: whoever knows this loop as a SuperLoop adds
-// without asking it. Inside a pass this would not do, there the base class adds before it removes.
+// Moves the waiting to the end before each pass, since sub-loops are added through the base class.
+// This cannot be done inside a pass, where the base class adds before it removes.
 void Loop::runLoop(utime_t timeout) noexcept {
   core_->begin_pass(timeout);
   removeEvent(core_.get());

@@ -29,8 +29,8 @@ std::string hexadecimal(std::string_view bytes) {
   return text;
 }
 
-// Characters that a terminal may not see: controls except tab and newline, and what changes the
-// direction of writing, by which a name looks like another.
+// Characters that must not reach a terminal: controls except tab and newline, and those that change
+// the direction of writing, which can make one name look like another.
 constexpr struct {
   char32_t first, last;
 } kHidden[] = {
@@ -43,7 +43,7 @@ constexpr struct {
     {0x2066, 0x2069},
 };
 
-// Of a character in UTF-8.
+// The number of a character in UTF-8.
 char32_t code_point(std::string_view character) {
   const auto byte = [&character](size_t at) { return static_cast<unsigned char>(character[at]); };
   if (character.size() == 1) return byte(0);
@@ -52,7 +52,7 @@ char32_t code_point(std::string_view character) {
   return point;
 }
 
-// Bytes of the harmless character that `text` begins with, or 0.
+// The size of the harmless character that `text` begins with, or 0.
 size_t harmless(std::string_view text) {
   const service::Utf8Piece piece = service::utf8_piece(text.data(), text.data() + text.size());
   if (!piece.valid) return 0;
@@ -63,8 +63,8 @@ size_t harmless(std::string_view text) {
   return hidden ? 0 : piece.size;
 }
 
-// A file opened later must not become standard output by chance. What was closed still fails when
-// it is used.
+// Keeps a file that is opened later from becoming standard output. Using a stream that was closed
+// still fails.
 void occupy_standard_streams() {
   constexpr int kModes[] = {O_WRONLY, O_RDONLY, O_RDONLY};
   for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {

@@ -11,11 +11,11 @@ namespace tools {
 
 enum Status { kGood = 0, kFault = 1, kWrongUse = 2 };
 
-// The whole run of a tool: what throws is a fault. Returns the status to exit with.
+// Runs a tool and reports its exceptions as faults. Returns the exit status.
 int run_tool(int (*run)(int, char**), int argc, char** argv);
 
-// Write "<program>: <message>" to standard error on one line, as a terminal may see it; after a
-// fault finish() will return kFault.
+// Write "<program>: <message>" to standard error on one line, made safe for a terminal. After a
+// fault, finish() returns kFault.
 void fault(const std::string& message);
 void warn(const std::string& message);
 
@@ -23,37 +23,37 @@ void warn(const std::string& message);
 // kWrongUse.
 int wrong_use(const std::string& message = "");
 
-// The same for what getopt_long() has just returned for a word that is not an option of `table`, or
-// that lacks its argument. The string of short options must begin with ":" (behind a "+"), so that
-// getopt_long() itself says nothing.
+// The same for a word that getopt_long() has just found to be no option of `table` or to lack its
+// argument. The string of short options must begin with ":" (after a "+"), so that getopt_long()
+// prints nothing itself.
 int wrong_option(int result, char* const argv[], const option* table);
 
-// Print the text, or the program's version, and end the run. Return the status to exit with.
+// Print the text, or the program's version, and end the run. Return the exit status.
 int print(const std::string& text);
 int print_version();
 
 // Writes to standard output. finish() says why that failed.
 void write_out(std::string_view text);
 
-// Brings out what was written to standard output. False, now or later, where that failed.
+// Flushes standard output. Returns false if this or an earlier write failed.
 bool flush();
 
-// Ends a run: flushes, which is a fault where it fails. Returns the status to exit with.
+// Ends a run: flushes standard output and reports a failure. Returns the exit status.
 int finish();
 
-// `text` as a terminal may see it: control bytes except tab and newline, characters that change the
-// direction of writing, and what is not UTF-8, as "\x1B".
+// `text` made safe for a terminal: control bytes except tab and newline, characters that change the
+// direction of writing, and invalid UTF-8 are written as "\x1B".
 std::string printable(std::string_view text);
 
-// The same on one line: a newline as "\x0A".
+// The same on one line: a newline is written as "\x0A".
 std::string printable_line(std::string_view text);
 
-// Whether standard output is a terminal, and one that shall be written to in colours: NO_COLOR is
-// not set, and TERM is not "dumb".
+// Whether standard output is a terminal, and whether colours may be used there: NO_COLOR is not
+// set, and TERM is not "dumb".
 bool on_terminal();
 bool in_colours();
 
-// `text` as standard output may have it: printable() on a terminal, elsewhere as it is.
+// `text` for standard output: printable() on a terminal, unchanged elsewhere.
 std::string for_output(std::string_view text);
 
 }  // namespace tools

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// An input file of a tool that reads it by name.
+// A file that a tool reads by name.
 #pragma once
 
 #include "util/internal/owners.h"
@@ -8,28 +8,28 @@
 
 namespace tools {
 
-// Whether it names a descriptor that is open already, and not as a file: the shell hands one over
-// for "<(command)".
+// Whether the path names an open descriptor that is not a file, as the shell passes it for
+// "<(command)".
 bool is_open_stream(const std::string& path);
 
-// Throws std::runtime_error for a FIFO, a device or a socket: reading it may block or never end.
+// Throws std::runtime_error for a FIFO, a device or a socket, which might block or never end.
 void refuse_special_file(const std::string& path);
 
-// How much of a stream is read, 64 MiB unless it is set. False if the text is not a number of MiB.
+// Sets how much of a stream is read; the default is 64 MiB. False if the text is not a number.
 bool set_input_limit(const std::string& mebibytes);
 
-// The file of that name. For a stream, which "-" and the shell's "<(command)" are, a copy of all it
-// gives, which is gone with the object.
+// The file of that name or, for a stream such as "-" and the shell's "<(command)", a copy of its
+// content, which is removed with the object.
 class Input {
  public:
-  // Throws std::system_error where a stream cannot be read, std::runtime_error where it gives more
-  // than the limit and where the name is that of a special file.
+  // Throws std::system_error if a stream cannot be read, std::runtime_error if it exceeds the limit
+  // or if the name is that of a special file.
   explicit Input(const std::string& file);
 
   const std::string& path() const { return path_; }
   const std::string& name() const { return name_; }  // for messages
 
-  // The library's message, which may be about path(), as one about name().
+  // A message of the library with name() in place of path().
   std::string named(std::string message) const;
 
  private:

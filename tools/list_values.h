@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Values of property lists as an operator writes and reads them.
+// Values of property lists as they are typed and shown.
 #pragma once
 
 #include "tools/outline.h"
@@ -21,17 +21,18 @@ struct ListType {
 const ListType* find_list_type(const std::string& name);  // null where there is none
 const char* name_of_type(const util::Value& value);
 
-// What is no container, in its own words: "nas", "0.5", "true", "2008-05-01T14:03:59Z", "AQID".
+// The text of a value that is not a container: "nas", "0.5", "true", "2008-05-01T14:03:59Z",
+// "AQID".
 std::string raw_text(const util::Value& value);
 
-// The same so that its kind can be told, or an empty container: "\"nas\"", "2.0", "data AQID",
-// "{}".
+// The same in a form that shows its kind, also for an empty container: "\"nas\"", "2.0",
+// "data AQID", "{}".
 std::string outline_text(const util::Value& value);
 
 void show_entries(Outline& out, const util::value_struct& entries);
 void show_elements(Outline& out, const util::value_array& elements);
 
-// Prints a line for each value that is only in `old` or only in the other, "-network/mtu: 1500" or
+// Prints a line for each value that only one of the lists has, such as "-network/mtu: 1500" and
 // "+network/mtu: 9000". Returns whether there was any.
 bool show_differences(const util::value_struct& old, const util::value_struct& current);
 

@@ -32,7 +32,7 @@ bool ends_with(const std::string& text, std::string_view end) {
   return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
-// The number of an old file, as in ".12"; -1 where it is none.
+// The number of an old file, such as ".12"; -1 if it is not one.
 long number_of(const std::string& suffix) {
   const std::string digits = suffix.substr(std::min<size_t>(1, suffix.size()));
   const bool plain = !digits.empty() && digits.size() < 10 &&
@@ -41,8 +41,8 @@ long number_of(const std::string& suffix) {
   return std::stol(digits);
 }
 
-// The numbers of the files beside `path` that rotation has made of it, compressed or not. Each
-// number's successor is among them, for a rotation may come before the files are opened.
+// The numbers of the rotated files of `path`, compressed or not, and each number's successor, since
+// a rotation may come before the files are opened.
 std::set<long> old_numbers(const std::string& path) {
   const size_t name = path.rfind('/') + 1;
   const std::string folder = name == 0 ? "." : path.substr(0, name);
@@ -84,7 +84,7 @@ LogPart::~LogPart() {
   if (gzip_ > 0) waitpid(gzip_, nullptr, 0);
 }
 
-// Returns where to read what the compressed file holds.
+// Returns the descriptor from which the uncompressed text is read.
 int LogPart::start_gzip() {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), name_);
@@ -103,7 +103,7 @@ int LogPart::start_gzip() {
   throw std::system_error(error, std::generic_category(), name_);
 }
 
-// The first bytes of what the file holds, whatever was read.
+// The first bytes of the uncompressed file, however much was read.
 std::string LogPart::head() const {
   std::string text(kHeadSize, '\0');
   ssize_t got = 0;
@@ -202,9 +202,9 @@ bool Log::unfinished(service::LogEntry& to) {
   return !parts_.empty() && parts_.front()->reader().rest(to);
 }
 
-// Null where the file does not exist, or with a message, given once, where it cannot be opened.
+// Null if the file does not exist or cannot be opened, which is reported once.
 std::unique_ptr<LogPart> Log::open_part(const std::string& name) {
-  // A FIFO in the place of an old file must not block; open() has refused one in that of the log.
+  // A FIFO in place of an old file must not block; open() has refused one in place of the log.
   const int blocking = name == path_ ? 0 : O_NONBLOCK;
   const int descriptor = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | blocking);
   if (descriptor >= 0) return std::make_unique<LogPart>(name, descriptor);
@@ -219,9 +219,9 @@ bool Log::is_known(const LogPart& part) const {
                      [&part](const auto& known) { return part.is(*known); });
 }
 
-// Opens the files that came after those already open, or all of them: the newest first, so that
-// none is missed when a rotation comes in between, only met twice. Beside a plain file a compressed
-// one is not complete.
+// Opens the files that are newer than those already open, the newest first: a rotation in between
+// can then show a file twice, but cannot hide one. If a plain file exists, its compressed one is
+// not complete.
 void Log::open_newer() {
   std::deque<std::unique_ptr<LogPart>> newer;
   const auto add = [&](std::unique_ptr<LogPart> part) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A log over all its files.
+// A log with all its rotated files.
 #pragma once
 
 #include "service/LogReader.h"
@@ -23,11 +23,11 @@ class LogPart {
   LogPart(const LogPart&) = delete;
   LogPart& operator=(const LogPart&) = delete;
 
-  // The same file, whatever its name, or one compressed from the other.
+  // Whether both are the same file, whatever its name, or one was compressed from the other.
   bool is(const LogPart& other) const;
   bool is(const struct stat& file) const;
 
-  // As the reader's own, but a file that cannot be read is reported as a fault and ends.
+  // Like the reader's own, but a file that cannot be read is reported as a fault and ends.
   bool next(service::LogEntry& to);
   bool rest(service::LogEntry& to);
 
@@ -44,23 +44,23 @@ class LogPart {
   service::LogReader reader_;
 };
 
-// Reads the file of that name and before it those that rotation has made of it: <path>.0 is the
-// newest of them, the highest number the oldest; each may be compressed, with ".gz" behind the
-// number. "-" is standard input.
+// Reads the rotated files of that name and then the file itself: <path>.0 is the newest rotated
+// file, the highest number the oldest; each may be compressed, with ".gz" after the number. "-" is
+// standard input.
 //
-// While it is followed, a log goes on in the next file when its file is renamed, however often that
-// was, and from the start when its file is truncated. It may begin to exist later.
+// Following a log continues with the next file if the file was renamed, however often, and from the
+// start if it was truncated. The file need not exist at first.
 class Log {
  public:
   Log(std::string path, bool follow);
 
-  // False, with a message, where there is nothing to read.
+  // Returns false and reports why if there is nothing to read.
   bool open();
 
-  // The next entry. False at the end; of a followed log, at the end for now.
+  // Reads the next entry. Returns false at the end, for a followed log at the present end.
   bool next(service::LogEntry& to);
 
-  // For a followed log that has come to its end for now:
+  // For a followed log that has reached its present end:
   void look_for_change();                  // finds out whether it was rotated or truncated
   bool settled(service::LogEntry& to);     // its last entry, once it has not grown for one call
   bool unfinished(service::LogEntry& to);  // whatever is left
@@ -73,7 +73,7 @@ class Log {
   std::string path_;
   bool follow_;
   std::deque<std::unique_ptr<LogPart>> parts_;  // not yet read to the end, oldest first
-  // The one before them. Kept open, so that no new file gets its identity.
+  // The one before them. It stays open, so that no new file gets its identity.
   std::unique_ptr<LogPart> read_;
   std::string complaint_;
 };

@@ -74,7 +74,7 @@ class Printed {
   Outline out_;
 };
 
-// Makes a value of it.
+// Turns it into a value.
 class Tree {
  public:
   void number(const char* name, int value) { put(name, value); }
@@ -112,7 +112,7 @@ const char* word_or_none(Enum enumerator) {
   return enumerator == 0 ? "none" : util::word_of(enumerator);
 }
 
-// Tells `Out` what the document says, in the order of the document.
+// Passes the configuration to `Out`, in the order of the document.
 template <class Out>
 class Walk {
  public:
@@ -224,7 +224,7 @@ std::string placed(const Input& file, int row, int column, const std::string& te
   return file.name() + ":" + std::to_string(row) + ":" + std::to_string(column) + ": " + text;
 }
 
-// What the XML layer says, with the place in front.
+// The XML layer's message, preceded by the place.
 std::string placed(const Input& file, const ticpp::Exception& refusal) {
   static const std::regex place(" \\(row ([0-9]+), column ([0-9]+)\\)$");
   std::string text = file.named(refusal.what());
@@ -235,7 +235,7 @@ std::string placed(const Input& file, const ticpp::Exception& refusal) {
 
 enum class Ignored { kSilent, kWarning, kFault };
 
-// Reports what is wrong with the document. Returns whether there is a fault.
+// Reports what is wrong with the document. Returns whether it has a fault.
 bool report(const Input& file, Ignored ignored) {
   bool refused = false;
   try {
@@ -253,7 +253,7 @@ bool report(const Input& file, Ignored ignored) {
   return refused;
 }
 
-// None, with every reason reported, where the services refuse the document.
+// Returns nothing, and reports every reason, if the services refuse the document.
 std::optional<util::NASConfDB> read(const Input& file) {
   try {
     return util::NASConfDB(file.path());
@@ -285,7 +285,7 @@ int show(const Request& request) {
   return finish();
 }
 
-// Who asks for the password by its path gets it.
+// The password is printed if its path is given.
 int get(const Request& request) {
   const std::string& path = request.words[1];
   util::PropertyList list("");

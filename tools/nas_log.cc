@@ -93,17 +93,17 @@ std::string upper_case(std::string text) {
   return text;
 }
 
-// "EVENT LOOP|DEBUG" is of either, of both, and of "event loop".
+// "EVENT LOOP|DEBUG" belongs to "DEBUG", to "event loop" and to both together.
 bool is_of(const std::string& category, const std::string& name) {
   return upper_case("|" + category + "|").find(upper_case("|" + name + "|")) != std::string::npos;
 }
 
-// The categories that were met, and which of them are wanted.
+// The categories found so far, and which of them are wanted.
 class Categories {
  public:
   std::vector<std::string> wanted, excluded;
 
-  // Whether an entry of this category is to be shown; counts it.
+  // Counts an entry of this category. Returns whether it is to be shown.
   bool want(const std::string& category) {
     if (last_ == nullptr || last_->first != category) {
       auto known = known_.find(category);
@@ -118,7 +118,7 @@ class Categories {
     return last_->second.wanted;
   }
 
-  // The first name that was asked for and that no entry is of; none where there is no entry at all.
+  // The first name asked for that no entry has; nothing if there is no entry at all.
   std::optional<std::string> unknown() const {
     if (known_.empty()) return std::nullopt;
     for (const auto* const names : {&wanted, &excluded}) {
@@ -129,7 +129,7 @@ class Categories {
     return std::nullopt;
   }
 
-  // Each single one with the number of its entries.
+  // Each category with the number of its entries.
   std::map<std::string, size_t> counts() const {
     std::map<std::string, size_t> counts;
     for (const auto& [category, known] : known_) {
@@ -140,7 +140,7 @@ class Categories {
   }
 
  private:
-  // A damaged log may seem to have any number of them; what exceeds this is not remembered.
+  // A damaged log may seem to have any number of categories; more than this are not remembered.
   static constexpr size_t kMost = 4096;
   static constexpr size_t kLongest = 256;
 
@@ -155,7 +155,7 @@ class Categories {
            std::none_of(excluded.begin(), excluded.end(), fits);
   }
 
-  // The library's own may be asked for where no entry is of them yet.
+  // The library's own categories may be asked for even if no entry has them yet.
   bool exists(const std::string& name) const {
     const auto fits = [&name](const std::string& category) { return is_of(category, name); };
     constexpr const char* kOwn[] = {"WARNING", "INFO", "DEBUG", "MEMORY", "TIMING", "EVENT LOOP"};
@@ -179,12 +179,12 @@ struct Filter {
   }
 
  private:
-  // What is no entry may have been of any category.
+  // Damaged text may have been of any category.
   bool has_category(const LogEntry& entry) {
     return !entry.fault.empty() || categories.want(entry.category);
   }
 
-  // A bound that stops at the minute or the day is the whole of it.
+  // A bound without seconds or time of day stands for the whole minute or day.
   bool has_time(const std::string& time) const {
     return time >= since && (until.empty() || time.compare(0, until.size(), until) <= 0);
   }
@@ -219,7 +219,7 @@ class Printer {
     if (out_.size() >= kBlock) write();
   }
 
-  // Hands all to standard output.
+  // Writes everything to standard output.
   void write() {
     write_out(out_);
     out_.clear();
@@ -256,7 +256,7 @@ class Printer {
     if (text.back() != '\n') out_ += '\n';
   }
 
-  // The message's own lines are divided by "\n".
+  // Line feeds within the message are written as "\n".
   void one_line(const LogEntry& entry) {
     std::string message = entry.message();
     for (size_t at = 0; (at = message.find('\n', at)) != message.npos;) {
@@ -288,7 +288,7 @@ class Printer {
   std::string out_;
 };
 
-// A program that shows standard output page by page, where that is a terminal.
+// The program that shows standard output page by page, if that is a terminal.
 class Pager {
  public:
   explicit Pager(bool wanted) {
@@ -307,7 +307,7 @@ class Pager {
     close(ends[1]);
   }
 
-  // Waits until the reader has seen enough.
+  // Waits until the reader quits.
   ~Pager() {
     if (pid_ <= 0) return;
     close(STDOUT_FILENO);
@@ -342,7 +342,7 @@ struct Options {
   std::vector<std::string> files;
 };
 
-// A log and the entry of it that is next.
+// A log and its next entry.
 struct Source {
   Source(const std::string& path, bool follow) : log(path, follow) {}
 
@@ -382,7 +382,7 @@ class Viewer {
   }
 
  private:
-  // Without SA_RESTART: a write to a pipe that nobody reads ends too.
+  // Without SA_RESTART, so that a write to a pipe that nobody reads ends too.
   static void catch_signals() {
     struct sigaction action = {};
     action.sa_handler = interrupt;
@@ -395,7 +395,7 @@ class Viewer {
     nanosleep(&time, nullptr);
   }
 
-  // All logs merged, as far as they go for now.
+  // Shows all logs merged, up to their present ends.
   void show_all() {
     for (Source& source : sources_) source.advance();
     for (Source* first = earliest(); first != nullptr && !interrupted; first = earliest()) {
@@ -427,7 +427,7 @@ class Viewer {
     if (options_.follow) written();
   }
 
-  // Until all is read, only the last few can be told.
+  // Keeps the last few; which they are is known only once everything is read.
   void keep(const LogEntry& entry) {
     if (*options_.last == 0) return;
     LogEntry spare;
@@ -459,7 +459,7 @@ class Viewer {
     }
   }
 
-  // What is only half written is shown, and is no fault; nor is a write that the signal ended.
+  // Shows half-written entries. Neither they nor a write that the signal ended is a fault.
   void end_interrupted() {
     if (ferror(stdout) != 0) _exit(kGood);
     for (Source& source : sources_) {
@@ -485,7 +485,7 @@ std::string stamp_of(time_t time) {
   return std::string(text, strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &local));
 }
 
-// The start of the day that is so many days before this one.
+// The date that many days before today.
 std::string day_before(int days) {
   const time_t now = time(nullptr);
   tm local = {};
@@ -509,7 +509,7 @@ std::optional<std::string> time_ago(const std::string& text) {
   return stamp_of(time(nullptr) - static_cast<time_t>(seconds));
 }
 
-// Whether there is such a day, or one of that minute or second.
+// Whether the calendar has the day of this time.
 bool is_day(const std::string& text) {
   tm day = {};
   day.tm_year = std::stoi(text.substr(0, 4)) - 1900;
@@ -520,7 +520,7 @@ bool is_day(const std::string& text) {
   return day.tm_mday == asked;
 }
 
-// The time as in the log, or one that stops at the minute or the day.
+// The time as the log writes it, perhaps without seconds or time of day.
 std::optional<std::string> bound_of(std::string text) {
   if (text == "today") return day_before(0);
   if (text == "yesterday") return day_before(1);
@@ -534,7 +534,7 @@ std::optional<std::string> bound_of(std::string text) {
   return good ? std::optional(text) : std::nullopt;
 }
 
-// Whether `name` is one of the files that rotation makes of `log`.
+// Whether `name` is a rotated file of `log`.
 bool is_old_file(const std::string& name, const std::string& log) {
   const std::string prefix = log + ".";
   if (name.size() <= prefix.size() || name.compare(0, prefix.size(), prefix) != 0) return false;
@@ -542,7 +542,7 @@ bool is_old_file(const std::string& name, const std::string& log) {
   return end == name.npos || (end > prefix.size() && name.substr(end) == ".gz");
 }
 
-// Each file once, however often it was named: "nas-log x*" names old files twice.
+// Each log once, although "nas-log x*" names its rotated files too.
 std::vector<std::string> distinct(const std::vector<std::string>& names) {
   std::vector<std::string> logs;
   for (const std::string& name : names) {
@@ -610,7 +610,7 @@ std::optional<int> add_pattern(std::deque<Pattern>& patterns) {
   return wrong_use("'" + std::string(optarg) + "': " + error);
 }
 
-// The exit status where the option ends the run.
+// Returns the exit status if the option ends the run.
 std::optional<int> apply(int option, char** argv, Options& to) {
   switch (option) {
     case kCategory: to.filter.categories.wanted.emplace_back(optarg); break;
@@ -646,7 +646,7 @@ std::optional<int> parse(int argc, char** argv, Options& to) {
   return std::nullopt;
 }
 
-// Whoever misspells a category sees what there is.
+// Lists the existing categories for one that was misspelt.
 int unknown_category(const Categories& categories, const std::string& name) {
   std::string known;
   for (const auto& [one, count] : categories.counts()) known += (known.empty() ? "" : ", ") + one;

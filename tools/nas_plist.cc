@@ -58,8 +58,8 @@ constexpr util::utime_t kPatience = 30000;  // milliseconds
 
 // ---- loading ----
 
-// Throws std::runtime_error where there is no list. PropertyList itself takes a missing file for an
-// empty list; `unloaded` tells.
+// Throws std::runtime_error if there is no list. PropertyList itself takes a missing file for an
+// empty list, which `unloaded` reveals.
 void load(util::PropertyList& list, const Input& file) {
   const bool exists = list.exists();
   const std::string missing = file.name() + ": " + strerror(errno);
@@ -79,7 +79,7 @@ void load(util::PropertyList& list, const Input& file) {
   if (!exists) warn(missing + "; its backup " + file.name() + "~ was read");
 }
 
-// What follows the command.
+// The words after the command.
 struct Request {
   std::optional<std::string> function;
   bool type = false;
@@ -89,7 +89,7 @@ struct Request {
 // Refuses what is not a path before anything is read.
 void check_path(const std::string& path) { service::find(util::PropertyList(""), path); }
 
-// A list that is only looked into.
+// A list that is only read.
 struct Loaded {
   explicit Loaded(const std::string& name) : file(name), list(file.path()) { load(list, file); }
 
@@ -101,7 +101,7 @@ std::string about(const Input& file, const std::string& text) { return file.name
 
 // ---- looking ----
 
-// The list, or the part of it that the second word names. Throws where there is none.
+// The list, or the part of it that the second word names. Throws if there is none.
 util::Value part(const Loaded& from, const Request& request) {
   if (request.words.size() == 1) return from.list.getProperties();
   const std::string& path = request.words[1];
@@ -136,7 +136,7 @@ int run_get(const Request& request) {
   return print(for_output(raw_text(*value)) + "\n");
 }
 
-// Says what a backup would be good for, if there is one and that is news.
+// Reports whether the backup can be loaded, if that differs from the list.
 void check_backup(const Input& file, bool file_is_good) {
   util::PropertyList backup(file.path() + "~");
   if (!backup.exists()) return;
@@ -170,7 +170,7 @@ int run_json(const Request& request) {
   return print(for_output(service::to_json(part(from, request), service::INDENTED)) + "\n");
 }
 
-// As with diff(1), 1 says that they differ and 2 that something is wrong.
+// As with diff(1), 1 means that they differ and 2 that something is wrong.
 int run_diff(const Request& request) {
   constexpr int kDifferent = 1;
   constexpr int kTrouble = 2;
@@ -220,7 +220,7 @@ int run_js(const Request& request) {
 
 // ---- changing ----
 
-// Loads the list, changes and saves it, while nobody else does.
+// Loads, changes and saves the list under its lock.
 int change(const Request& request, const std::function<void(util::PropertyList& list)>& apply) {
   const Input file(request.words[0]);
   util::PropertyList list(file.path());
@@ -236,7 +236,7 @@ struct Setting {
   util::Value value;
 };
 
-// From the words behind the file. The status to exit with where they are not settings.
+// Reads settings from the words after the file. Returns the exit status if they are malformed.
 std::optional<int> parse_settings(const std::vector<std::string>& words, std::vector<Setting>& to) {
   for (size_t i = 1; i < words.size();) {
     const std::string& path = words[i++];
@@ -306,7 +306,7 @@ util::Value json_from_standard_input() {
   throw std::runtime_error(about(input, "a list is a JSON object"));
 }
 
-// A list that cannot be loaded is not replaced: its backup may be good, and would be lost.
+// A list that cannot be loaded is not replaced, since its backup may be good and would be lost.
 int run_import(const Request& request) {
   const util::Value value = json_from_standard_input();
   const Input file(request.words[0]);
@@ -376,8 +376,8 @@ constexpr option kOptions[] = {
     {nullptr,       0,                 nullptr, 0          }
 };
 
-// Options wherever they stand, or, with "+", up to the first other word. The status to exit with
-// where one ends the run.
+// Reads the options wherever they are or, with "+", up to the first other word. Returns the exit
+// status if one ends the run.
 std::optional<int> parse_options(int argc, char** argv, const std::string& where, Request& to) {
   const std::string letters = where + ":h";
   for (int option = 0;

@@ -14,7 +14,7 @@ constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz
 
 bool is_space(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-// The value of a digit, -1 for what is none. A NUL counts as a digit of value 64.
+// The value of a digit, -1 for anything else. A NUL counts as a digit of value 64.
 int digit_of(char c) {
   for (int value = 0; value <= 64; ++value) {
     if (kDigits[value] == c) return value;
