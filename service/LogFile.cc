@@ -61,8 +61,8 @@ bool same_file(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-// Opens a regular file to append to it, never one of another kind: opening alone may do something.
-// Without a value and with errno where it cannot be had as it shall be.
+// Opens a regular file to append to it; one of another kind is not even opened, which could have
+// effects. If the file cannot be had with its mode and owner, returns none and sets errno.
 OpenFile open_log(const std::string& path, int how, const LogFileOptions& options) {
   struct stat file = {};
   if (lstat(path.c_str(), &file) == 0 && !S_ISREG(file.st_mode)) {
@@ -102,11 +102,11 @@ bool write_all(int descriptor, const char* bytes, size_t size) {
   return true;
 }
 
-// As localtime_r() and strftime() do it, which a handler may not call.
+// Does what localtime_r() and strftime() do, which a handler may not call.
 void put_time(SafeText& to, time_t local_second) {
   time_t day = day_of(local_second);
   const time_t second = local_second - day * kDay;
-  // Counted in years that begin in March, from the first of March of the year 0.
+  // In years that begin in March, from the first of March of the year 0.
   day += 719468;
   const time_t era = (day >= 0 ? day : day - 146096) / 146097;
   const time_t of_era = day - era * 146097;
@@ -134,7 +134,7 @@ void put_time(SafeText& to, time_t local_second) {
 
 namespace {
 
-// What the handler of a signal may read: stored whole, and behind what was stored before.
+// What a signal handler may read: it is stored as a whole, after what was stored before it.
 template <class T>
 class Noted {
  public:
@@ -206,19 +206,19 @@ class UTIL_HIDDEN LogFile::Impl {
   const LogFileOptions options_;
   const OldLogs old_;
 
-  // What waits; a handler may read it at any time.
+  // The waiting entries; a handler may read them at any time.
   std::unique_ptr<char[]> buffer_;
   size_t capacity_ = kBufferSize;
-  Noted<size_t> used_{0};  // whole entries, but for a torn first one
+  Noted<size_t> used_{0};  // whole entries, except for a torn first one
   Noted<bool> is_writing_{false};
   std::vector<size_t> ends_;  // of the entries
-  bool torn_ = false;         // the first one's beginning is in the file already
+  bool torn_ = false;         // the beginning of the first one is already in the file
 
   OpenFile log_;
-  struct stat file_ = {};  // which one it is
+  struct stat file_ = {};  // identifies the open file
   off_t size_ = 0;
   int error_ = 0;
-  bool takes_nothing_ = false;  // which was just tried
+  bool takes_nothing_ = false;  // a write has just failed
   uint64_t written_ = 0;        // entries, since look_at_path()
 
   uint64_t lost_ = 0;
@@ -227,9 +227,9 @@ class UTIL_HIDDEN LogFile::Impl {
   char lost_since_[kTimeSize] = "";
 
   LocalTime time_;
-  time_t day_ = 0;  // the file's
+  time_t day_ = 0;  // of the file
   bool day_is_over_ = false;
-  time_t not_rotated_ = -1;  // the second in which that has failed
+  time_t not_rotated_ = -1;  // the second in which rotating failed
   bool compressing_ = false;
   bool files_changed_ = true;  // since sync()
 
@@ -239,19 +239,19 @@ class UTIL_HIDDEN LogFile::Impl {
 
 LogFile::Impl* LogFile::Impl::first_ = nullptr;
 
-// What happens to all logs of the process.
+// All logs of the process.
 struct LogFile::Impl::Everywhere {
   Everywhere() {
     if (pthread_atfork(nullptr, nullptr, forked) != 0) throw std::bad_alloc();
   }
-  // Loggers live as long as the process, so nobody destroys their publishers.
+  // Loggers live as long as the process, so nothing destroys their publishers.
   ~Everywhere() {
     for (Impl* log = first_; log != nullptr; log = log->next_) log->finish();
   }
   Everywhere(const Everywhere&) = delete;
   Everywhere& operator=(const Everywhere&) = delete;
 
-  // In the child: what waits is the parent's to write, what is lost the parent's to tell.
+  // In the child: the parent writes what waits and reports what was lost.
   static void forked() noexcept {
     for (Impl* log = first_; log != nullptr; log = log->next_) {
       log->forget_waiting();
@@ -261,7 +261,7 @@ struct LogFile::Impl::Everywhere {
   }
 };
 
-// Among all processes that log to a path one may move its files.
+// Lets only one of all processes that log to a path move its files.
 class LogFile::Impl::Lock {
  public:
   explicit Lock(const Impl& log)
@@ -272,7 +272,7 @@ class LogFile::Impl::Lock {
                fstat(file_.number(), &opened) == 0 && lstat(log.path_.c_str(), &there) == 0;
     if (!is_held_ || (same_file(opened, log.file_) && same_file(there, log.file_))) return;
     is_held_ = false;
-    errno = ESTALE;  // somebody else has rotated
+    errno = ESTALE;  // another process has rotated
   }
   ~Lock() {
     if (file_) flock(file_.number(), LOCK_UN);  // even if a child still has the file
@@ -341,7 +341,7 @@ bool LogFile::Impl::write_out() {
 
 std::error_code LogFile::Impl::sync() {
   if (!write_out()) return code(error_);
-  // What was rotated since the last time lies in other files and under other names.
+  // Entries rotated since the last call are in other files, under other names.
   const bool synced = (files_changed_ ? syncfs(log_.number()) : fdatasync(log_.number())) == 0;
   if (!synced) return code(errno);
   files_changed_ = false;
@@ -379,7 +379,7 @@ void LogFile::Impl::publish_in_handler(const char* where, const char* message) n
 
 // ---- what waits ----
 
-// Returns the size of the entry, or 0 where there is no room for it.
+// Returns the size of the entry, or 0 if there is no room for it.
 size_t LogFile::Impl::append(std::string_view where, std::string_view category, const char* format,
                              va_list args) {
   const size_t head = time_.view().size() + where.size() + category.size() + strlen(" \n: ");
@@ -391,7 +391,7 @@ size_t LogFile::Impl::append(std::string_view where, std::string_view category, 
     va_copy(again, args);
     int length = vsnprintf(to + head, room, format, again);
     va_end(again);
-    if (length < 0) length = snprintf(to + head, room, "%s", format);  // it cannot be formatted
+    if (length < 0) length = snprintf(to + head, room, "%s", format);  // formatting failed
     message = static_cast<size_t>(length);
     if (message >= room) continue;
     to = put(to, time_.view());
@@ -401,7 +401,7 @@ size_t LogFile::Impl::append(std::string_view where, std::string_view category, 
     to = put(to, category);
     *to++ = ':';
     *to++ = ' ';
-    to[message] = '\n';  // in the place of the end
+    to[message] = '\n';  // replaces the terminating NUL
     const size_t size = head + message + 1;
     ends_.push_back(used_ + size);
     used_ = used_ + size;
@@ -409,7 +409,7 @@ size_t LogFile::Impl::append(std::string_view where, std::string_view category, 
   }
 }
 
-// How many entries are lost. False where there is no room for it.
+// Writes how many entries were lost. Returns false if there is no room for that.
 bool LogFile::Impl::append_note() {
   const auto count = static_cast<unsigned long long>(unreported_);
   if (!append_warning("%llu %s lost since %s: %s", count, count == 1 ? "entry" : "entries",
@@ -428,7 +428,7 @@ bool LogFile::Impl::append_warning(const char* format, ...) {
   return size > 0;
 }
 
-// Both or neither, while the file takes nothing: the note comes before what came after the loss.
+// Takes both or neither while the file takes nothing, so that the note precedes later entries.
 size_t LogFile::Impl::append_behind_note(std::string_view where, std::string_view category,
                                          const char* format, va_list args) {
   const size_t used = used_;
@@ -444,7 +444,7 @@ size_t LogFile::Impl::append_behind_note(std::string_view where, std::string_vie
   return 0;
 }
 
-// A long entry gets a buffer of its own size, once nothing else waits.
+// A long entry gets a larger buffer once nothing else waits.
 bool LogFile::Impl::make_room(size_t size) {
   if (capacity_ - used_ >= size) return true;
   if (used_ > 0 && (takes_nothing_ || !write_waiting())) return false;
@@ -454,9 +454,9 @@ bool LogFile::Impl::make_room(size_t size) {
   return true;
 }
 
-// Takes away the first bytes of what waits. Returns how many entries have ended within.
+// Removes the first bytes of what waits. Returns how many entries end within them.
 uint64_t LogFile::Impl::take(size_t size) {
-  if (size == used_ && capacity_ == kBufferSize) {  // as it mostly is
+  if (size == used_ && capacity_ == kBufferSize) {  // the usual case
     const uint64_t ended = ends_.size();
     forget_waiting();
     return ended;
@@ -477,7 +477,7 @@ uint64_t LogFile::Impl::take(size_t size) {
   return ended;
 }
 
-// Its beginning is in a file that is no longer ours.
+// Drops an entry whose beginning is in a file that is no longer ours.
 void LogFile::Impl::drop_torn() {
   if (!torn_) return;
   take(ends_.front());
@@ -500,7 +500,7 @@ void LogFile::Impl::lose(uint64_t entries, int error) {
 
 // ---- the file ----
 
-// Where the disk takes only a part, the rest waits for the next time.
+// If the disk takes only a part, the rest waits for the next time.
 bool LogFile::Impl::write_waiting() {
   if (!log_ && !open_path()) return false;
   if (rotation_is_due() && begin_file() == 0) return true;
@@ -548,16 +548,16 @@ void LogFile::Impl::look_at_clock() {
   if (now == time_.second) return;
   time_.set(now);
   look_at_path();
-  if (time_.today > day_ && used_ > 0) write_waiting();  // yesterday's
+  if (time_.today > day_ && used_ > 0) write_waiting();  // entries of yesterday
   look_at_day();
 }
 
-// Where the path leads elsewhere, goes there; if that is not possible, it stays with the file as
-// long as that has a name.
+// If the path leads to another file, changes to that. If that is not possible, stays with the
+// present file as long as it has a name.
 void LogFile::Impl::look_at_path() {
   struct stat there = {};
   if (log_ && lstat(path_.c_str(), &there) == 0 && same_file(there, file_)) {
-    size_ = there.st_size;  // others may have written, too
+    size_ = there.st_size;  // others may have written too
   } else if (log_) {
     const bool is_removed = fstat(log_.number(), &there) == 0 && there.st_nlink == 0;
     OpenFile log = open_log(path_, 0, options_);
@@ -575,8 +575,8 @@ void LogFile::Impl::look_at_path() {
   if (compressing_) compress(false);
 }
 
-// Only a later day ends the file's: a clock that is set back over midnight does not. One that was
-// days ahead does not count.
+// Only a later day ends the file: setting the clock back over midnight does not. If the clock was
+// days ahead, the day is taken anew.
 void LogFile::Impl::look_at_day() {
   if (!options_.rotate_daily) return;
   if (size_ == 0 || time_.today < day_ - 1) day_ = time_.today;
@@ -592,7 +592,7 @@ bool LogFile::Impl::rotation_is_due() const {
          (options_.rotate_above > 0 && size_ + static_cast<off_t>(used_) > options_.rotate_above);
 }
 
-// Returns 0, or why the file stays what it is. It is tried again in the next second.
+// Returns 0, or why the file was not rotated; that is tried again in the next second.
 int LogFile::Impl::begin_file() {
   int error = ENOMEM;
   try {
@@ -604,7 +604,7 @@ int LogFile::Impl::begin_file() {
   return error;
 }
 
-// The new file gets what waits before any other is touched: a full disk keeps them all.
+// Writes what waits to the new file before any other is touched, so a full disk loses none.
 int LogFile::Impl::try_to_begin_file() {
   const Lock lock(*this);
   if (!lock.is_held()) return errno;
