@@ -64,12 +64,12 @@ Daemon::Daemon(const Options& options)
       handles_(handles()),
       lock_(folder_of(options.lasting)),
       configuration_(options.config),
-      machine_(options.disk),
+      samplers_(make_samplers(machine_, options.disk)),
       keeper_(options_, configuration_, machine_),
       control_(
           loop_, options.control,
           [this](const service::Request& request) { return answer(request); }, control_options()) {
-  for (Sampler* const sampler : machine_.samplers()) loop_.addEvent(sampler);
+  for (const auto& sampler : samplers_) loop_.addEvent(sampler.get());
   loop_.addEvent(&keeper_);
   loop_.addEvent(static_cast<util::EventLoop*>(this));
   loop_.addEvent(&watchdog_);
@@ -107,7 +107,7 @@ void Daemon::end(const std::string& why) {
 }
 
 void Daemon::summarize() {
-  for (Sampler* const sampler : machine_.samplers()) sampler->summarize();
+  for (const auto& sampler : samplers_) sampler->summarize();
 }
 
 // The manager's clock is the monotonic one.
@@ -148,12 +148,12 @@ std::string Daemon::answer(const service::Request& request) {
 
 std::string Daemon::status() const {
   const util::NASSystem& system = configuration_.now().get_system();
-  const double load = machine_.load.load().front();
+  const double load = machine_.load.front();
   char text[200];
   snprintf(text, sizeof text,
            "up %.0f s, load %.2f, %llu of %llu KiB memory available\n%lu cycles, %zu warnings\n",
-           uptime(), load, static_cast<unsigned long long>(machine_.memory.available()),
-           static_cast<unsigned long long>(machine_.memory.total()), done_,
+           uptime(), load, static_cast<unsigned long long>(machine_.memory_available),
+           static_cast<unsigned long long>(machine_.memory_total), done_,
            keeper_.warnings().all().size());
   return clean(system.hostname) + "." + clean(system.domain) + "\n" + text;
 }

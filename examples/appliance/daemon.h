@@ -12,6 +12,7 @@
 #include <service/Loop.h>
 #include <service/Watchdog.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,7 @@ class Daemon : private util::EventLoop {
   const service::InstanceLock lock_;
   Configuration configuration_;
   Machine machine_;
+  const std::vector<std::unique_ptr<Sampler>> samplers_;
   Keeper keeper_;
   service::ControlSocket control_;
   service::Watchdog watchdog_{log()};

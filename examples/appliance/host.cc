@@ -100,12 +100,12 @@ value_struct missing_interface(const util::NASLANInterface& configured) {
 
 value_struct system(const util::NASConfDB& db, const Machine& machine) {
   const util::NASSystem& from = db.get_system();
-  const std::vector<double>& load = machine.load.load();
+  const std::vector<double>& load = machine.load;
   value_struct value;
   value["load"] = value_array(load.begin(), load.end());
   value["uptime"] = uptime();
-  value["memory_total"] = kKiB * static_cast<double>(machine.memory.total());
-  value["memory_free"] = kKiB * static_cast<double>(machine.memory.available());
+  value["memory_total"] = kKiB * static_cast<double>(machine.memory_total);
+  value["memory_free"] = kKiB * static_cast<double>(machine.memory_available);
   value["processors"] = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
   put(value, "hostname", from.hostname);
   put(value, "domain", from.domain);
@@ -123,7 +123,7 @@ value_struct system(const util::NASConfDB& db, const Machine& machine) {
 }
 
 value_struct board(const Machine& machine) {
-  const util::ZEB_GPIO& pins = machine.board.pins();
+  const util::ZEB_GPIO& pins = machine.board;
   if (!is_there(pins)) return {};
   return {
       {"revision",    pins.getHardwareRevision() == util::ZEB_GPIO::Revision2 ? 2 : 3},
@@ -137,7 +137,9 @@ value_array interfaces(const util::NASConfDB& db, const Machine& machine) {
   std::vector<std::string> names;
   for (const util::NetworkInterface& each : util::NetworkInterface::get_interfaces()) {
     names.push_back(each.get_name());
-    values.push_back(present_interface(each, machine.traffic.rate(each.get_name())));
+    const auto rate = machine.rates.find(each.get_name());
+    values.push_back(
+        present_interface(each, rate == machine.rates.end() ? Traffic() : rate->second));
   }
   for (const util::NASLANInterface& each : db.get_lan_ifs()) {
     if (std::count(names.begin(), names.end(), each.iface) == 0) {
@@ -163,7 +165,7 @@ value_array own_names(const util::NASConfDB& db) {
 
 void add_host_faults(const util::NASConfDB& db, const Machine& machine,
                      std::vector<std::string>& to) {
-  const util::ZEB_GPIO& pins = machine.board.pins();
+  const util::ZEB_GPIO& pins = machine.board;
   if (is_there(pins)) {
     const char* const fault = kTemperatureFaults[pins.getTemperature()];
     if (*fault != '\0') to.push_back(fault);

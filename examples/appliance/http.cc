@@ -13,31 +13,6 @@
 namespace appliance {
 namespace {
 
-struct Reason {
-  int status;
-  const char* phrase;
-};
-constexpr Reason kReasons[] = {
-    {200, "OK"                    },
-    {202, "Accepted"              },
-    {400, "Bad Request"           },
-    {403, "Forbidden"             },
-    {404, "Not Found"             },
-    {405, "Method Not Allowed"    },
-    {411, "Length Required"       },
-    {413, "Content Too Large"     },
-    {415, "Unsupported Media Type"},
-    {421, "Misdirected Request"   },
-    {503, "Service Unavailable"   },
-};
-
-const char* reason(int status) {
-  for (const Reason& each : kReasons) {
-    if (each.status == status) return each.phrase;
-  }
-  return "Internal Server Error";
-}
-
 constexpr size_t kLongestQuery = 2048;
 
 // Turns "x+y%20z" into "x y z".
@@ -108,8 +83,9 @@ std::string read_body(size_t most) {
   return body;
 }
 
+// The web server knows the words for the status.
 void send_head(int status, const std::string& type) {
-  std::cout << "Status: " << status << " " << reason(status) << "\r\n"
+  std::cout << "Status: " << status << "\r\n"
             << "Content-Type: " << type << "; charset=utf-8\r\n"
             << "Cache-Control: no-store\r\n"
             << "X-Content-Type-Options: nosniff\r\n"

@@ -81,8 +81,8 @@ void Keeper::update_warnings(time_t now) {
 }
 
 void Keeper::add_to_history() {
-  const Traffic rate = machine_.traffic.rate();
-  history_.add({uptime(), machine_.load.load().front(), static_cast<double>(rate.received),
+  const Traffic rate = machine_.rate;
+  history_.add({uptime(), machine_.load.front(), static_cast<double>(rate.received),
                 static_cast<double>(rate.sent)});
 }
 

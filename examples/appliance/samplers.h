@@ -8,17 +8,33 @@
 
 #include <cstdint>
 #include <map>
-#include <optional>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace appliance {
 
-// A sub-loop that takes one sample of the machine a cycle, logs it and keeps the last one; before
-// the first it is 0.
+struct Traffic {
+  uint64_t received = 0;  // bytes, or bytes a second
+  uint64_t sent = 0;
+};
+
+// What the last samples say of this machine; 0 before the first.
+struct Machine {
+  std::vector<double> load = {0, 0, 0};  // over 1, 5 and 15 minutes
+  uint64_t memory_total = 0;             // KiB
+  uint64_t memory_available = 0;
+  // A second, on the average since the sample before.
+  Traffic rate;  // over all interfaces but the loopback
+  std::map<std::string, Traffic> rates;
+  util::ZEB_GPIO board;  // all lines are low on a machine that is no such board
+};
+
+// A sub-loop that takes one sample of the machine a cycle and logs it.
 class Sampler : public util::EventLoop {
  public:
   explicit Sampler(const std::string& of) : attempt_("no sample of " + of), name_(of) {}
+  virtual ~Sampler() = default;
 
   void runLoop(util::utime_t timeslice) override;
   const char* name() override { return name_.c_str(); }
@@ -33,108 +49,7 @@ class Sampler : public util::EventLoop {
   const std::string name_;
 };
 
-class LoadSampler : public Sampler {
- public:
-  LoadSampler() : Sampler("load") {}
-
-  void summarize() override;
-
-  const std::vector<double>& load() const { return load_; }  // over 1, 5 and 15 minutes
-
- private:
-  void sample() override;
-
-  std::vector<double> load_ = {0, 0, 0};
-  std::optional<double> highest_;
-};
-
-class MemorySampler : public Sampler {
- public:
-  MemorySampler() : Sampler("memory") {}
-
-  void summarize() override;
-
-  uint64_t total() const { return total_; }  // KiB
-  uint64_t available() const { return available_; }
-
- private:
-  void sample() override;
-
-  uint64_t total_ = 0;
-  uint64_t available_ = 0;
-  std::optional<uint64_t> least_available_;
-};
-
-// Bytes.
-struct Traffic {
-  uint64_t received = 0;
-  uint64_t sent = 0;
-
-  Traffic& operator+=(const Traffic& more);
-};
-
-class TrafficSampler : public Sampler {
- public:
-  TrafficSampler() : Sampler("traffic") {}
-
-  void summarize() override;
-
-  // A second, on the average since the sample before: over all interfaces but the loopback, or
-  // over one of them.
-  Traffic rate() const { return rate_; }
-  Traffic rate(const std::string& interface) const;
-
- private:
-  using ByInterface = std::map<std::string, Traffic>;
-
-  void sample() override;
-
-  ByInterface counters_;
-  double counted_at_ = 0;  // the uptime
-  ByInterface rates_;
-  Traffic rate_;
-  std::optional<Traffic> since_summary_;
-};
-
-class SpaceSampler : public Sampler {
- public:
-  explicit SpaceSampler(std::string path) : Sampler("space"), path_(std::move(path)) {}
-
-  void summarize() override;
-
- private:
-  void sample() override;
-
-  std::string path_;
-  std::optional<uint64_t> least_free_;  // MiB
-};
-
-// The board's status pins; all low on a machine that is no such board.
-class BoardSampler : public Sampler {
- public:
-  BoardSampler() : Sampler("board") {}
-
-  void summarize() override {}
-
-  const util::ZEB_GPIO& pins() const { return pins_; }
-
- private:
-  void sample() override;
-
-  util::ZEB_GPIO pins_;
-};
-
-// All that is sampled.
-struct Machine {
-  explicit Machine(const std::string& disk) : space(disk) {}
-
-  std::vector<Sampler*> samplers() { return {&load, &memory, &traffic, &space, &board}; }
-
-  LoadSampler load;
-  MemorySampler memory;
-  TrafficSampler traffic;
-  SpaceSampler space;
-  BoardSampler board;
-};
+// All that there are; they keep `machine` up to date and watch the free space of `disk`.
+std::vector<std::unique_ptr<Sampler>> make_samplers(Machine& machine, const std::string& disk);
 
 }  // namespace appliance

@@ -542,7 +542,8 @@ const refresh = () => {
   const next = (then) => {
     clearTimeout(patience);
     script.onload = script.onerror = null;
-    setTimeout(document.hidden || performance.now() < eventsAt ? refresh : listen, REFRESH);
+    const asks = document.hidden || performance.now() < eventsAt;
+    setTimeout(asks ? refresh : listen, asks ? REFRESH : 0);
     then();
   };
   const silent = () => showFreshness('silent');
