@@ -523,11 +523,11 @@ class Appliance(Page):
 
     def test_board_is_shown_by_words(self):
         self.show()
-        self.assertEqual(["normal", "2 of 2 fitted"], self.browser.texts("#board .tag.good"))
+        self.assertEqual(["normal", "2 of 2 fitted"], self.browser.texts("#system .tag.good"))
         self.keep({**self.state, "board": {"revision": 3, "drives": 1, "temperature": "too high"}})
-        until(lambda: self.browser.texts("#board .tag.bad") == ["too high", "1 of 2 fitted"], "bad tags")
+        until(lambda: self.browser.texts("#system .tag.bad") == ["too high", "1 of 2 fitted"], "bad tags")
         self.keep({name: self.state[name] for name in self.state if name != "board"})
-        self.until_text("#board", "This machine has no board whose lines could be read")
+        self.until_text("#system", "Boardnone whose lines can be read")
 
     def test_top_says_whether_all_is_well(self):
         self.show()

@@ -254,7 +254,17 @@ const bar = (used, total, label) => {
 const facts = (rows) => rows.filter(([, value]) => value).map(([name, value]) =>
   make('div', {}, make('dt', {}, name), make('dd', {}, value)));
 
-const showSystem = (system) => show('system', system, () => {
+const lamp = (text, good) => make('span', { class: `tag ${good ? 'good' : 'bad'}` },
+  make('span', { class: 'lamp', 'aria-hidden': true }), text);
+
+// What the board's lines say; it has none for its fan.
+const boardFacts = (board, disks) => !board ? [['Board', 'none whose lines can be read']] : [
+  ['Board', `revision ${board.revision}`],
+  ['Temperature', lamp(board.temperature, board.temperature === 'normal')],
+  ['Drives', lamp(`${board.drives} of ${disks} fitted`, board.drives >= disks)],
+];
+
+const showSystem = (system, ...board) => show('system', [system, board], () => {
   const used = system.memory_total - system.memory_free;
   return [
     ...facts([
@@ -263,6 +273,7 @@ const showSystem = (system) => show('system', system, () => {
       ['Kernel', system.kernel],
       ['Platform', system.platform],
       ['Time zone', [system.timezone, system.zone && `(${system.zone})`].filter(Boolean).join(' ')],
+      ...boardFacts(...board),
     ]),
     make('div', { class: 'tall' },
          make('dt', {}, 'Memory'),
@@ -281,19 +292,6 @@ const showDisks = (disks) => show('disks', disks, () => disks.map((disk) => row(
   [quiet([disk.size ? bytes(disk.size) : null,
           disk.inactivityperiod > 0 ? `sleeps after ${disk.inactivityperiod} min` : 'never sleeps',
          ].filter(Boolean).join(', '))])));
-
-const lamp = (text, good) => make('span', { class: `tag ${good ? 'good' : 'bad'}` },
-  make('span', { class: 'lamp', 'aria-hidden': true }), text);
-
-// What the board's lines say; it has none for its fan.
-const showBoard = (board, disks) => show('board', [board, disks.length], () => {
-  if (!board) return [make('li', {}, quiet('This machine has no board whose lines could be read'))];
-  const { revision, drives, temperature } = board;
-  return [row([make('strong', {}, 'Temperature'), lamp(temperature, temperature === 'normal')], []),
-          row([make('strong', {}, 'Drives'),
-               lamp(`${drives} of ${disks.length} fitted`, drives >= disks.length)],
-              [quiet(`board of revision ${revision}`)])];
-});
 
 const showVolumes = (volumes) => show('volumes', volumes, () => volumes.map((volume) => row(
   [make('strong', {}, volume.folder),
@@ -520,11 +518,10 @@ const showState = (state) => {
   byId('host').textContent = name;
   byId('about').textContent = system.description ?? '';
   showWarnings(state.warnings);
-  showSystem(system);
+  showSystem(system, state.board, state.disks.length);
   shownState = state;
   showGraphs();
   showDisks(state.disks);
-  showBoard(state.board, state.disks);
   showVolumes(state.volumes);
   showInterfaces(state.interfaces);
   showShares(state.shares);
