@@ -40,11 +40,12 @@ const std::regex kPosition("([0-9]{1,6})\\.([0-9]{1,10})\\.([0-9]{1,18})");
 
 // ---- the files ----
 
-// Their numbers: 0 is the log itself, 1 the newest old file.
+// The log itself is part 0, the newest old file part 1.
 std::string part_path(const std::string& log, size_t number) {
   return number == 0 ? log : log + "." + std::to_string(number - 1);
 }
 
+// Which parts there are; some may be gone by the time they are read.
 std::set<size_t> part_numbers(const std::string& log) {
   std::set<size_t> numbers = {0};
   const std::string name = fs::path(log).filename().string() + ".";
