@@ -659,6 +659,7 @@ class Axe(Page):
             print("axe-core is not installed: run scripts/setup where a registry of npm's is at hand")
             self.skipTest("axe-core is not installed")
         self.show()
+        self.until_text("#log", "started with cycles")
         self.change("log-category", "SUMMARY")
         self.until_text("#log-found", "Found 2 entries")
         for width, scheme, colours in itertools.product((360, 1280), ("light", "dark"),
