@@ -490,7 +490,7 @@ const showFreshness = (freshness) => {
 const showAge = () => {
   if (answered === null) return;
   const age = answered.age + (performance.now() - answered.at) / 1000;
-  const fresh = age < 1.5 * staleAfter && document.body.dataset.freshness !== 'silent';
+  const fresh = age <= staleAfter && document.body.dataset.freshness !== 'silent';
   byId('age').textContent = age < -2 ? 'The appliance\'s clock was set back' :
                             fresh ? 'Updated just now' : `Last word ${duration(age)} ago`;
   if (isStale(age) && document.body.dataset.freshness === 'live') showFreshness('stale');
@@ -560,19 +560,20 @@ const listen = () => {
     events.close();
     then();
   };
-  const fail = () => end(() => {
-    eventsAt = performance.now() + EVENTS_AGAIN;
+  const fail = (pause) => end(() => {
+    eventsAt = performance.now() + pause;
     refresh();
   });
-  let patience = setTimeout(fail, PATIENCE);
+  const wait = (pause) => setTimeout(() => fail(pause), PATIENCE);
+  let patience = wait(Infinity);  // Where not even the first one comes, something holds them back.
   events.onmessage = ({ data }) => {
     clearTimeout(patience);
-    patience = setTimeout(fail, PATIENCE);
+    patience = wait(EVENTS_AGAIN);
     showState(JSON.parse(data));
     if (document.hidden) end(refresh);
   };
   events.addEventListener('end', () => end(listen));  // it may go on
-  events.onerror = fail;
+  events.onerror = () => fail(EVENTS_AGAIN);
 };
 
 byId('period').addEventListener('change', () => shownState && showGraphs());
