@@ -38,6 +38,10 @@ while read -r option; do
   grep -q "^config $option\$" "$buildroot/Config.in" || fail "Config.in has no $option"
 done < <(grep -o 'BR2_PACKAGE_NASUTIL[A-Z0-9_]*' "$buildroot/nasutil.mk" | sort -u)
 
+cmake=$(sed -n 's/^cmake_minimum_required(VERSION \([0-9]*\)\.\([0-9]*\))$/\1_\2/p' \
+  "$source/CMakeLists.txt")
+grep -q "select BR2_HOST_CMAKE_AT_LEAST_$cmake\$" "$buildroot/Config.in" || fail "Config.in: CMake"
+
 # CMake tells which options the project does not have.
 recipe_options=$(sed -n "s/^ *\(-D[^ ]*\) \\\\$/\1/p" "$yocto" | sed "s/='.*'/=key-of-the-tests/")
 read -ra options <<<"$(says NASUTIL_CONF_OPTS | tr -d '"') $(tr '\n' ' ' <<<"$recipe_options")"

@@ -48,6 +48,7 @@ check_page() {
   get --header 'Content-Type: text/plain' --post-data "$token" $page/cgi-bin/status.cgi |
     grep -q 'The daemon has taken note' || fail "acknowledging"
   ask warnings | grep -q '(acknowledged)$' || fail "no acknowledgement"
+  is "the first event" "$(get "$page/cgi-bin/status.cgi?events" | head -c 6)" "data: "
   kill $server
 }
 
