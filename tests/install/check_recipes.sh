@@ -48,7 +48,9 @@ read -ra options <<<"$(says NASUTIL_CONF_OPTS | tr -d '"') $(tr '\n' ' ' <<<"$re
 [ ${#options[@]} = 9 ] || fail "other options than thought: ${options[*]}"
 cmake -S "$source" -B "$work/build" -G Ninja "${options[@]}" >"$work/log" 2>&1 ||
   { cat "$work/log"; fail "does not configure"; }
-if grep -A 5 'Manually-specified variables were not used' "$work/log"; then fail "unknown options"; fi
+if grep -A 5 'Manually-specified variables were not used' "$work/log"; then
+  fail "unknown options"
+fi
 
 # Each file of the appliance is packaged, and each path of the package is one.
 DESTDIR=$work/root cmake --install "$build" --component appliance >"$work/log" ||

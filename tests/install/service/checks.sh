@@ -30,7 +30,8 @@ check_running() {  # <process>
   ask status | grep -q '^nas.home.arpa$' || fail "nasctl"
   [ -s /run/nasd/state.plist ] || fail "no state"
   grep -q 'started with cycles of 100 ms' $log || fail "its options"
-  if setpriv --reuid=nobody --regid=nogroup --clear-groups cat /run/nasd/state.plist 2>/dev/null; then
+  if setpriv --reuid=nobody --regid=nogroup --clear-groups \
+    cat /run/nasd/state.plist 2>/dev/null; then
     fail "anybody may read the state"
   fi
 }

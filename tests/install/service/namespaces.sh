@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Runs a script as process 1 of namespaces of its own, in which it becomes a service manager. Nothing
-# of this machine changes. All that is said goes to <work folder>/console and is shown at the end.
+# Runs a script as process 1 of namespaces of its own, in which it becomes a service manager.
+# Nothing of this machine changes. All that is said goes to <work folder>/console, which is shown in
+# the end.
 #
 #   namespaces.sh systemd|busybox <work folder> <script> [argument...]
 #

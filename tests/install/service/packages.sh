@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Process 1 of its own namespaces: lays a layer in memory over this machine, installs packages there,
-# boots it by systemd, runs a test of the installed packages and purges them.
+# Process 1 of its own namespaces: lays a layer in memory over this machine, installs packages
+# there, boots it by systemd, runs a test of the installed packages and purges them.
 #
 #   packages.sh <folder of packages> <test> <work folder>
 set -euo pipefail

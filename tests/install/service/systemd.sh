@@ -25,7 +25,8 @@ PassEnvironment=prefix etc work
 StandardOutput=append:$work/console
 StandardError=append:$work/console
 END
-  echo "/lib/systemd/systemd --unit=check.service --log-target=console --show-status=no" >"$work/init"
+  echo "/lib/systemd/systemd --unit=check.service --log-target=console --show-status=no" \
+    >"$work/init"
 }
 
 value() { systemctl show --value --property "$1" nasd; }
@@ -43,8 +44,9 @@ check() {
   [ -s /run/nasd/state.plist ] || fail "the page has no old state to show"
   [ ! -e /run/nasd/control ] || fail "its socket is still there"
 
-  mkdir /run/systemd/system/nasd.service.d
-  printf '[Service]\nWatchdogSec=2\nRestartSec=100ms\n' >/run/systemd/system/nasd.service.d/test.conf
+  change=/run/systemd/system/nasd.service.d
+  mkdir $change
+  printf '[Service]\nWatchdogSec=2\nRestartSec=100ms\n' >$change/test.conf
   systemctl daemon-reload
   systemctl start nasd
   grep -q 'taking up the state' "$log" || fail "forgot its history"
