@@ -4,6 +4,8 @@
 # there, boots it by systemd, runs a test of the installed packages and purges them.
 #
 #   packages.sh <folder of packages> <test> <work folder>
+#
+# Ends with status 77 and says SKIPPED where no layer can be laid.
 set -euo pipefail
 [ $$ = 1 ] || { echo "packages.sh is for namespaces of its own"; exit 1; }
 packages=$1
@@ -15,7 +17,8 @@ mkdir "$work"/{layer,root,mnt}
 mount -t tmpfs tmpfs "$work/layer"
 mkdir "$work"/layer/{upper,work}
 mount -t overlay overlay "$work/root" \
-  -o "lowerdir=/,upperdir=$work/layer/upper,workdir=$work/layer/work"
+  -o "lowerdir=/,upperdir=$work/layer/upper,workdir=$work/layer/work" ||
+  { echo "SKIPPED, the packages were not installed: nothing can be laid over /"; exit 77; }
 cp "$packages"/{libnasutil1,nasutil-appliance}_*.deb "$work/mnt"
 cp "$2" "$work/mnt/test"
 cd "$work/root"
