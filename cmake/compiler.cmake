@@ -26,6 +26,34 @@ if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")  # Fortified calls need the optimiser.
 endif()
 target_link_options(nasutil_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
 
+# Where they are built for delivery, the shared libraries are optimised as a whole, from objects of
+# their own. The static ones are not: their users would need this very compiler.
+set(nasutil_object_kinds objects)
+set(nasutil_shared_kind objects)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT CMAKE_BUILD_TYPE MATCHES "^(Debug|RelWithDebInfo)$")
+  set(nasutil_shared_kind whole_objects)
+  list(APPEND nasutil_object_kinds whole_objects)
+endif()
+set(nasutil_whole_objects_options -flto=auto)
+
+# nasutil_sources(<variable> <list of fast modules> <list of small ones>): the sources of both, set to
+# be compiled for what they are.
+function(nasutil_sources variable fast small)
+  list(TRANSFORM ${fast} APPEND .cc)
+  list(TRANSFORM ${small} APPEND .cc)
+  set_source_files_properties(${${small}} PROPERTIES COMPILE_OPTIONS "$<$<NOT:$<CONFIG:Debug>>:-Os>")
+  set(${variable} ${${small}} ${${fast}} PARENT_SCOPE)
+endfunction()
+
+# nasutil_link_shared(<target> <version script>): small, with nothing exported that is not named.
+# The library's calls of its own functions are bound when it is linked, those of others at start.
+function(nasutil_link_shared target symbols)
+  set_target_properties(${target} PROPERTIES LINK_DEPENDS "${symbols}")
+  target_link_libraries(${target} PRIVATE nasutil_flags)
+  target_link_options(${target} PRIVATE "-Wl,--version-script=${symbols}" -Wl,-Bsymbolic-functions
+                      -Wl,-z,noseparate-code ${nasutil_${nasutil_shared_kind}_options})
+endfunction()
+
 # What comes in this folder is built to be run once: compiled quickly, with line numbers in back
 # traces. Fortified calls need some optimisation; a Debug build has none.
 macro(nasutil_built_to_run_once)

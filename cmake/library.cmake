@@ -1,76 +1,77 @@
 # SPDX-License-Identifier: MIT
-# The library, shared and static from the same objects.
+# The library, shared and static.
 
 list(APPEND CMAKE_MODULE_PATH "${CMAKE_CURRENT_LIST_DIR}")
 find_package(TinyXML REQUIRED)
 find_package(OpenSSL REQUIRED COMPONENTS Crypto)
 
-set(NASUTIL_MODULES
-    Authenticator
-    EventLoop
-    JSEmit
-    MD5Authenticator
-    NASConfDB
-    NetworkInterface
-    PropertyList
-    PropertyList_durable
-    PropertyList_encoding
-    PropertyList_problems
-    SuperLoop
-    Timer
-    Value
-    ZEB_GPIO
-    base64
-    category
-    datetime
-    escape
-    internal/replace_file
-    logger
-    print_str
-    publisher
-    strnatcmp
-    system_exception)
+set(NASUTIL_FAST_MODULES
+    util/JSEmit
+    util/PropertyList_durable
+    util/SuperLoop
+    util/Timer
+    util/escape
+    util/logger
+    util/publisher
+    util/strnatcmp
+    ticpp/scan)
+# In these the XML parser, the kernel or the caller decides the time.
+set(NASUTIL_SMALL_MODULES
+    util/Authenticator
+    util/EventLoop
+    util/MD5Authenticator
+    util/NASConfDB
+    util/NetworkInterface
+    util/PropertyList
+    util/PropertyList_encoding
+    util/PropertyList_problems
+    util/ZEB_GPIO
+    util/category
+    util/datetime
+    util/internal/replace_file
+    util/print_str
+    util/system_exception
+    ticpp/document
+    ticpp/element
+    ticpp/tree)
 
 configure_file(util/settings.h.in generated/settings.h @ONLY)
-
-add_library(nasutil_objects OBJECT)
-foreach(module IN LISTS NASUTIL_MODULES)
-  target_sources(nasutil_objects PRIVATE util/${module}.cc)
-endforeach()
-# Small where the XML parser, the kernel or the caller decides the time.
-set_source_files_properties(
-  util/Authenticator.cc util/EventLoop.cc util/MD5Authenticator.cc util/NASConfDB.cc util/category.cc
-  util/NetworkInterface.cc util/PropertyList.cc util/PropertyList_encoding.cc util/PropertyList_problems.cc util/ZEB_GPIO.cc
-  util/datetime.cc util/internal/replace_file.cc util/print_str.cc util/system_exception.cc
-  ticpp/document.cc ticpp/element.cc ticpp/tree.cc
-  PROPERTIES COMPILE_OPTIONS "$<$<NOT:$<CONFIG:Debug>>:-Os>")
-target_compile_options(nasutil_objects PRIVATE
-  $<$<CXX_COMPILER_ID:GNU>:-fno-reorder-blocks-and-partition>)
-set_target_properties(nasutil_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
-# Each class that is named, though its virtual functions may lie elsewhere: tests/install/check_abi.sh.
-target_compile_options(nasutil_objects
-                       PRIVATE $<$<CXX_COMPILER_ID:GNU>:-femit-class-debug-always>)
-target_include_directories(nasutil_objects PRIVATE "${CMAKE_SOURCE_DIR}"
-                                                   "${CMAKE_BINARY_DIR}/generated")
-target_link_libraries(nasutil_objects PRIVATE nasutil_flags OpenSSL::Crypto TinyXML::TinyXML)
 
 if(NASUTIL_SYSTEM_TICPP)  # Its users link to it and compile against it as well.
   find_library(NASUTIL_TICPP_LIBRARY ticpp REQUIRED)
   find_path(NASUTIL_TICPP_INCLUDE_DIR ticpp.h REQUIRED)
   set(nasutil_ticpp "${NASUTIL_TICPP_LIBRARY}")
   set(nasutil_ticpp_include "${NASUTIL_TICPP_INCLUDE_DIR}")
+  list(FILTER NASUTIL_FAST_MODULES EXCLUDE REGEX "^ticpp/")
+  list(FILTER NASUTIL_SMALL_MODULES EXCLUDE REGEX "^ticpp/")
 else()
-  target_sources(nasutil_objects PRIVATE ticpp/document.cc ticpp/element.cc ticpp/scan.cc
-                                         ticpp/tree.cc)
   set(nasutil_ticpp_include "$<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/ticpp>")
 endif()
-target_include_directories(nasutil_objects PRIVATE "${nasutil_ticpp_include}")
 
-foreach(kind shared static)
-  string(REPLACE shared nasutil target "${kind}")
-  string(REPLACE static nasutil_static target "${target}")
-  string(TOUPPER ${kind} type)
-  add_library(${target} ${type} $<TARGET_OBJECTS:nasutil_objects>)
+nasutil_sources(nasutil_sources NASUTIL_FAST_MODULES NASUTIL_SMALL_MODULES)
+# Fast as well, and first: of a function that several objects hold, the first one's is taken.
+list(PREPEND nasutil_sources util/base64.cc util/Value.cc)
+# Slower when optimised together with the others.
+set_source_files_properties(util/base64.cc PROPERTIES COMPILE_OPTIONS -fno-lto)
+
+foreach(kind IN LISTS nasutil_object_kinds)
+  set(objects nasutil_${kind})
+  add_library(${objects} OBJECT ${nasutil_sources})
+  set_target_properties(${objects} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  # Each class that is named, though its virtual functions may lie elsewhere: check_abi.sh.
+  target_compile_options(
+    ${objects} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-reorder-blocks-and-partition>
+                       $<$<CXX_COMPILER_ID:GNU>:-femit-class-debug-always>
+                       ${nasutil_${kind}_options})
+  target_include_directories(
+    ${objects} PRIVATE "${CMAKE_SOURCE_DIR}" "${CMAKE_BINARY_DIR}/generated"
+                       "${nasutil_ticpp_include}")
+  target_link_libraries(${objects} PRIVATE nasutil_flags OpenSSL::Crypto TinyXML::TinyXML)
+endforeach()
+
+add_library(nasutil SHARED $<TARGET_OBJECTS:nasutil_${nasutil_shared_kind}>)
+add_library(nasutil_static STATIC $<TARGET_OBJECTS:nasutil_objects>)
+foreach(target nasutil nasutil_static)
   add_library(nasutil::${target} ALIAS ${target})
   set_target_properties(${target} PROPERTIES OUTPUT_NAME nasutil VERSION ${PROJECT_VERSION}
                                              SOVERSION ${PROJECT_VERSION_MAJOR})
@@ -82,8 +83,4 @@ foreach(kind shared static)
   target_link_libraries(${target} PUBLIC ${nasutil_ticpp} PRIVATE TinyXML::TinyXML OpenSSL::Crypto)
 endforeach()
 
-set(symbols "${CMAKE_SOURCE_DIR}/cmake/nasutil.map")
-set_target_properties(nasutil PROPERTIES LINK_DEPENDS "${symbols}")
-target_link_libraries(nasutil PRIVATE nasutil_flags)
-# The library's calls of its own functions are bound when it is linked, those of others at start.
-target_link_options(nasutil PRIVATE "-Wl,--version-script=${symbols}" -Wl,-Bsymbolic-functions)
+nasutil_link_shared(nasutil "${CMAKE_SOURCE_DIR}/cmake/nasutil.map")

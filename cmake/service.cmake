@@ -1,59 +1,53 @@
 # SPDX-License-Identifier: MIT
-# The additions for daemons, a library of their own on top of nasutil: shared and static from the
-# same objects.
+# The additions for daemons, a library of their own on top of nasutil, shared and static.
 
-set(NASUTIL_SERVICE_MODULES
-    Command
-    ControlSocket
-    FileLock
-    CrashEntry
-    HmacAuthenticator
-    InstanceLock
-    LogFile
-    LogReader
-    Loop
-    LoopStatistics
-    Settings
-    Watchdog
-    bytes
-    categories
-    internal/OldLogs
-    internal/SignalInbox
-    json
-    key_path
-    natural_order
-    notify
-    publishers
-    recovery
-    share_path
-    utf8)
-
-add_library(nasutil_service_objects OBJECT)
-foreach(module IN LISTS NASUTIL_SERVICE_MODULES)
-  target_sources(nasutil_service_objects PRIVATE service/${module}.cc)
-endforeach()
-# Small where the kernel decides the time.
-foreach(module IN LISTS NASUTIL_SERVICE_MODULES)
-  if(NOT module MATCHES "^(LogFile|LogReader|Loop|json|utf8)$")
-    set_source_files_properties(service/${module}.cc PROPERTIES COMPILE_OPTIONS
-                                                                "$<$<NOT:$<CONFIG:Debug>>:-Os>")
-  endif()
-endforeach()
+set(NASUTIL_SERVICE_FAST_MODULES
+    service/json
+    service/LogFile
+    service/LogReader
+    service/Loop
+    service/utf8)
+# In these the kernel decides the time.
+set(NASUTIL_SERVICE_SMALL_MODULES
+    service/Command
+    service/ControlSocket
+    service/CrashEntry
+    service/FileLock
+    service/HmacAuthenticator
+    service/InstanceLock
+    service/LoopStatistics
+    service/Settings
+    service/Watchdog
+    service/bytes
+    service/categories
+    service/internal/OldLogs
+    service/internal/SignalInbox
+    service/key_path
+    service/natural_order
+    service/notify
+    service/publishers
+    service/recovery
+    service/share_path)
+nasutil_sources(nasutil_service_sources NASUTIL_SERVICE_FAST_MODULES NASUTIL_SERVICE_SMALL_MODULES)
+# Slower when optimised together with the others.
+set_source_files_properties(service/json.cc PROPERTIES COMPILE_OPTIONS -fno-lto)
 # Files of any size, on 32-bit boards too.
 set_source_files_properties(service/LogReader.cc PROPERTIES COMPILE_DEFINITIONS
                                                             _FILE_OFFSET_BITS=64)
-set_target_properties(nasutil_service_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
-target_include_directories(nasutil_service_objects PRIVATE "${CMAKE_SOURCE_DIR}"
-                                                           "${nasutil_ticpp_include}")
-target_link_libraries(nasutil_service_objects PRIVATE nasutil_flags OpenSSL::Crypto)
 
+foreach(kind IN LISTS nasutil_object_kinds)
+  set(objects nasutil_service_${kind})
+  add_library(${objects} OBJECT ${nasutil_service_sources})
+  set_target_properties(${objects} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  target_compile_options(${objects} PRIVATE ${nasutil_${kind}_options})
+  target_include_directories(${objects} PRIVATE "${CMAKE_SOURCE_DIR}" "${nasutil_ticpp_include}")
+  target_link_libraries(${objects} PRIVATE nasutil_flags OpenSSL::Crypto)
+endforeach()
+
+add_library(nasutil_service SHARED $<TARGET_OBJECTS:nasutil_service_${nasutil_shared_kind}>)
+add_library(nasutil_service_static STATIC $<TARGET_OBJECTS:nasutil_service_objects>)
 foreach(suffix "" _static)
   set(target nasutil_service${suffix})
-  if(suffix)
-    add_library(${target} STATIC $<TARGET_OBJECTS:nasutil_service_objects>)
-  else()
-    add_library(${target} SHARED $<TARGET_OBJECTS:nasutil_service_objects>)
-  endif()
   add_library(nasutil::service${suffix} ALIAS ${target})
   set_target_properties(
     ${target} PROPERTIES OUTPUT_NAME nasutil-service EXPORT_NAME service${suffix}
@@ -61,8 +55,4 @@ foreach(suffix "" _static)
   target_link_libraries(${target} PUBLIC nasutil${suffix} PRIVATE OpenSSL::Crypto)
 endforeach()
 
-set(symbols "${CMAKE_SOURCE_DIR}/cmake/nasutil-service.map")
-set_target_properties(nasutil_service PROPERTIES LINK_DEPENDS "${symbols}")
-target_link_libraries(nasutil_service PRIVATE nasutil_flags)
-target_link_options(nasutil_service PRIVATE "-Wl,--version-script=${symbols}"
-                    -Wl,-Bsymbolic-functions)
+nasutil_link_shared(nasutil_service "${CMAKE_SOURCE_DIR}/cmake/nasutil-service.map")
