@@ -8,12 +8,14 @@ include(CMakePackageConfigHelpers)
 file(RELATIVE_PATH nasutil_libdir_from_bin "/prefix/${CMAKE_INSTALL_BINDIR}"
      "/prefix/${CMAKE_INSTALL_LIBDIR}")
 set(CMAKE_INSTALL_RPATH "$ORIGIN/${nasutil_libdir_from_bin}")
-set_target_properties(nasutil_service PROPERTIES INSTALL_RPATH "$ORIGIN")
+if(nasutil_service_targets)
+  set_target_properties(nasutil_service PROPERTIES INSTALL_RPATH "$ORIGIN")
+endif()
 
 set(nasutil_cmake_dir "${CMAKE_INSTALL_LIBDIR}/cmake/nasutil")
 
 install(
-  TARGETS nasutil nasutil_static nasutil_service nasutil_service_static
+  TARGETS nasutil nasutil_static ${nasutil_service_targets}
   EXPORT nasutil
   LIBRARY COMPONENT runtime NAMELINK_COMPONENT dev
   ARCHIVE COMPONENT dev)
@@ -28,10 +30,12 @@ if(NOT NASUTIL_SYSTEM_TICPP)
   install(FILES ticpp/ticpp.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/nasutil" COMPONENT dev)
 endif()
 
-install(PROGRAMS scripts/new-daemon DESTINATION "${CMAKE_INSTALL_BINDIR}" RENAME nas-new-daemon
-        COMPONENT dev)
-install(FILES scripts/nas-new-daemon.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT dev)
-install(DIRECTORY examples/template DESTINATION "${CMAKE_INSTALL_DATADIR}/nasutil" COMPONENT dev)
+if(nasutil_service_targets)
+  install(PROGRAMS scripts/new-daemon DESTINATION "${CMAKE_INSTALL_BINDIR}" RENAME nas-new-daemon
+          COMPONENT dev)
+  install(FILES scripts/nas-new-daemon.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT dev)
+  install(DIRECTORY examples/template DESTINATION "${CMAKE_INSTALL_DATADIR}/nasutil" COMPONENT dev)
+endif()
 install(FILES share/nas_conf_db.rng DESTINATION "${CMAKE_INSTALL_DATADIR}/nasutil" COMPONENT dev)
 
 configure_package_config_file(

@@ -15,6 +15,12 @@
 #include <utility>
 #include <vector>
 
+// The parser: it streams, so no second tree is built, and tells where a fault is. Its numbers are
+// taken as text: std::from_chars gives the nearest double, always.
+#include <rapidjson/error/en.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
+
 namespace service {
 namespace {
 
@@ -228,227 +234,114 @@ class Writer {
   return {row, static_cast<size_t>(at - text.begin()) - line + 1, reason};
 }
 
-// Reads the text from its start to its end. Behind the last byte stands the NUL of the string,
-// which fits nowhere: one byte may be looked at without asking whether it is there.
-class Reader {
+// Builds the value that the parser reads. False stops the parser.
+class Builder {
  public:
-  Reader(const std::string& text, size_t most_depth)
-      : text_(text), at_(text.data()), most_depth_(most_depth) {}
+  explicit Builder(size_t most_depth) : most_depth_(most_depth) {}
 
-  util::Value document() {
-    util::Value root;
-    blanks();
-    if (at_ == end()) refuse("The document is empty.");
-    value(root);
-    blanks();
-    if (at_ == end()) return root;
-    refuse(*at_ == '\0' ? "a NUL byte in the text"
-                        : "The document root must not be followed by other values.");
+  bool Null() {
+    place();
+    return true;
   }
+  bool Bool(bool flag) { return put(util::BOOLEAN, flag); }
+  bool String(const char* text, size_t size, bool) {
+    std::string& s = make<std::string>(util::STRING);
+    s.assign(text, size);
+    return is_whole(s);
+  }
+  bool StartObject() { return enter(util::STRUCT); }
+  bool EndObject(size_t) { return leave(); }
+  bool StartArray() { return enter(util::ARRAY); }
+  bool EndArray(size_t) { return leave(); }
+
+  bool Key(const char* text, size_t size, bool) {
+    std::string key(text, size);
+    if (!is_whole(key)) return false;
+    auto& entries = static_cast<util::value_struct&>(*open_.back());
+    const auto [entry, is_new] = entries.emplace(std::move(key), util::Value());
+    target_ = &entry->second;
+    return is_new || refuse("the key \"" + entry->first + "\" stands in the object twice");
+  }
+
+  bool RawNumber(const char* text, size_t size, bool) {
+    const char* const end = text + size;
+    int64_t whole = 0;
+    const auto read = std::from_chars(text, end, whole);
+    if (read.ptr == end) return integer(whole, read.ec);
+    double& real = make<double>(util::DOUBLE);
+    if (std::from_chars(text, end, real).ec == std::errc()) return true;
+    return refuse("a double cannot hold the number");
+  }
+
+  // Never called: numbers come as text.
+  bool Int(int) { return false; }
+  bool Uint(unsigned) { return false; }
+  bool Int64(int64_t) { return false; }
+  bool Uint64(uint64_t) { return false; }
+  bool Double(double) { return false; }
+
+  util::Value take() { return std::move(root_); }
+  const std::string& reason() const { return reason_; }
 
  private:
-  const char* end() const { return text_.data() + text_.size(); }
-
-  [[noreturn, gnu::cold]] void refuse(const std::string& reason, const char* at) const {
-    throw error_at(text_, static_cast<size_t>(at - text_.data()), reason);
-  }
-  [[noreturn, gnu::cold]] void refuse(const std::string& reason) const { refuse(reason, at_); }
-
-  void blanks() {
-    while (*at_ == ' ' || *at_ == '\n' || *at_ == '\r' || *at_ == '\t') ++at_;
+  [[gnu::cold]] bool refuse(const std::string& reason) {
+    reason_ = reason;
+    return false;
   }
 
-  bool skip(char c) {
-    blanks();
-    if (*at_ != c) return false;
-    ++at_;
+  // The parser turns "\uDC00" without a first half before it into 0xED and two bytes more.
+  bool is_whole(const std::string& s) {
+    return s.find('\xED') == std::string::npos || is_utf8(s) ||
+           refuse("the second half of a surrogate pair stands alone");
+  }
+
+  bool integer(int64_t number, std::errc error) {
+    if (number == static_cast<int>(number) && error == std::errc()) {
+      return put(util::INTEGER, static_cast<int>(number));
+    }
+    if (error != std::errc() || number > kLargestExact || number < -kLargestExact) {
+      return refuse("the integer is beyond 2^53, a double might lose digits of it");
+    }
+    return put(util::DOUBLE, static_cast<double>(number));
+  }
+
+  // The place of the value that comes next.
+  util::Value& place() {
+    if (open_.empty() || open_.back()->get_type() != util::ARRAY) return *target_;
+    return static_cast<util::value_array&>(*open_.back()).emplace_back();
+  }
+
+  // A value there, to be filled.
+  template <class T>
+  T& make(util::Type type) {
+    util::Value& v = place();
+    v.set_type(type);
+    return v;
+  }
+
+  template <class T>
+  bool put(util::Type type, T scalar) {
+    make<T>(type) = scalar;
     return true;
   }
 
-  // A new value of that kind, to be filled in its place.
-  template <class T>
-  static T& make(util::Type type, util::Value& in) {
-    in.set_type(type);
-    return in;
-  }
-
-  void value(util::Value& to) {
-    blanks();
-    switch (*at_) {
-      case '{': return object(make<util::value_struct>(util::STRUCT, to));
-      case '[': return array(make<util::value_array>(util::ARRAY, to));
-      case '"': ++at_; return string(make<std::string>(util::STRING, to));
-      case 't': make<bool>(util::BOOLEAN, to) = true; return word("true");
-      case 'f': make<bool>(util::BOOLEAN, to) = false; return word("false");
-      case 'n': return word("null");
-      default: return number(to);
+  bool enter(util::Type type) {
+    if (open_.size() == most_depth_) {
+      return refuse("nested deeper than " + std::to_string(most_depth_));
     }
+    open_.push_back(&make<util::Value>(type));
+    return true;
   }
 
-  void word(std::string_view expected) {
-    if (text_.compare(static_cast<size_t>(at_ - text_.data()), expected.size(), expected) != 0) {
-      refuse("Invalid value.");
-    }
-    at_ += expected.size();
+  bool leave() {
+    open_.pop_back();
+    return true;
   }
 
-  void object(util::value_struct& entries) {
-    enter();
-    if (skip('}')) return leave();
-    do {
-      if (!skip('"')) refuse("Missing a name for object member.");
-      std::string key;
-      string(key);
-      const auto [entry, is_new] = entries.try_emplace(std::move(key));
-      if (!is_new) refuse("the key \"" + entry->first + "\" stands in the object twice");
-      if (!skip(':')) refuse("Missing a colon after a name of object member.");
-      value(entry->second);
-    } while (skip(','));
-    if (!skip('}')) refuse("Missing a comma or '}' after an object member.");
-    leave();
-  }
-
-  void array(util::value_array& elements) {
-    enter();
-    if (skip(']')) return leave();
-    do {
-      elements.emplace_back();
-      value(elements.back());
-    } while (skip(','));
-    if (!skip(']')) refuse("Missing a comma or ']' after an array element.");
-    leave();
-  }
-
-  void enter() {
-    ++at_;
-    if (++depth_ > most_depth_) refuse("nested deeper than " + std::to_string(most_depth_));
-  }
-  void leave() { --depth_; }
-
-  // From behind the quotation mark that opens it to behind the one that closes it.
-  void string(std::string& to) {
-    while (true) {
-      const char* const plain = at_;
-      while (is_plain(*at_)) ++at_;
-      to.append(plain, at_);
-      if (*at_ == '"') break;
-      if (*at_ == '\\') {
-        escape(to);
-      } else {
-        beyond_ascii(to);
-      }
-    }
-    ++at_;
-  }
-
-  void beyond_ascii(std::string& to) {
-    if (at_ == end()) refuse("Missing a closing quotation mark in string.");
-    const auto [size, valid] = utf8_piece(at_, end());
-    if (!valid || static_cast<unsigned char>(*at_) < 32) refuse("Invalid encoding in string.");
-    to.append(at_, size);
-    at_ += size;
-  }
-
-  void escape(std::string& to) {
-    constexpr std::string_view kNames = "\"\\/bfnrt";
-    constexpr std::string_view kMeanings = "\"\\/\b\f\n\r\t";
-    const char* const start = at_++;
-    const size_t known = kNames.find(*at_);
-    if (known == kNames.npos && *at_ != 'u') refuse("Invalid escape character in string.", start);
-    ++at_;
-    if (known != kNames.npos) {
-      to += kMeanings[known];
-    } else {
-      add_utf8(code_point(start), to);
-    }
-  }
-
-  // Of one or two escaped numbers; `start` is the first backslash, `at_` behind its 'u'.
-  unsigned code_point(const char* start) {
-    const unsigned code = escaped_number();
-    if (code < 0xD800 || code > 0xDFFF) return code;
-    if (code > 0xDBFF) refuse("the second half of a surrogate pair stands alone", start);
-    if (*at_ == '\\' && at_[1] == 'u') {
-      at_ += 2;
-      const unsigned low = escaped_number();
-      if (low >= 0xDC00 && low <= 0xDFFF) return 0x10000 + ((code - 0xD800) << 10) + low - 0xDC00;
-    }
-    refuse("The surrogate pair in string is invalid.", start);
-  }
-
-  unsigned escaped_number() {
-    unsigned code = 0;
-    const char* const stop = at_ + std::min<ptrdiff_t>(4, end() - at_);
-    const char* const read = std::from_chars(at_, stop, code, 16).ptr;
-    if (read != at_ + 4) refuse("Incorrect hex digit after \\u escape in string.");
-    at_ = read;
-    return code;
-  }
-
-  static void add_utf8(unsigned code, std::string& to) {
-    const auto add = [&to](unsigned byte) { to += static_cast<char>(byte); };
-    const auto add_rest = [&](unsigned shift) { add(0x80 | (code >> shift & 0x3F)); };
-    if (code < 0x80) return add(code);
-    if (code < 0x800) {
-      add(0xC0 | code >> 6);
-    } else {
-      if (code < 0x10000) {
-        add(0xE0 | code >> 12);
-      } else {
-        add(0xF0 | code >> 18);
-        add_rest(12);
-      }
-      add_rest(6);
-    }
-    add_rest(0);
-  }
-
-  void number(util::Value& to) {
-    const char* const start = at_;
-    if (*at_ == '-') ++at_;
-    if (*at_ == '0') {
-      ++at_;
-    } else {
-      digits("Invalid value.");
-    }
-    const char* const whole = at_;
-    if (*at_ == '.') {
-      ++at_;
-      digits("Miss fraction part in number.");
-    }
-    if (*at_ == 'e' || *at_ == 'E') {
-      ++at_;
-      if (*at_ == '+' || *at_ == '-') ++at_;
-      digits("Miss exponent in number.");
-    }
-    if (at_ == whole) return integer(start, to);
-    if (std::from_chars(start, at_, make<double>(util::DOUBLE, to)).ec != std::errc()) {
-      refuse("a double cannot hold the number", start);
-    }
-  }
-
-  void digits(const char* otherwise) {
-    const char* const start = at_;
-    while (*at_ >= '0' && *at_ <= '9') ++at_;
-    if (at_ == start) refuse(otherwise);
-  }
-
-  void integer(const char* start, util::Value& to) {
-    int64_t number = 0;
-    const bool read = std::from_chars(start, at_, number).ec == std::errc();
-    if (!read || number > kLargestExact || number < -kLargestExact) {
-      refuse("the integer is beyond 2^53, a double might lose digits of it", start);
-    }
-    if (number == static_cast<int>(number)) {
-      make<int>(util::INTEGER, to) = static_cast<int>(number);
-    } else {
-      make<double>(util::DOUBLE, to) = static_cast<double>(number);
-    }
-  }
-
-  const std::string& text_;
-  const char* at_;
-  size_t depth_ = 0;
+  util::Value root_;
+  util::Value* target_ = &root_;  // where the value that comes next goes, unless into an array
+  std::vector<util::Value*> open_;
+  std::string reason_;
   const size_t most_depth_;
 };
 
@@ -469,7 +362,20 @@ util::Value from_json(const std::string& text, const JsonLimits& limits) {
   if (text.size() > limits.size) {
     throw json_error(1, 1, "the text is larger than " + std::to_string(limits.size) + " bytes");
   }
-  return Reader(text, std::min(limits.depth, kMostDepth)).document();
+  constexpr unsigned kFlags =
+      rapidjson::kParseValidateEncodingFlag | rapidjson::kParseNumbersAsStringsFlag;
+  Builder builder(std::min(limits.depth, kMostDepth));
+  rapidjson::Reader reader;
+  rapidjson::MemoryStream stream(text.data(), text.size());
+  const rapidjson::ParseResult result = reader.Parse<kFlags>(stream, builder);
+  if (result.IsError()) {
+    const std::string& own = builder.reason();
+    throw error_at(text, result.Offset(),
+                   own.empty() ? rapidjson::GetParseError_En(result.Code()) : own);
+  }
+  // The parser takes a NUL byte for the end.
+  if (stream.Tell() != text.size()) throw error_at(text, stream.Tell(), "a NUL byte in the text");
+  return builder.take();
 }
 
 }  // namespace service

