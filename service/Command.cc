@@ -294,7 +294,8 @@ void Process::Run::ended(int status) {
 }
 
 void Process::Run::kill_group(int signal) const {
-  if (process_ > 0) kill(-process_, signal);
+  if (process_ <= 0 || kill(-process_, signal) == 0) return;
+  kill(process_, signal);  // an emulator starts a program before it has its group
 }
 
 // ---- Process ----
