@@ -26,16 +26,6 @@ if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")  # Fortified calls need the optimiser.
 endif()
 target_link_options(nasutil_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
 
-# Where they are built for delivery, the shared libraries are optimised as a whole, from objects of
-# their own. The static ones are not: their users would need this very compiler.
-set(nasutil_object_kinds objects)
-set(nasutil_shared_kind objects)
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT CMAKE_BUILD_TYPE MATCHES "^(Debug|RelWithDebInfo)$")
-  set(nasutil_shared_kind whole_objects)
-  list(APPEND nasutil_object_kinds whole_objects)
-endif()
-set(nasutil_whole_objects_options -flto=auto)
-
 # nasutil_sources(<variable> <list of fast modules> <list of small ones>): the sources of both, set to
 # be compiled for what they are.
 function(nasutil_sources variable fast small)
@@ -51,7 +41,7 @@ function(nasutil_link_shared target symbols)
   set_target_properties(${target} PROPERTIES LINK_DEPENDS "${symbols}")
   target_link_libraries(${target} PRIVATE nasutil_flags)
   target_link_options(${target} PRIVATE "-Wl,--version-script=${symbols}" -Wl,-Bsymbolic-functions
-                      -Wl,-z,noseparate-code ${nasutil_${nasutil_shared_kind}_options})
+                      -Wl,-z,noseparate-code)
 endfunction()
 
 # What comes in this folder is built to be run once: compiled quickly, with line numbers in back

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# The library, shared and static.
+# The library, shared and static from the same objects.
 
 list(APPEND CMAKE_MODULE_PATH "${CMAKE_CURRENT_LIST_DIR}")
 find_package(TinyXML REQUIRED)
@@ -51,25 +51,19 @@ endif()
 nasutil_sources(nasutil_sources NASUTIL_FAST_MODULES NASUTIL_SMALL_MODULES)
 # Fast as well, and first: of a function that several objects hold, the first one's is taken.
 list(PREPEND nasutil_sources util/base64.cc util/Value.cc)
-# Slower when optimised together with the others.
-set_source_files_properties(util/base64.cc PROPERTIES COMPILE_OPTIONS -fno-lto)
 
-foreach(kind IN LISTS nasutil_object_kinds)
-  set(objects nasutil_${kind})
-  add_library(${objects} OBJECT ${nasutil_sources})
-  set_target_properties(${objects} PROPERTIES POSITION_INDEPENDENT_CODE ON)
-  # Each class that is named, though its virtual functions may lie elsewhere: check_abi.sh.
-  target_compile_options(
-    ${objects} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-reorder-blocks-and-partition>
-                       $<$<CXX_COMPILER_ID:GNU>:-femit-class-debug-always>
-                       ${nasutil_${kind}_options})
-  target_include_directories(
-    ${objects} PRIVATE "${CMAKE_SOURCE_DIR}" "${CMAKE_BINARY_DIR}/generated"
-                       "${nasutil_ticpp_include}")
-  target_link_libraries(${objects} PRIVATE nasutil_flags OpenSSL::Crypto TinyXML::TinyXML)
-endforeach()
+add_library(nasutil_objects OBJECT ${nasutil_sources})
+set_target_properties(nasutil_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
+# Each class that is named, though its virtual functions may lie elsewhere: check_abi.sh.
+target_compile_options(
+  nasutil_objects PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-reorder-blocks-and-partition>
+                     $<$<CXX_COMPILER_ID:GNU>:-femit-class-debug-always>)
+target_include_directories(
+  nasutil_objects PRIVATE "${CMAKE_SOURCE_DIR}" "${CMAKE_BINARY_DIR}/generated"
+                     "${nasutil_ticpp_include}")
+target_link_libraries(nasutil_objects PRIVATE nasutil_flags OpenSSL::Crypto TinyXML::TinyXML)
 
-add_library(nasutil SHARED $<TARGET_OBJECTS:nasutil_${nasutil_shared_kind}>)
+add_library(nasutil SHARED $<TARGET_OBJECTS:nasutil_objects>)
 add_library(nasutil_static STATIC $<TARGET_OBJECTS:nasutil_objects>)
 foreach(target nasutil nasutil_static)
   add_library(nasutil::${target} ALIAS ${target})

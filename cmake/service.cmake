@@ -44,29 +44,25 @@ if(NOT RAPIDJSON_INCLUDE_DIR)
 endif()
 
 nasutil_sources(nasutil_service_sources NASUTIL_SERVICE_FAST_MODULES NASUTIL_SERVICE_SMALL_MODULES)
-# The parser is slower when optimised together with the others; with every small function inlined it
-# is a tenth faster, but 11 KB larger. Its empty stack is a null pointer, to which it adds before it
-# allocates: of no consequence, but the sanitizers tell of it.
+# With every small function inlined the parser is a tenth faster, but 11 KB larger. Its empty stack is
+# a null pointer, to which it adds before it allocates: of no consequence, but the sanitizers tell of
+# it.
 set(inline_less -fno-inline-small-functions --param=max-inline-insns-single=30
     --param=max-inline-insns-auto=8)
 set_source_files_properties(
   service/json.cc PROPERTIES COMPILE_OPTIONS
-  "-fno-lto;-fno-sanitize=pointer-overflow;$<$<CXX_COMPILER_ID:GNU>:${inline_less}>")
+  "-fno-sanitize=pointer-overflow;$<$<CXX_COMPILER_ID:GNU>:${inline_less}>")
 # Files of any size, on 32-bit boards too.
 set_source_files_properties(service/LogReader.cc PROPERTIES COMPILE_DEFINITIONS
                                                             _FILE_OFFSET_BITS=64)
 
-foreach(kind IN LISTS nasutil_object_kinds)
-  set(objects nasutil_service_${kind})
-  add_library(${objects} OBJECT ${nasutil_service_sources})
-  set_target_properties(${objects} PROPERTIES POSITION_INDEPENDENT_CODE ON)
-  target_compile_options(${objects} PRIVATE ${nasutil_${kind}_options})
-  target_include_directories(${objects} PRIVATE "${CMAKE_SOURCE_DIR}" "${nasutil_ticpp_include}")
-  target_include_directories(${objects} SYSTEM PRIVATE "${RAPIDJSON_INCLUDE_DIR}")
-  target_link_libraries(${objects} PRIVATE nasutil_flags OpenSSL::Crypto)
-endforeach()
+add_library(nasutil_service_objects OBJECT ${nasutil_service_sources})
+set_target_properties(nasutil_service_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
+target_include_directories(nasutil_service_objects PRIVATE "${CMAKE_SOURCE_DIR}" "${nasutil_ticpp_include}")
+target_include_directories(nasutil_service_objects SYSTEM PRIVATE "${RAPIDJSON_INCLUDE_DIR}")
+target_link_libraries(nasutil_service_objects PRIVATE nasutil_flags OpenSSL::Crypto)
 
-add_library(nasutil_service SHARED $<TARGET_OBJECTS:nasutil_service_${nasutil_shared_kind}>)
+add_library(nasutil_service SHARED $<TARGET_OBJECTS:nasutil_service_objects>)
 add_library(nasutil_service_static STATIC $<TARGET_OBJECTS:nasutil_service_objects>)
 foreach(suffix "" _static)
   set(target nasutil_service${suffix})

@@ -24,7 +24,7 @@ sed -n "s/^ *<elf-symbol name='\([^']*\)'.* binding='global-binding'.*/\1/p" "$b
 symbols . >"$work/exported"
 {
   cat "$work/listed"
-  symbols W | grep -E '^([^(<]* )?(util|ticpp)::' || true  # a whole-library build may have none
+  symbols W | grep -E '^([^(<]* )?(util|ticpp)::' || true
   grep -E '^(vtable|typeinfo) for (util|ticpp)::' "$work/exported"
 } | sort -u >"$work/allowed"
 
