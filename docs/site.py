@@ -19,7 +19,8 @@ import xml.etree.ElementTree
 
 SOURCE = pathlib.Path(__file__).resolve().parent.parent
 CONTENTS = SOURCE / "docs/README.md"  # the pages that it links to are the site's chapters
-MANUALS = sorted([*SOURCE.glob("tools/*.[1-8]"), *SOURCE.glob("examples/appliance/service/*.[1-8]")])
+MANUALS = sorted(manual for folder in ("tools", "scripts", "examples/appliance/service")
+                 for manual in SOURCE.glob(folder + "/*.[1-8]"))
 REFERENCE = SOURCE / "docs/reference.dox"
 PAGES = [SOURCE / "README.md", SOURCE / "CHANGELOG.md", SOURCE / "CONTRIBUTING.md",
          SOURCE / "examples/appliance/README.md", *sorted(SOURCE.glob("docs/**/*.md")), *MANUALS, REFERENCE]
