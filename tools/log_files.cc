@@ -63,6 +63,13 @@ std::set<long> old_numbers(const std::string& path) {
   return numbers;
 }
 
+// Zeros if there is no such file.
+std::pair<dev_t, ino_t> identity(const std::string& path) {
+  struct stat file = {};
+  if (stat(path.c_str(), &file) != 0) return {};
+  return {file.st_dev, file.st_ino};
+}
+
 struct stat status_of(int descriptor) {
   struct stat status = {};
   fstat(descriptor, &status);
@@ -219,11 +226,22 @@ bool Log::is_known(const LogPart& part) const {
                      [&part](const auto& known) { return part.is(*known); });
 }
 
-// Opens the files that are newer than those already open, the newest first: a rotation in between
-// can then show a file twice, but cannot hide one. If a plain file exists, its compressed one is
-// not complete.
+// Opens the files that are newer than those already open. If the log was rotated meanwhile, more
+// than one number may have changed: once more.
 void Log::open_newer() {
-  std::deque<std::unique_ptr<LogPart>> newer;
+  auto log = identity(path_);
+  Parts newer = newer_parts();
+  for (int tries = 0; tries < 100 && log != identity(path_); ++tries) {
+    log = identity(path_);
+    newer = newer_parts();
+  }
+  std::move(newer.begin(), newer.end(), std::back_inserter(parts_));
+}
+
+// The newest are opened first: a rotation in between can then show a file twice, but cannot hide
+// one. If a plain file exists, its compressed one is not complete.
+Log::Parts Log::newer_parts() {
+  Parts newer;
   const auto add = [&](std::unique_ptr<LogPart> part) {
     if (!part) return true;
     if (is_known(*part)) return false;
@@ -239,7 +257,7 @@ void Log::open_newer() {
     if (!part) part = open_part(name + std::string(kCompressed));
     if (!add(std::move(part))) break;
   }
-  std::move(newer.begin(), newer.end(), std::back_inserter(parts_));
+  return newer;
 }
 
 }  // namespace tools

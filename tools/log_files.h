@@ -66,13 +66,16 @@ class Log {
   bool unfinished(service::LogEntry& to);  // whatever is left
 
  private:
+  using Parts = std::deque<std::unique_ptr<LogPart>>;
+
   std::unique_ptr<LogPart> open_part(const std::string& name);
   bool is_known(const LogPart& part) const;
   void open_newer();
+  Parts newer_parts();
 
   std::string path_;
   bool follow_;
-  std::deque<std::unique_ptr<LogPart>> parts_;  // not yet read to the end, oldest first
+  Parts parts_;  // not yet read to the end, oldest first
   // The one before them. It stays open, so that no new file gets its identity.
   std::unique_ptr<LogPart> read_;
   std::string complaint_;
