@@ -2,7 +2,7 @@
 #include <service/LogFile.h>
 #include <util/SuperLoop.h>
 
-static util::logger* const logger = util::logger::getLogger("ticker");
+static util::logger* const logger = util::logger::rootLogger();
 
 struct Ticker : util::EventLoop {
   void runLoop(util::utime_t slice) override { UTIL_LOG(logger, util::INFO, "%d ms", int(slice)); }

@@ -82,7 +82,8 @@ struct UTIL_EXPORT Command {
   // Calls back once, when the program has ended and its output has been read. Processes that it
   // left running go on, unless the time limit was exceeded, and are not waited for.
   //
-  // Throws std::system_error if the program cannot be run, RegistrationError.
+  // Throws std::system_error if the program cannot be run, std::invalid_argument if `arguments` is
+  // empty, RegistrationError if the loop cannot watch it.
   Process start(Loop& loop, std::function<void(const Result&)> done) const;
 };
 

@@ -39,7 +39,7 @@ struct ControlOptions {
   uid_t owner = static_cast<uid_t>(-1);  // of the socket; as the process has it
   gid_t group = static_cast<gid_t>(-1);
   size_t clients = 16;             // at once; another one is told that there are too many
-  size_t line = 4096;              // bytes of a request
+  size_t line = 4096;              // bytes; a longer one is answered by an error, and the end
   size_t answer = 1 << 20;         // bytes; a longer one becomes an error
   util::utime_t patience = 30000;  // from one request to the next, sending its answer included
 };
@@ -47,8 +47,9 @@ struct ControlOptions {
 // Answers requests on a Unix-domain stream socket, on the thread of a Loop, which must outlive it.
 //
 // A request is one line. Its answer is what the handler returns, any number of lines, followed by a
-// NUL byte, so that a client can tell a whole answer from one that was cut off. If the handler
-// throws, the answer is "error: " and the exception's text.
+// NUL byte, so that a client can tell a whole answer from one that was cut off; NUL bytes in it are
+// left out. If the handler throws, the answer is "error: " and the exception's text, so no other
+// one should begin like that. Logs to the root logger.
 //
 // No client can block the loop. A client's next request is read only when it has taken its answer,
 // so a client that does not read delays nobody but itself and keeps at most one answer in memory.
@@ -59,9 +60,11 @@ class UTIL_EXPORT ControlSocket {
   // without waiting.
   using Handler = std::function<std::string(const Request&)>;
 
-  // Listens at `path`. A socket that another process has left there is replaced. Throws
-  // AlreadyRunning if a process is listening there; std::system_error if the system refuses, or if
-  // something other than a socket is there (EEXIST); RegistrationError.
+  // Listens at `path`, of at most 99 bytes: the socket is made under a longer name, with the
+  // process id. A socket that another process has left there is replaced. Throws AlreadyRunning
+  // (see service/InstanceLock.h; here it names the socket) if a process is listening there;
+  // std::system_error if the system refuses, if the path is too long (ENAMETOOLONG), or if
+  // something other than a socket is there (EEXIST); RegistrationError if the loop cannot watch it.
   ControlSocket(Loop& loop, const std::string& path, Handler handler,
                 const ControlOptions& options = ControlOptions());
   // Removes the socket and disconnects all clients.

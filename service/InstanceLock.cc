@@ -40,8 +40,8 @@ struct flock whole_file() {
 
 }  // namespace
 
-AlreadyRunning::AlreadyRunning(const std::string& folder, pid_t process)
-    : std::runtime_error(folder + " is in use by " + holder(process)),
+AlreadyRunning::AlreadyRunning(const std::string& path, pid_t process)
+    : std::runtime_error(path + " is in use by " + holder(process)),
       process_(std::max(process, pid_t{0})) {}
 
 class UTIL_HIDDEN InstanceLock::Lock {

@@ -11,11 +11,11 @@
 
 namespace service {
 
-// Another process, or another InstanceLock of this one, holds the lock. what() names the folder and
-// the process: "/run/nasd is in use by process 4711".
+// Another process, or another InstanceLock of this one, holds the lock. what() names the folder (or
+// the socket, if a ControlSocket throws it) and the process: "/run/nasd is in use by process 4711".
 class UTIL_EXPORT AlreadyRunning : public std::runtime_error {
  public:
-  AlreadyRunning(const std::string& folder, pid_t process);
+  AlreadyRunning(const std::string& path, pid_t process);
 
   pid_t process() const { return process_; }  // 0 if it cannot be seen from here
 
@@ -31,7 +31,7 @@ class UTIL_EXPORT AlreadyRunning : public std::runtime_error {
 //
 // The lock belongs to the process. Forked children do not hold it, so a child that outlives the
 // daemon does not keep another from starting. A daemon that forks itself into the background must
-// take the lock afterwards.
+// take the lock afterwards. The process loses it if it opens and closes the file `lock` itself.
 class UTIL_EXPORT InstanceLock {
  public:
   // Throws AlreadyRunning, and std::system_error if the file cannot be opened or locked.

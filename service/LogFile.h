@@ -105,8 +105,11 @@ class UTIL_EXPORT LogFile final : public util::publisher {
   // Writes what is waiting. Call it at the end of each pass, or use FlushEachPass.
   void flush() override;
 
+  // Each of these three returns why it failed, if it did. Entries that could not be written go on
+  // waiting.
+
   // Writes what is waiting and syncs it to disk: entries published before survive a power failure.
-  // May take as long as the disk needs.
+  // May take as long as the disk needs; after a rotation it syncs the whole file system.
   std::error_code sync();
 
   // Begins a new file now, unless this one is empty.

@@ -75,6 +75,8 @@ class UTIL_EXPORT Handle {
 //
 // The loop's own clock is the monotonic one: setting the system time moves none of its timers.
 //
+// All of the functions that take a callback throw std::invalid_argument if it is empty.
+//
 // Callbacks may do anything with the loop except destroy it or run a pass of it. An exception that
 // escapes a callback ends the process. Nothing is locked: a loop belongs to one thread, and so does
 // its logger. A forked process may use its copy of the loop, which no longer watches the processes
@@ -99,8 +101,9 @@ class UTIL_EXPORT Loop : public util::SuperLoop {
   // Calls back once, `delay` milliseconds from now.
   Handle after(util::utime_t delay, std::function<void()> callback);
 
-  // Calls back every `interval` milliseconds, which must not be 0, counted from now. The argument
-  // is the number of calls skipped since the last one because the loop was busy.
+  // Calls back every `interval` milliseconds, counted from now. The argument is the number of calls
+  // skipped since the last one because the loop was busy. Throws std::invalid_argument if the
+  // interval is 0.
   Handle every(util::utime_t interval, std::function<void(uint64_t missed)> callback);
 
   // Calls back when the process gets the signal, once for several that arrive before the loop
@@ -116,7 +119,8 @@ class UTIL_EXPORT Loop : public util::SuperLoop {
   // (EEXIST).
   Handle on_exit(pid_t child, std::function<void(int status)> callback);
 
-  // Each of the signals calls stop(), for as long as the loop lives.
+  // Each of the signals calls stop(), for as long as the loop lives. Throws what on_signal()
+  // throws.
   void stop_on(std::initializer_list<int> signals);
 
   // Runs passes of `cycle` milliseconds until stop() is called, then finishes the pass, so it

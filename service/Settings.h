@@ -20,7 +20,7 @@ namespace service {
 // service/FileLock.h and service/key_path.h do one by one.
 //
 // Waits at most a tenth of a second for another process that is changing the file, so it may be
-// called on the thread of a loop.
+// called on the thread of a loop, but change() also waits until the disk has the new file.
 class UTIL_EXPORT Settings {
  public:
   // Loads the file as reload() does. The logger is not owned.

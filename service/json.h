@@ -27,7 +27,7 @@ enum JsonStyle : unsigned {
 //   value                           text                             comes back as
 //   an instant                      "2008-05-01T14:03:59.250Z", UTC  text
 //   bytes                           base64                           text
-//   an infinite double, not a one   null                             VOID
+//   an infinity or a NaN            null                             VOID
 //   text that is not UTF-8          U+FFFD for what is not           that text
 //
 // If this makes keys equal, further U+FFFD are appended to the later ones. Recurses: 10,000 levels

@@ -31,7 +31,7 @@ struct UTIL_EXPORT LogMessage {
   std::string category;
   std::string message;
 
-  // A structure of "time" (a date), "where", "category" and "message".
+  // A STRUCT of "time" (a date), "where", "category" and "message".
   util::Value value() const;
 };
 
@@ -93,8 +93,8 @@ class UTIL_EXPORT RepeatLimit final : public util::publisher {
 };
 
 // Makes the signature and the message of each entry one line of visible text each: control bytes,
-// including line breaks, and bytes that are not UTF-8 become escapes such as "\x1B". So logged text
-// can neither forge an entry nor take over a terminal.
+// including line breaks but not tabs, and bytes that are not UTF-8 become escapes such as "\x1B".
+// So logged text can neither forge an entry nor take over a terminal.
 class UTIL_EXPORT VisibleText final : public util::publisher {
  public:
   explicit VisibleText(std::shared_ptr<util::publisher> to);

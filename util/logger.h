@@ -182,9 +182,9 @@ class UTIL_EXPORT rolling_file_publisher : public file_publisher {
   char* buffer;
 };
 
-// Decides which messages pass, hands them to its publisher and, if asked to, to those of its
-// ancestors, and remembers the source position of the last logging call, passed or not (the
-// checkpoint).
+// Decides which messages pass, hands them to its publisher and, unless setUseParentPublisher(false)
+// was called, to those of its ancestors, and remembers the source position of the last logging
+// call, passed or not (the checkpoint).
 //
 // There is one root logger; named loggers hang below it. All live as long as the process.
 class UTIL_EXPORT logger {

@@ -39,6 +39,6 @@ int main() {
 
   util::ZEB_GPIO board;
   board.refresh();
-  std::cout << "room for " << board.getDriveCount() << " drive(s)\n";
+  std::cout << board.getDriveCount() << " drive(s) fitted\n";
   if (board.getTemperature() == util::ZEB_GPIO::High) std::cout << "too hot\n";
 }

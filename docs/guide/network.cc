@@ -1,21 +1,25 @@
 // SPDX-License-Identifier: MIT
+#include <service/HmacAuthenticator.h>
+#include <service/bytes.h>
 #include <util/MD5Authenticator.h>
 #include <util/NetworkInterface.h>
 #include <util/system_exception.h>
 
 #include <iostream>
 
-static util::byte_string bytes(const std::string& text) { return {text.begin(), text.end()}; }
-
 int main() {
-  // The secret is a setting of the library's build; both sides have it.
-  util::MD5Authenticator authenticator;
+  // In the appliance the key comes from a file that only the services may read.
+  const util::byte_string key = service::to_bytes("32 random bytes, the same for both");
+  service::HmacAuthenticator authenticator(key);
   util::byte_string signature;
-  authenticator.sign(bytes("reboot"), signature);
-  std::cout << authenticator.id() << ", " << signature.size() << " bytes, "
-            << authenticator.sign(bytes("reboot")).size() << " digits as text\n";
-  std::cout << "reboot: " << authenticator.verify(bytes("reboot"), signature) << "\n";
-  std::cout << "format: " << authenticator.verify(bytes("format"), signature) << "\n";
+  authenticator.sign(service::to_bytes("reboot"), signature);
+  std::cout << authenticator.id() << ", " << signature.size() << " bytes\n";
+  std::cout << "reboot: " << authenticator.verify(service::to_bytes("reboot"), signature) << "\n";
+  std::cout << "format: " << authenticator.verify(service::to_bytes("format"), signature) << "\n";
+
+  // For peers that know nothing else. The secret is a setting of the library's build.
+  util::MD5Authenticator old;
+  std::cout << old.id() << ", " << old.sign(service::to_bytes("reboot")).size() << " digits\n";
 
   try {
     for (const util::NetworkInterface& interface : util::NetworkInterface::get_interfaces())

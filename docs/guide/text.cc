@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <service/natural_order.h>
 #include <util/util.h>
 
 #include <algorithm>
@@ -21,9 +22,7 @@ int main() {
 
   // The order in which people expect names.
   std::vector<std::string> names = {"share10", "Share2", "share1"};
-  std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
-    return strnatcasecmp(a.c_str(), b.c_str()) < 0;
-  });
+  std::sort(names.begin(), names.end(), service::NaturalCaseLess());
   for (const std::string& name : names) std::cout << util::print_str(name) << " ";
   std::cout << "\n";
 
