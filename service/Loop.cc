@@ -14,6 +14,7 @@
 #include <climits>
 #include <cstring>
 #include <ctime>
+#include <forward_list>
 #include <list>
 #include <stdexcept>
 #include <utility>
@@ -61,92 +62,86 @@ class Registration {
  public:
   using Core = Loop::Core;
 
-  explicit Registration(Core& core) : core_(&core) {}
+  Registration() = default;
   Registration(const Registration&) = delete;
   Registration& operator=(const Registration&) = delete;
   virtual ~Registration() = default;
 
-  Core* core() const { return core_; }  // null once it is not called any more
+  Core* core() const { return core_; }  // null unless it may be called
 
-  void leave() noexcept;            // its loop
-  virtual void end() noexcept = 0;  // leaves and destroys what the callback captured
+  void join(Core& core) { core_ = &core; }
+  void leave() noexcept;
+  void end() noexcept;     // leaves and destroys what the callback captured
+  void disown() noexcept;  // leaves and is destroyed, once its callback has returned
+
+  void run(int64_t argument);  // calls back
+  void run_once(int64_t argument);
 
  private:
+  virtual void call(int64_t argument) = 0;
+  virtual void forget() noexcept = 0;  // destroys what the callback captured
   virtual void remove() noexcept = 0;  // from the tables of the loop
 
-  Core* core_;
+  Core* core_ = nullptr;
+  bool running_ = false;
+  bool disowned_ = false;
 };
 
 namespace {
 
-template <class... Arguments>
-class Calling : public Registration {
- public:
-  using Callback = std::function<void(Arguments...)>;
-
-  Calling(Core& core, Callback&& callback) : Registration(core), callback_(std::move(callback)) {
-    if (!callback_) refuse_empty();
-  }
-
-  // A callback may destroy its registration; then it still lives until it returns.
-  void call(Arguments... arguments);
-  void call_once(Arguments... arguments) {
-    leave();
-    const Callback callback = std::move(callback_);
-    callback(arguments...);
-  }
-
-  void end() noexcept override {
-    leave();
-    const Callback dropped = std::move(callback_);
-  }
-
- private:
-  Callback callback_;
-};
-
-struct Watch final : Calling<uint32_t> {
-  using Calling::Calling;
+struct Watch : Registration {
+  Watch(int watched, uint32_t wanted) : descriptor(watched), events(wanted) {}
   void remove() noexcept override;
 
-  int descriptor = -1;
-  uint32_t events = 0;
+  const int descriptor;
+  uint32_t events;
   uint32_t number = 0;  // tells its events from those of an earlier watch of the descriptor
 };
 
-struct Timer final : Timed, Calling<> {
-  using Calling::Calling;
-  void fire(int64_t at);
+struct Timer : Timed, Registration {
+  Timer(int64_t at, int64_t every) : Timed{at}, interval(every) {}
   void remove() noexcept override;
 
-  int64_t interval = 0;  // 0: once
+  const int64_t interval;  // 0: once
 };
 
-struct Signal final : Calling<> {
-  using Calling::Calling;
-  void remove() noexcept override;
+// What a signal announces.
+struct Announced : Registration {
+  explicit Announced(int announced) : number(announced) {}
 
-  int number = 0;
-  bool due = false;
-};
-
-struct Child final : Calling<int> {
-  using Calling::Calling;
-  void remove() noexcept override;
-
-  pid_t process = 0;
+  const int number;  // of the signal or the process
   int status = 0;
   bool due = false;
 };
 
-// A callback may change the table, so the next one is looked up after each call.
-template <class T>
-T* take_due(const std::list<T*>& table) {
-  for (T* const one : table) {
-    if (std::exchange(one->due, false)) return one;
+struct Signal : Announced {
+  using Announced::Announced;
+  void remove() noexcept override;
+};
+
+struct Child : Announced {
+  using Announced::Announced;
+  void remove() noexcept override;
+};
+
+template <class Kind, class... Arguments>
+class Calling final : public Kind {
+ public:
+  using Callback = std::function<void(Arguments...)>;
+
+  template <class... Parts>
+  explicit Calling(Callback& callback, Parts... parts)
+      : Kind(parts...), callback_(std::move(callback)) {}
+
+ private:
+  void call([[maybe_unused]] int64_t argument) override {
+    callback_(static_cast<Arguments>(argument)...);
   }
-  return nullptr;
-}
+  // What was captured may own the handle of this.
+  void forget() noexcept override { const Callback dropped = std::move(callback_); }
+
+  Callback callback_;
+};
 
 }  // namespace
 
@@ -165,22 +160,28 @@ class UTIL_HIDDEN Loop::Core final : public util::EventLoop {
   void runLoop(utime_t) override;
   const char* name() override { return "service::Loop"; }
 
-  void add(Watch& watch);
-  void add(Timer& timer) { timers_.add(timer); }
-  void add(Signal& signal);
-  void add(Child& child);
+  template <class Kind, class... Arguments, class... Parts>
+  Handle add(std::function<void(Arguments...)>& callback, Parts... parts) {
+    if (!callback) refuse_empty();
+    auto* const made = new Calling<Kind, Arguments...>(callback, parts...);
+    Handle handle(made);
+    insert(*made);
+    made->join(*this);
+    return handle;
+  }
+  void insert(Watch& watch);
+  void insert(Timer& timer) { timers_.add(timer); }
+  void insert(Signal& signal);
+  void insert(Child& child);
   void change(Watch& watch, uint32_t events);
-  void postpone_first() { timers_.postpone_front(); }
 
   void remove(Watch& watch) noexcept;
   void remove(Timer& timer) noexcept { timers_.remove(timer); }
   void remove(Signal& signal) noexcept;
   void remove(Child& child) noexcept;
 
-  Registration* running = nullptr;  // null once it has left the loop
-  uint64_t missed = 0;              // calls missed by the running timer
   bool stopped = false;
-  std::vector<Handle> stopping;
+  std::forward_list<Handle> stopping;
 
  private:
   Descriptor new_epoll() const;
@@ -190,12 +191,14 @@ class UTIL_HIDDEN Loop::Core final : public util::EventLoop {
   bool repaired() noexcept;
   bool forked() const { return forks_ != forks(); }
   Watch* watch_of(const epoll_event& event) const;
+  void want(int signal);
 
   void serve(int64_t end);
   bool fetch(int64_t end);
   int patience(int64_t at, int64_t end) const;
   void dispatch(const epoll_event& event);
   void run_timers();
+  void fire(Timer& timer, int64_t at);
   void run_signals();
   void run_children();
 
@@ -208,9 +211,8 @@ class UTIL_HIDDEN Loop::Core final : public util::EventLoop {
   std::vector<Watch*> watches_;  // by descriptor
   uint32_t last_number_ = 0;
   TimerQueue timers_;
-  std::list<Signal*> signals_;
-  std::list<Child*> children_;
-  Handle child_signal_;
+  std::list<Announced*> signals_;
+  std::list<Announced*> children_;
   bool look_for_children_ = false;
 
   epoll_event batch_[kBatch];
@@ -226,37 +228,51 @@ class UTIL_HIDDEN Loop::Core final : public util::EventLoop {
   int64_t lateness_ = 0;  // in waking up, the worst of recent passes
 };
 
+void Registration::run(int64_t argument) {
+  running_ = true;
+  call(argument);
+  running_ = false;
+  if (disowned_) {
+    delete this;
+  } else if (core_ == nullptr) {
+    forget();
+  }
+}
+
+void Registration::run_once(int64_t argument) {
+  leave();
+  run(argument);
+}
+
 void Registration::leave() noexcept {
-  if (core_ == nullptr) return;
-  remove();
-  if (core_->running == this) core_->running = nullptr;
+  if (core_ != nullptr) remove();
   core_ = nullptr;
 }
 
-namespace {
-
-template <class... Arguments>
-void Calling<Arguments...>::call(Arguments... arguments) {
-  Registration*& running = core()->running;
-  running = this;
-  Callback callback = std::move(callback_);
-  callback(arguments...);
-  if (running == this) callback_ = std::move(callback);
-  running = nullptr;
+void Registration::end() noexcept {
+  leave();
+  if (!running_) forget();
 }
+
+void Registration::disown() noexcept {
+  leave();
+  disowned_ = true;
+  if (!running_) delete this;
+}
+
+namespace {
 
 void Watch::remove() noexcept { core()->remove(*this); }
 void Timer::remove() noexcept { core()->remove(*this); }
 void Signal::remove() noexcept { core()->remove(*this); }
 void Child::remove() noexcept { core()->remove(*this); }
 
-void Timer::fire(int64_t at) {
-  if (interval == 0) return call_once();
-  const int64_t missed = (at - due) / interval;
-  due += (missed + 1) * interval;
-  core()->missed = static_cast<uint64_t>(missed);
-  core()->postpone_first();
-  call();
+// A callback may change the table, so the next one is looked up after each call.
+Announced* take_due(const std::list<Announced*>& table) {
+  for (Announced* const one : table) {
+    if (std::exchange(one->due, false)) return one;
+  }
+  return nullptr;
 }
 
 // An event says which watch it is for; one of the inbox has the number 0.
@@ -274,16 +290,20 @@ bool control(const Descriptor& epoll, int operation, const Watch& watch) {
   return epoll_ctl(epoll.number(), operation, watch.descriptor, &event) == 0;
 }
 
-[[noreturn]] void refuse(const std::string& what, int error, const char* why = nullptr) {
-  const std::string text = why != nullptr ? why : util::system_exception(error).what();
-  throw RegistrationError(error, what + ": " + text);
+// "signal 9 cannot be handled: Invalid argument"
+[[noreturn]] void refuse(const char* what, int number, const char* use, int error,
+                         const char* why = nullptr) {
+  std::string text = what + std::to_string(number);
+  text.append(" cannot be ").append(use).append(": ");
+  throw RegistrationError(error,
+                          text += why != nullptr ? why : util::system_exception(error).what());
 }
 
 [[noreturn]] void refuse(const Watch& watch, int error) {
   const char* const why = error == EPERM    ? "regular files and folders are always ready"
                           : error == EEXIST ? "it is watched already"
                                             : nullptr;
-  refuse("descriptor " + std::to_string(watch.descriptor) + " cannot be watched", error, why);
+  refuse("descriptor ", watch.descriptor, "watched", error, why);
 }
 
 }  // namespace
@@ -299,7 +319,7 @@ Loop::Core::~Core() {
 
 // ---- tables ----
 
-void Loop::Core::add(Watch& watch) {
+void Loop::Core::insert(Watch& watch) {
   repair();
   const auto place = static_cast<size_t>(watch.descriptor);
   watch.number = ++last_number_ != 0 ? last_number_ : ++last_number_;
@@ -330,16 +350,19 @@ void Loop::Core::remove(Watch& watch) noexcept {
   if (!forked()) control(epoll_, EPOLL_CTL_DEL, watch);
 }
 
-void Loop::Core::add(Signal& signal) {
-  repair();
-  signals_.push_back(&signal);
+void Loop::Core::want(int signal) {
   try {
-    inbox_.want(signal.number);
+    inbox_.want(signal);
   } catch (const util::system_exception& failure) {
-    signals_.pop_back();
-    refuse("signal " + std::to_string(signal.number) + " cannot be handled",
-           failure.error_number());
+    refuse("signal ", signal, "handled", failure.error_number());
   }
+}
+
+void Loop::Core::insert(Signal& signal) {
+  repair();
+  std::list<Announced*> entry(1, &signal);
+  want(signal.number);
+  signals_.splice(signals_.end(), entry);
 }
 
 void Loop::Core::remove(Signal& signal) noexcept {
@@ -347,29 +370,26 @@ void Loop::Core::remove(Signal& signal) noexcept {
   inbox_.drop(signal.number);
 }
 
-void Loop::Core::add(Child& child) {
+void Loop::Core::insert(Child& child) {
   repair();
-  const std::string what = "process " + std::to_string(child.process) + " cannot be awaited";
-  for (const Child* const other : children_) {
-    if (other->process == child.process) refuse(what, EEXIST, "it is awaited already");
+  for (const Announced* const other : children_) {
+    if (other->number == child.number) {
+      refuse("process ", child.number, "awaited", EEXIST, "it is awaited already");
+    }
   }
   siginfo_t state = {};
-  if (waitid(P_PID, static_cast<id_t>(child.process), &state, WEXITED | WNOHANG | WNOWAIT) < 0) {
-    refuse(what, errno);
+  if (waitid(P_PID, static_cast<id_t>(child.number), &state, WEXITED | WNOHANG | WNOWAIT) < 0) {
+    refuse("process ", child.number, "awaited", errno);
   }
-  if (!child_signal_) {
-    auto signal = std::make_unique<Signal>(*this, [this] { look_for_children_ = true; });
-    signal->number = SIGCHLD;
-    add(*signal);
-    child_signal_ = Handle(std::move(signal));
-  }
-  children_.push_back(&child);
+  std::list<Announced*> entry(1, &child);
+  if (children_.empty()) want(SIGCHLD);
+  children_.splice(children_.end(), entry);
   look_for_children_ = true;
 }
 
 void Loop::Core::remove(Child& child) noexcept {
   children_.remove(&child);
-  if (children_.empty()) child_signal_.cancel();
+  if (children_.empty()) inbox_.drop(SIGCHLD);
 }
 
 // ---- the epoll set ----
@@ -400,7 +420,7 @@ void Loop::Core::take_over() {
   damaged_ = true;
   served_ = batched_ = 0;
   while (!children_.empty()) children_.front()->end();
-  for (const Signal* const signal : signals_) inbox_.want(signal->number);
+  for (const Announced* const signal : signals_) inbox_.want(signal->number);
   forks_ = forks();
 }
 
@@ -511,7 +531,7 @@ void Loop::Core::dispatch(const epoll_event& event) {
     run_signals();
     run_children();
   } else if (Watch* const watch = watch_of(event)) {
-    watch->call(event.events);
+    watch->run(event.events);
   }
 }
 
@@ -521,36 +541,45 @@ void Loop::Core::run_timers() {
   const int64_t at = now();
   const uint64_t added = timers_.next_order();
   while (!timers_.empty() && timers_.next_due() <= at && timers_.front()->order < added) {
-    static_cast<Timer*>(timers_.front())->fire(at);
+    fire(static_cast<Timer&>(*timers_.front()), at);
   }
+}
+
+void Loop::Core::fire(Timer& timer, int64_t at) {
+  if (timer.interval == 0) return timer.run_once(0);
+  const int64_t missed = (at - timer.due) / timer.interval;
+  timer.due += (missed + 1) * timer.interval;
+  timers_.postpone_front();
+  timer.run(missed);
 }
 
 void Loop::Core::run_signals() {
   inbox_.clear();
   bool came[NSIG] = {};
   for (int number = 1; number < NSIG; ++number) came[number] = inbox_.take(number);
-  for (Signal* const signal : signals_) signal->due = came[signal->number];
-  while (Signal* const signal = take_due(signals_)) signal->call();
+  look_for_children_ |= came[SIGCHLD];
+  for (Announced* const signal : signals_) signal->due = came[signal->number];
+  while (Announced* const signal = take_due(signals_)) signal->run(0);
 }
 
 void Loop::Core::run_children() {
   if (!std::exchange(look_for_children_, false)) return;
-  for (Child* const child : children_) {
-    const pid_t ended = waitpid(child->process, &child->status, WNOHANG);
+  for (Announced* const child : children_) {
+    const pid_t ended = waitpid(child->number, &child->status, WNOHANG);
     if (ended < 0) child->status = -1;
-    child->due = ended == child->process || (ended < 0 && errno == ECHILD);
+    child->due = ended == child->number || (ended < 0 && errno == ECHILD);
   }
-  while (Child* const child = take_due(children_)) child->call_once(child->status);
+  while (Announced* const child = take_due(children_)) child->run_once(child->status);
 }
 
 // ---- Handle ----
 
 Handle::Handle() noexcept = default;
 
-Handle::Handle(std::unique_ptr<Registration> registration) noexcept
-    : registration_(std::move(registration)) {}
+Handle::Handle(Registration* registration) noexcept : registration_(registration) {}
 
-Handle::Handle(Handle&& from) noexcept = default;
+Handle::Handle(Handle&& from) noexcept
+    : registration_(std::exchange(from.registration_, nullptr)) {}
 
 Handle& Handle::operator=(Handle&& from) noexcept {
   Handle taken(std::move(from));
@@ -561,19 +590,21 @@ Handle& Handle::operator=(Handle&& from) noexcept {
 Handle::~Handle() { cancel(); }
 
 void Handle::cancel() noexcept {
-  const std::unique_ptr<Registration> ended = std::move(registration_);
-  if (ended) ended->leave();
+  if (Registration* const registration = std::exchange(registration_, nullptr))
+    registration->disown();
 }
 
 void Handle::change(uint32_t events) {
-  auto* const watch = dynamic_cast<Watch*>(registration_.get());
+  auto* const watch = dynamic_cast<Watch*>(registration_);
   if (watch == nullptr || watch->core() == nullptr) {
     throw std::logic_error("service::Handle::change: no descriptor is watched");
   }
   watch->core()->change(*watch, events);
 }
 
-Handle::operator bool() const noexcept { return registration_ && registration_->core() != nullptr; }
+Handle::operator bool() const noexcept {
+  return registration_ != nullptr && registration_->core() != nullptr;
+}
 
 // ---- Loop ----
 
@@ -584,48 +615,29 @@ Loop::Loop(util::logger* log) : SuperLoop(log), core_(std::make_unique<Core>(log
 Loop::~Loop() = default;
 
 Handle Loop::watch(int descriptor, uint32_t readiness, std::function<void(uint32_t)> callback) {
-  auto watch = std::make_unique<Watch>(*core_, std::move(callback));
-  watch->descriptor = descriptor;
-  watch->events = readiness;
-  core_->add(*watch);
-  return Handle(std::move(watch));
+  return core_->add<Watch>(callback, descriptor, readiness);
 }
 
 Handle Loop::after(utime_t delay, std::function<void()> callback) {
-  auto timer = std::make_unique<Timer>(*core_, std::move(callback));
-  timer->due = now() + duration(delay);
-  core_->add(*timer);
-  return Handle(std::move(timer));
+  return core_->add<Timer>(callback, now() + duration(delay), int64_t{0});
 }
 
 Handle Loop::every(utime_t interval, std::function<void(uint64_t missed)> callback) {
   if (interval == 0) throw std::invalid_argument("service::Loop::every: an interval of 0");
-  if (!callback) refuse_empty();
-  auto tick = [core = core_.get(), call = std::move(callback)] { call(core->missed); };
-  auto timer = std::make_unique<Timer>(*core_, std::move(tick));
-  timer->interval = duration(interval);
-  timer->due = now() + timer->interval;
-  core_->add(*timer);
-  return Handle(std::move(timer));
+  return core_->add<Timer>(callback, now() + duration(interval), duration(interval));
 }
 
 Handle Loop::on_signal(int number, std::function<void()> callback) {
-  auto signal = std::make_unique<Signal>(*core_, std::move(callback));
-  signal->number = number;
-  core_->add(*signal);
-  return Handle(std::move(signal));
+  return core_->add<Signal>(callback, number);
 }
 
 Handle Loop::on_exit(pid_t child, std::function<void(int status)> callback) {
-  auto awaited = std::make_unique<Child>(*core_, std::move(callback));
-  awaited->process = child;
-  core_->add(*awaited);
-  return Handle(std::move(awaited));
+  return core_->add<Child>(callback, child);
 }
 
 void Loop::stop_on(std::initializer_list<int> signals) {
   for (const int number : signals) {
-    core_->stopping.push_back(on_signal(number, [this] { stop(); }));
+    core_->stopping.push_front(on_signal(number, [this] { stop(); }));
   }
 }
 

@@ -61,9 +61,9 @@ class UTIL_EXPORT Handle {
 
  private:
   friend class Loop;
-  explicit Handle(std::unique_ptr<Registration> registration) noexcept;
+  explicit Handle(Registration* registration) noexcept;
 
-  std::unique_ptr<Registration> registration_;
+  Registration* registration_ = nullptr;  // owned
 };
 
 // Sub-loops and events get their turns and time slices as in any SuperLoop. The rest of each pass,
