@@ -44,6 +44,10 @@ Descriptor file_of(const std::string& text) {
   return above_streams(std::move(file));
 }
 
+[[noreturn]] void fail(int error, const std::string& what) {
+  throw std::system_error(error, std::generic_category(), what);
+}
+
 class Actions {
  public:
   Actions() { posix_spawn_file_actions_init(&actions_); }
@@ -64,7 +68,7 @@ class Actions {
 
  private:
   static void check(int error) {
-    if (error != 0) throw std::system_error(error, std::generic_category(), "cannot run a program");
+    if (error != 0) fail(error, "cannot run a program");
   }
 
   posix_spawn_file_actions_t actions_;
@@ -94,12 +98,12 @@ class Attributes {
   posix_spawnattr_t attributes_;
 };
 
-// The texts as a null-terminated array for the system. The vector still owns them.
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> all;
-  all.reserve(texts.size() + 1);
-  for (std::string& text : texts) all.push_back(text.data());
-  all.push_back(nullptr);
+// The texts as a null-terminated array. posix_spawnp() takes it as that of a program's own main
+// function, but does not change the texts.
+std::vector<char*> pointers(const std::vector<std::string>& texts) {
+  std::vector<char*> all(texts.size() + 1);
+  std::transform(texts.begin(), texts.end(), all.begin(),
+                 [](const std::string& text) { return const_cast<char*>(text.c_str()); });
   return all;
 }
 
@@ -109,19 +113,18 @@ pid_t spawn(const Command& command, const Descriptor (&streams)[3]) {
   actions.close_the_others();
   if (!command.folder.empty()) actions.enter(command.folder);
   const Attributes attributes;
-  std::vector<std::string> arguments = command.arguments;
   std::vector<std::string> environment;
   for (const auto& [name, value] : command.environment) {
-    environment.emplace_back(name).append("=").append(value);
+    environment.emplace_back(name + "=").append(value);
   }
 
   pid_t process = 0;
-  const int error = posix_spawnp(&process, arguments[0].c_str(), actions.get(), attributes.get(),
-                                 pointers(arguments).data(), pointers(environment).data());
+  const std::string& program = command.arguments[0];
+  const int error = posix_spawnp(&process, program.c_str(), actions.get(), attributes.get(),
+                                 pointers(command.arguments).data(), pointers(environment).data());
   if (error == 0) return process;
   const std::string where = command.folder.empty() ? "" : " in " + command.folder;
-  throw std::system_error(error, std::generic_category(),
-                          "cannot run " + command.arguments[0] + where);
+  fail(error, "cannot run " + program + where);
 }
 
 }  // namespace
@@ -178,8 +181,8 @@ Process::Run::Run(Loop& loop, const Command& command, Done done)
     : loop_(loop),
       limit_(command.limit),
       grace_(command.grace),
-      output_{result_.output, command.on_output, "", {}, {}},
-      errors_{result_.errors, command.on_errors, "", {}, {}},
+      output_{result_.output, command.on_output, {}, {}, {}},
+      errors_{result_.errors, command.on_errors, {}, {}, {}},
       done_(std::move(done)) {
   if (command.time_limit > 0) {
     timer_ = loop.after(command.time_limit, [this] { time_is_up(); });
@@ -265,10 +268,12 @@ void Process::Run::keep(std::string& in, const char* text, size_t size) {
 }
 
 void Process::Run::hand_on(Stream& stream) {
-  const std::string line = std::exchange(stream.line, "");
-  Command::Line call = std::exchange(stream.on_line, nullptr);
+  std::string line;
+  line.swap(stream.line);
+  Command::Line call;
+  call.swap(stream.on_line);
   call(line);
-  if (!abandoned_) stream.on_line = std::move(call);
+  if (!abandoned_) call.swap(stream.on_line);
 }
 
 void Process::Run::time_is_up() {
@@ -331,9 +336,8 @@ std::string Command::Result::end() const {
 Command::Command(std::vector<std::string> program_and_arguments)
     : arguments(std::move(program_and_arguments)) {
   for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
-    const char* const value = strchr(*variable, '=');
-    if (value != nullptr)
-      environment[{*variable, static_cast<size_t>(value - *variable)}] = value + 1;
+    const char* const end = strchr(*variable, '=');
+    if (end != nullptr) environment[{*variable, static_cast<size_t>(end - *variable)}] = end + 1;
   }
 }
 

@@ -16,7 +16,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <set>
+#include <list>
 #include <utility>
 
 namespace service {
@@ -171,11 +171,14 @@ bool change(Handle& handle, uint32_t events) {
 
 std::string error_answer(const std::string& text) { return kError + text + "\n" + kEnd; }
 
+std::string too_long(const char* what, size_t limit) {
+  return error_answer(what + (" is longer than " + std::to_string(limit)) + " bytes");
+}
+
 struct Client {
   // Whether there is a whole line, or one that is already too long.
   bool has_line(size_t limit) const { return length() < in.size() || length() > limit; }
   size_t length() const { return std::min(in.find('\n'), in.size()); }
-  void refuse(const std::string& why);
   bool receive();
   bool send();
 
@@ -187,12 +190,6 @@ struct Client {
   Handle ready;
   Handle patience;
 };
-
-void Client::refuse(const std::string& why) {
-  in.clear();
-  ended = true;
-  out = error_answer(why);
-}
 
 // False if the connection is gone.
 bool Client::receive() {
@@ -236,22 +233,22 @@ class UTIL_HIDDEN ControlSocket::Server : public std::enable_shared_from_this<Se
   }
 
  private:
-  using ClientPtr = std::shared_ptr<Client>;
+  using ClientAt = std::list<Client>::iterator;
 
   void accept();
   void pause(int error);
   void add(Descriptor socket);
-  void serve(const ClientPtr& client);
-  bool step(const ClientPtr& client);
-  void answer(const ClientPtr& client);
-  void expect_request(const ClientPtr& client);
+  void serve(ClientAt client);
+  bool step(ClientAt client);
+  void answer(ClientAt client);
+  void expect_request(ClientAt client);
 
   Loop& loop_;
   const std::string path_;
   const Handler handler_;
   const ControlOptions options_;
   std::unique_ptr<Listener> listener_;
-  std::set<ClientPtr> clients_;
+  std::list<Client> clients_;
   Handle accepting_;
   Handle pause_;
   bool short_of_descriptors_ = false;
@@ -289,47 +286,49 @@ void ControlSocket::Server::pause(int error) {
 }
 
 void ControlSocket::Server::add(Descriptor socket) {
-  const auto client = std::make_shared<Client>();
+  std::list<Client> added(1);
+  const ClientAt client = added.begin();
   const ucred who = peer(socket);
   client->request = {"", who.uid, who.gid, who.pid};
   client->socket = std::move(socket);
-  const std::weak_ptr<Client> weak = client;
-  client->ready = loop_.watch(client->socket.number(), EPOLLIN, [this, weak](uint32_t) {
-    if (const ClientPtr found = weak.lock()) serve(found);
-  });
+  client->ready =
+      loop_.watch(client->socket.number(), EPOLLIN, [this, client](uint32_t) { serve(client); });
   expect_request(client);
-  clients_.insert(client);
+  clients_.splice(clients_.end(), added);
 }
 
-void ControlSocket::Server::expect_request(const ClientPtr& client) {
-  const std::weak_ptr<Client> weak = client;
-  client->patience = loop_.after(options_.patience, [this, weak] { clients_.erase(weak.lock()); });
+void ControlSocket::Server::expect_request(ClientAt client) {
+  client->patience = loop_.after(options_.patience, [this, client] { clients_.erase(client); });
 }
 
-// The handler may destroy this object.
-void ControlSocket::Server::serve(const ClientPtr& client) {
+// The handler may destroy this object, so what is needed afterwards is kept here.
+void ControlSocket::Server::serve(ClientAt client) {
   const std::shared_ptr<Server> self = shared_from_this();
-  const bool stays = step(client);
-  if (clients_.count(client) == 0) return;
+  std::list<Client> served;
+  served.splice(served.end(), clients_, client);
+  if (!step(client) || !listener_) return;
   const bool reads = client->out.empty() && !client->has_line(options_.line);
-  if (!stays || !change(client->ready, reads ? EPOLLIN : EPOLLOUT)) clients_.erase(client);
+  if (change(client->ready, reads ? EPOLLIN : EPOLLOUT)) clients_.splice(clients_.end(), served);
 }
 
 // Answers at most one request, so that a client that sends many does not keep the others waiting.
 // Returns false if the client is done.
-bool ControlSocket::Server::step(const ClientPtr& client) {
+bool ControlSocket::Server::step(ClientAt client) {
   if (client->out.empty() && !client->has_line(options_.line) && !client->receive()) return false;
   if (client->out.empty() && client->has_line(options_.line)) answer(client);
   if (!client->out.empty() && !client->send()) return false;
   return !client->ended || !client->out.empty() || client->has_line(options_.line);
 }
 
-void ControlSocket::Server::answer(const ClientPtr& client) {
+void ControlSocket::Server::answer(ClientAt client) {
   const size_t end = client->length();
   if (end > options_.line) {
-    return client->refuse("the line is longer than " + std::to_string(options_.line) + " bytes");
+    client->in.clear();
+    client->ended = true;
+    client->out = too_long("the line", options_.line);
+    return;
   }
-  client->request.line = client->in.substr(0, end);
+  client->request.line.assign(client->in, 0, end);
   client->in.erase(0, end + 1);
   expect_request(client);
   std::string& out = client->out;
@@ -340,9 +339,7 @@ void ControlSocket::Server::answer(const ClientPtr& client) {
   } catch (const std::exception& error) {
     out = error_answer(error.what());
   }
-  if (out.size() > options_.answer) {
-    out = error_answer("the answer is longer than " + std::to_string(options_.answer) + " bytes");
-  }
+  if (out.size() > options_.answer) out = too_long("the answer", options_.answer);
 }
 
 ControlSocket::ControlSocket(Loop& loop, const std::string& path, Handler handler,

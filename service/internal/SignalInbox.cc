@@ -39,11 +39,11 @@ void note(int number) {
   errno = error;
 }
 
-void handle(int number) {
+bool handle(int number) {
   struct sigaction action = {};
   action.sa_handler = note;
   action.sa_flags = SA_RESTART | SA_ONSTACK;
-  if (sigaction(number, &action, &handled[number].earlier) < 0) throw util::system_exception();
+  return sigaction(number, &action, &handled[number].earlier) == 0;
 }
 
 // Unless another part of the program has put a handler of its own in the place of ours.
@@ -115,11 +115,9 @@ void SignalInbox::want(int number) {
   const std::lock_guard<std::mutex> lock(registry);
   if (wanted_[number] == 0) noted_[number] = false;
   ++wanted_[number];
-  try {
-    if (handled[number].users == 0) handle(number);
-  } catch (const util::system_exception&) {
+  if (handled[number].users == 0 && !handle(number)) {
     --wanted_[number];
-    throw;
+    throw util::system_exception();
   }
   ++handled[number].users;
 }
