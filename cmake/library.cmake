@@ -11,6 +11,7 @@ set(NASUTIL_FAST_MODULES
     util/SuperLoop
     util/Timer
     util/escape
+    util/internal/saved_form
     util/logger
     util/publisher
     util/strnatcmp

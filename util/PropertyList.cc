@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "util/PropertyList.h"
 
+#include "util/internal/saved_form.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +10,7 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
+#include <optional>
 #include <utility>
 
 #include <ticpp.h>
@@ -15,9 +18,11 @@
 namespace util {
 namespace {
 
+bool find(const std::string& path, struct stat& status) { return stat(path.c_str(), &status) == 0; }
+
 bool is_there(const std::string& path) {
   struct stat status = {};
-  return stat(path.c_str(), &status) == 0;
+  return find(path, status);
 }
 
 }  // namespace
@@ -39,11 +44,16 @@ const char* malformed_property_list::what() const noexcept { return msg.c_str();
 
 void PropertyList::load() {
   // Kept: a file that stat() cannot reach, for whatever reason, counts as missing.
-  const bool file_exists = exists();
-  if (!file_exists && !backup_exists()) return;
+  struct stat status = {};
+  const bool file_exists = find(file, status);
+  if (!file_exists && !find(backup(), status)) return;
+  const std::string source = file_exists ? file : backup();
   try {
+    std::optional<value_struct> saved;
+    if (S_ISREG(status.st_mode)) saved = read_saved_form(source);  // a pipe can be read only once
+    if (saved) return properties.swap(*saved);
     ticpp::Document document;
-    document.LoadFile(file_exists ? file : backup());
+    document.LoadFile(source);
     Value list = decode_value(document.FirstChildElement("plist")->FirstChildElement("dict"));
     properties.swap(list);
   } catch (const ticpp::Exception&) {

@@ -127,12 +127,9 @@ TEST(OutOfMemory, SavingDurablyKeepsTheListAndFindsTheOldOrTheNew) {
   EXPECT_LT(10, uses);
 }
 
-TEST(OutOfMemory, LoadKeepsTheList) {
-  const TempDir dir;
-  const std::string x = dir.file("x");
-  save_alone(x, 1);
+int allocations_of_load(const std::string& x) {
   PropertyList list(x);
-  const int uses = fail_each_allocation(
+  return fail_each_allocation(
       [&list] {
         list.getProperties().clear();
         list["n"] = 7;
@@ -142,7 +139,15 @@ TEST(OutOfMemory, LoadKeepsTheList) {
         EXPECT_EQ(outcome == "done" ? 1 : 7, list.intForKey("n"));
         EXPECT_EQ(outcome == "done" ? 3U : 1U, list.getProperties().size());
       });
-  EXPECT_LT(20, uses);
+}
+
+TEST(OutOfMemory, LoadKeepsTheList) {
+  const TempDir dir;
+  save_alone(dir.file("x"), 1);
+  EXPECT_LT(10, allocations_of_load(dir.file("x")));
+  const std::string saved = dir.read("x");
+  dir.write("x", saved + "<!-- for the parser -->");
+  EXPECT_LT(20, allocations_of_load(dir.file("x")));
 }
 
 TEST(OutOfMemory, ReadingAConfigurationFailsAsAWhole) {
