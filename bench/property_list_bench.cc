@@ -207,14 +207,6 @@ void add_size(const std::string& size, int shares) {
   add(loading, "ours", [=] { return load_ours(file); });
   add(loading, "libplist", [=] { return load_libplist(file); });
   add(loading, "TinyXML", [=] { return load_tinyxml(file); });
-
-  // As other programs write it: only the parser can read it.
-  const std::string other = bench::scratch_file(std::to_string(shares) + ".other.plist");
-  std::string text = bench::read_file(file);
-  bench::write_file(other, text.replace(text.find("UTF8"), 4, "UTF-8"));
-  const std::string parsing = "loading another form of a list of " + size;
-  add(parsing, "ours", [=] { return load_ours(other); });
-  add(parsing, "TinyXML", [=] { return load_tinyxml(other); });
 }
 
 void check(int shares) {

@@ -36,7 +36,7 @@ GOALS = [
     (r"(a byte answered|100000 timers|1000000 timers).*", "lib(ev|event)", 1.25),
     (r"saving a list of .*", "TinyXML", 1.15),
     (r"saving durably a list of .*", "libplist", 1),
-    (r"loading .* list of .*", "TinyXML", 1.2),
+    (r"loading a list of .*", "TinyXML", 1.2),
     (r"base64.*", "OpenSSL", 1 / 1.3),
     (r"script text of 100 KB", "RapidJSON", 1),
     (r"JSON .*", "nlohmann", 1),

@@ -11,7 +11,6 @@ set(NASUTIL_FAST_MODULES
     util/SuperLoop
     util/Timer
     util/escape
-    util/internal/saved_form
     util/logger
     util/publisher
     util/strnatcmp

@@ -5,9 +5,9 @@
 #include "ticpp/ticpp.h"
 #include "ticpp/tree.h"
 #include "util/internal/owners.h"
-#include "util/internal/read_text.h"
 
 #include <stdio_ext.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -21,10 +21,22 @@ namespace {
 // The file up to its first NUL byte, with newlines as the parser's own loader makes them, followed
 // by the padding.
 std::string read_all(FILE* file) {
-  std::string text = util::read_text(file, kPadding);
+  struct stat status = {};
+  fstat(fileno(file), &status);
+  const auto expected = static_cast<size_t>(std::min<off_t>(status.st_size, 1 << 24));
+  std::string text(expected + kPadding, '\0');
+  size_t size = 0;
+  for (bool more = true; more;) {
+    if (size == text.size()) text.resize(2 * size);
+    const size_t got = fread(&text[size], 1, text.size() - size, file);
+    const size_t used = strnlen(&text[size], got);  // the text ends where it does for the parser
+    size += used;
+    more = got > 0 && used == got;
+  }
   if (ferror(file) != 0) throw Exception(strerror(errno));
-  size_t to = std::min(text.find('\r'), text.size());
-  for (size_t from = to; from < text.size(); ++from) {
+  text.resize(size);
+  size_t to = std::min(text.find('\r'), size);
+  for (size_t from = to; from < size; ++from) {
     const bool carriage_return = text[from] == '\r';
     if (carriage_return && text[from + 1] == '\n') ++from;
     text[to++] = carriage_return ? '\n' : text[from];

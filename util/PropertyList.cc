@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "util/PropertyList.h"
 
-#include "util/internal/saved_form.h"
-
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,7 +8,6 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
-#include <optional>
 #include <utility>
 
 #include <ticpp.h>
@@ -18,11 +15,9 @@
 namespace util {
 namespace {
 
-bool find(const std::string& path, struct stat& status) { return stat(path.c_str(), &status) == 0; }
-
 bool is_there(const std::string& path) {
   struct stat status = {};
-  return find(path, status);
+  return stat(path.c_str(), &status) == 0;
 }
 
 }  // namespace
@@ -44,16 +39,11 @@ const char* malformed_property_list::what() const noexcept { return msg.c_str();
 
 void PropertyList::load() {
   // Kept: a file that stat() cannot reach, for whatever reason, counts as missing.
-  struct stat status = {};
-  const bool file_exists = find(file, status);
-  if (!file_exists && !find(backup(), status)) return;
-  const std::string source = file_exists ? file : backup();
+  const bool file_exists = exists();
+  if (!file_exists && !backup_exists()) return;
   try {
-    std::optional<value_struct> saved;
-    if (S_ISREG(status.st_mode)) saved = read_saved_form(source);  // a pipe can be read only once
-    if (saved) return properties.swap(*saved);
     ticpp::Document document;
-    document.LoadFile(source);
+    document.LoadFile(file_exists ? file : backup());
     Value list = decode_value(document.FirstChildElement("plist")->FirstChildElement("dict"));
     properties.swap(list);
   } catch (const ticpp::Exception&) {

@@ -6,7 +6,6 @@
 #include "util/datetime.h"
 #include "util/internal/losses.h"
 #include "util/internal/replace_file.h"
-#include "util/internal/saved_form.h"
 #include "util/system_exception.h"
 
 #include <unistd.h>
@@ -100,7 +99,9 @@ class Writer {
   explicit Writer(Text& to) : to_(to) {}
 
   void document(const value_struct& list) {
-    to_.add(kSavedStart);
+    to_.add(
+        "<?xml version=\"1.0\" encoding=\"UTF8\" standalone=\"yes\" ?>\n"
+        "<plist version=\"1.0\">\n");
     to_.blanks(kIndent);
     dict(list, 1);
     to_.add("</plist>\n");

@@ -4,12 +4,10 @@
 #include "util/PropertyList.h"
 #include "util/base64.h"
 #include "util/datetime.h"
-#include "util/internal/saved_form.h"
 
 #include <ctime>
 #include <exception>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -189,10 +187,15 @@ class Decoder {
     return flag;
   }
 
+  // Local time; the "Z" is only a letter.
   Value date(const ticpp::Element& e) const {
-    const std::optional<utime_t> instant = instant_of(text(e, "expecting date"));
-    if (!instant) fail(e, "malformed date");
-    return *instant;
+    tm broken = {};
+    broken.tm_isdst = -1;  // The C library decides.
+    if (strptime(text(e, "expecting date").c_str(), "%Y-%m-%dT%TZ", &broken) == nullptr) {
+      fail(e, "malformed date");
+    }
+    // Kept: a failure of mktime() is not detected; its -1 gives -1000 as an unsigned number.
+    return static_cast<utime_t>(int64_t{mktime(&broken)}) * 1000;
   }
 
   Value data(const ticpp::Element& e) const {
@@ -248,15 +251,6 @@ class Lent {
 };
 
 }  // namespace
-
-// Local time; the "Z" is only a letter.
-std::optional<utime_t> instant_of(const std::string& text) {
-  tm broken = {};
-  broken.tm_isdst = -1;  // The C library decides.
-  if (strptime(text.c_str(), "%Y-%m-%dT%TZ", &broken) == nullptr) return std::nullopt;
-  // Kept: a failure of mktime() is not detected; its -1 gives -1000 as an unsigned number.
-  return static_cast<utime_t>(int64_t{mktime(&broken)}) * 1000;
-}
 
 void PropertyList::encode(ticpp::Document& document) {
   ticpp::Declaration declaration("1.0", "UTF8", "yes");  // Kept: not "UTF-8".
