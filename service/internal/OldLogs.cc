@@ -4,6 +4,7 @@
 #include "service/internal/OpenFile.h"
 
 #include <dirent.h>
+#include <endian.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/file.h>
@@ -11,13 +12,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <iterator>
 #include <memory>
-#include <tuple>
+#include <new>
 
 namespace service {
 namespace {
@@ -32,29 +34,16 @@ struct CloseFolder {
   void operator()(DIR* folder) const { closedir(folder); }
 };
 
-// Removes a prefix from `text`, or an ending.
-bool cut_start(std::string& text, const std::string& start) {
-  if (text.compare(0, start.size(), start) != 0) return false;
-  text.erase(0, start.size());
-  return true;
+std::string numbered(const std::string& base, unsigned long number, const char* ending) {
+  return base + "." + std::to_string(number) + ending;
 }
 
-bool cut_end(std::string& text, const std::string& end) {
-  if (text.size() < end.size()) return false;
-  if (text.compare(text.size() - end.size(), end.size(), end) != 0) return false;
-  text.erase(text.size() - end.size());
-  return true;
-}
-
-// As it is written: without leading zeros or anything else.
-bool is_number(const std::string& text, unsigned long long& value) {
-  if (text.empty() || text.size() > 19 || (text[0] == '0' && text.size() > 1)) return false;
-  value = 0;
-  for (const char c : text) {
-    if (c < '0' || c > '9') return false;
-    value = value * 10 + static_cast<unsigned long long>(c - '0');
-  }
-  return true;
+// Whether that function has made the path, and of which number.
+bool is_numbered(const std::string& path, const std::string& base, const char* ending,
+                 unsigned long& number) {
+  if (path.size() == base.size() || path.compare(0, base.size(), base) != 0) return false;
+  number = strtoul(&path[base.size() + 1], nullptr, 10);
+  return path == numbered(base, number, ending);
 }
 
 bool remove_file(const std::string& path) { return unlink(path.c_str()) == 0 || errno == ENOENT; }
@@ -62,12 +51,11 @@ bool remove_file(const std::string& path) { return unlink(path.c_str()) == 0 || 
 // What a compressed file says at its end of the size of the text, modulo 2^32.
 bool holds(const OpenFile& compressed, off_t size) {
   struct stat status = {};
-  uint8_t end[4] = {};
+  uint32_t end = 0;
   return fstat(compressed.number(), &status) == 0 && status.st_size > off_t{sizeof end} &&
-         pread(compressed.number(), end, sizeof end, status.st_size - off_t{sizeof end}) ==
+         pread(compressed.number(), &end, sizeof end, status.st_size - off_t{sizeof end}) ==
              ssize_t{sizeof end} &&
-         (uint32_t{end[0]} | uint32_t{end[1]} << 8 | uint32_t{end[2]} << 16 |
-          uint32_t{end[3]} << 24) == static_cast<uint32_t>(size);
+         le32toh(end) == static_cast<uint32_t>(size);
 }
 
 // ---- in the processes that compress: async-signal-safe calls only ----
@@ -119,123 +107,112 @@ bool finish(const struct stat& old, const char* part, const char* done) {
 OldLogs::OldLogs(const std::string& log, size_t most, off_t most_bytes)
     : log_(log),
       folder_(log.substr(0, log.rfind('/') + 1)),
-      name_(log.substr(folder_.size())),
-      new_log_(folder_ + "." + name_ + ".new"),
+      hidden_(folder_ + "." + log.substr(folder_.size())),
+      new_log_(hidden_ + ".new"),
       newest_(log + ".0"),
       most_(most),
       most_bytes_(most_bytes) {}
 
 std::string OldLogs::path(unsigned long number, bool compressed) const {
-  return log_ + "." + std::to_string(number) + (compressed ? ".gz" : "");
+  return numbered(log_, number, compressed ? ".gz" : "");
 }
 
-std::string OldLogs::work_path(ino_t inode, const char* ending) const {
-  return folder_ + "." + name_ + "." + std::to_string(inode) + ending;
-}
-
-// The old files by number, and what gzip works or has worked on. A compressed file beside the one
-// that it was made of is removed: the daemon was killed when it had not put it in place.
-bool OldLogs::list(std::vector<File>& files, std::vector<Work>& work) const {
+// The old files, and what gzip works or has worked on. A compressed file beside the one that it was
+// made of is removed: the daemon was killed when it had not put it in place.
+bool OldLogs::list(Found& found) const {
   const std::unique_ptr<DIR, CloseFolder> folder(opendir(folder_.empty() ? "." : folder_.c_str()));
   if (!folder) return false;
   // Not readdir(), which refuses the inode numbers of large disks where a long has 32 bits.
   errno = 0;  // tells an error from the end
   while (const dirent64* const entry = readdir64(folder.get())) {
-    std::string rest = entry->d_name;
-    unsigned long long number = 0;
-    if (cut_start(rest, name_ + ".")) {
-      const bool compressed = cut_end(rest, ".gz");
-      File file = {0, compressed, {}};
-      if (is_number(rest, number)) {
-        file.number = static_cast<unsigned long>(number);
-        if (lstat((folder_ + entry->d_name).c_str(), &file.status) == 0) {
-          files.push_back(file);
-        } else if (errno != ENOENT) {
-          return false;  // a file that is overlooked would be written over
-        }
-      }
-    } else if (cut_start(rest, "." + name_ + ".")) {
-      const bool done = cut_end(rest, ".gz");
-      if ((done || cut_end(rest, ".part")) && is_number(rest, number)) {
-        work.push_back({static_cast<ino_t>(number), done, folder_ + entry->d_name});
+    const std::string path = folder_ + entry->d_name;
+    unsigned long number = 0;
+    if (is_numbered(path, hidden_, ".part", number)) found.parts.push_back(number);
+    if (is_numbered(path, hidden_, ".gz", number)) found.done.push_back(number);
+    const bool compressed = is_numbered(path, log_, ".gz", number);
+    if (compressed || is_numbered(path, log_, "", number)) {
+      File file = {compressed, {}};
+      if (lstat(path.c_str(), &file.status) == 0) {
+        const auto [there, is_first] = found.files.emplace(number, file);
+        if (!is_first && !compressed) there->second = file;
+        if (!is_first && !remove_file(this->path(number, true))) return false;
+      } else if (errno != ENOENT) {
+        return false;  // a file that is overlooked would be written over
       }
     }
     errno = 0;
   }
-  if (errno != 0) return false;
-  std::sort(files.begin(), files.end(), [](const File& a, const File& b) {
-    return std::tie(a.number, a.compressed) < std::tie(b.number, b.compressed);
-  });
-  for (size_t i = 1; i < files.size(); ++i) {
-    if (files[i].number != files[i - 1].number) continue;
-    if (!remove_file(path(files[i].number, true))) return false;
-    files.erase(files.begin() + static_cast<ptrdiff_t>(i));
-  }
-  return true;
+  return errno == 0;
 }
 
-bool OldLogs::shift(off_t coming) const {
-  std::vector<File> files;
-  std::vector<Work> work;
-  if (!list(files, work)) return false;
+bool OldLogs::shift(off_t coming) const try {
+  Found found;
+  if (!list(found)) return false;
+  auto& files = found.files;
   off_t bytes = coming;
-  for (const File& file : files) bytes += file.status.st_size;
+  for (const auto& [number, file] : files) bytes += file.status.st_size;
   while (!files.empty() && (files.size() >= most_ || (most_bytes_ > 0 && bytes > most_bytes_))) {
-    if (!remove_file(path(files.back().number, files.back().compressed))) return false;
-    bytes -= files.back().status.st_size;
-    files.pop_back();
+    const auto oldest = std::prev(files.end());
+    if (!remove_file(path(oldest->first, oldest->second.compressed))) return false;
+    bytes -= oldest->second.status.st_size;
+    files.erase(oldest);
   }
   // Up to the first gap, which a kill within another rotation may have left.
-  size_t next = 0;
-  while (next < files.size() && files[next].number == next) ++next;
+  unsigned long next = 0;
+  while (files.count(next) > 0) ++next;
   while (next-- > 0) {
-    const bool compressed = files[next].compressed;
+    const bool compressed = files.at(next).compressed;
     if (rename(path(next, compressed).c_str(), path(next + 1, compressed).c_str()) != 0)
       return false;
   }
   return true;
+} catch (const std::bad_alloc&) {
+  errno = ENOMEM;
+  return false;
 }
 
-bool OldLogs::compress(bool begin) const {
-  std::vector<File> files;
-  std::vector<Work> all_work;
-  if (!list(files, all_work)) return false;
-  for (const Work& work : all_work) {
-    if (work.done) {
-      if (take_over(work, files)) begin = true;
-      continue;
-    }
-    const OpenFile part = open_file(work.path, O_WRONLY);
+bool OldLogs::compress(bool begin) const try {
+  Found found;
+  if (!list(found)) return false;
+  for (const ino_t inode : found.done) {
+    if (take_over(inode, found)) begin = true;
+  }
+  for (const ino_t inode : found.parts) {
+    const std::string path = numbered(hidden_, inode, ".part");
+    const OpenFile part = open_file(path, O_WRONLY);
     if (part && flock(part.number(), LOCK_EX | LOCK_NB) != 0) return true;  // gzip runs
     // It has failed or was killed, unless the file has just got its other name.
-    if (unlink(work.path.c_str()) != 0 && errno == ENOENT) return true;
+    if (unlink(path.c_str()) != 0 && errno == ENOENT) return true;
   }
   if (!begin) return false;
-  const auto next = std::find_if(files.begin(), files.end(), [](const File& file) {
-    return file.number > 0 && !file.compressed && S_ISREG(file.status.st_mode);
-  });
-  return next != files.end() && start_gzip(*next);
+  for (const auto& [number, file] : found.files) {
+    if (number > 0 && !file.compressed && S_ISREG(file.status.st_mode))
+      return start_gzip(number, file.status);
+  }
+  return false;
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
-bool OldLogs::take_over(const Work& done, std::vector<File>& files) const {
-  const auto of = std::find_if(files.begin(), files.end(), [&done](const File& file) {
-    return !file.compressed && file.number > 0 && file.status.st_ino == done.inode;
-  });
-  if (of == files.end() || !holds(open_file(done.path, O_RDONLY), of->status.st_size)) {
-    remove_file(done.path);
-    return false;
+bool OldLogs::take_over(ino_t inode, Found& found) const {
+  const std::string done = numbered(hidden_, inode, ".gz");
+  for (auto& [number, file] : found.files) {
+    if (number == 0 || file.compressed || file.status.st_ino != inode) continue;
+    if (!holds(open_file(done, O_RDONLY), file.status.st_size)) break;
+    if (rename(done.c_str(), path(number, true).c_str()) != 0) return false;
+    file.compressed = true;
+    return remove_file(path(number, false));
   }
-  if (rename(done.path.c_str(), path(of->number, true).c_str()) != 0) return false;
-  of->compressed = true;
-  return remove_file(path(of->number, false));
+  remove_file(done);
+  return false;
 }
 
 // By a process that is not ours, so that nobody has to wait for it or meets it in waitpid(). The
 // one between, which only starts it, is gone when this returns.
-bool OldLogs::start_gzip(const File& file) const {
-  const std::string part = work_path(file.status.st_ino, ".part");
-  const std::string done = work_path(file.status.st_ino, ".gz");
-  const OpenFile from = open_file(path(file.number, false), O_RDONLY);
+bool OldLogs::start_gzip(unsigned long number, const struct stat& file) const {
+  const std::string part = numbered(hidden_, file.st_ino, ".part");
+  const std::string done = numbered(hidden_, file.st_ino, ".gz");
+  const OpenFile from = open_file(path(number, false), O_RDONLY);
   const OpenFile to = open_file(part, O_WRONLY | O_CREAT | O_EXCL);
   if (!from || !to || flock(to.number(), LOCK_EX | LOCK_NB) != 0) return false;
 
@@ -247,7 +224,7 @@ bool OldLogs::start_gzip(const File& file) const {
   if (child == 0) {
     if (fork() != 0) _exit(0);
     become_a_stranger(from.number(), to.number());
-    if (!run_gzip() || !finish(file.status, part.c_str(), done.c_str())) unlink(part.c_str());
+    if (!run_gzip() || !finish(file, part.c_str(), done.c_str())) unlink(part.c_str());
     _exit(0);
   }
   while (child > 0 && waitpid(child, nullptr, 0) < 0 && errno == EINTR) continue;

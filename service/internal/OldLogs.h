@@ -10,11 +10,13 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <map>
 #include <string>
 #include <vector>
 
 namespace service {
 
+// Throws nothing after construction: where memory runs out, that is an error like others.
 class OldLogs {
  public:
   // Keeps `most` files of `most_bytes` in total; 0 is no limit.
@@ -34,25 +36,22 @@ class OldLogs {
 
  private:
   struct File {
-    unsigned long number;
     bool compressed;
     struct stat status;
   };
-  struct Work {
-    ino_t inode;
-    bool done;
-    std::string path;
+  struct Found {
+    std::map<unsigned long, File> files;  // by number
+    std::vector<ino_t> parts, done;       // of gzip
   };
 
-  bool list(std::vector<File>& files, std::vector<Work>& work) const;
+  bool list(Found& found) const;
   std::string path(unsigned long number, bool compressed) const;
-  std::string work_path(ino_t inode, const char* ending) const;
-  bool take_over(const Work& done, std::vector<File>& files) const;
-  bool start_gzip(const File& file) const;
+  bool take_over(ino_t inode, Found& found) const;
+  bool start_gzip(unsigned long number, const struct stat& file) const;
 
   const std::string log_;
   const std::string folder_;
-  const std::string name_;
+  const std::string hidden_;  // .nasd.log
   const std::string new_log_;
   const std::string newest_;
   const size_t most_;
