@@ -3,9 +3,9 @@
 
 set(NASUTIL_SERVICE_FAST_MODULES
     service/json
-    service/LogFile
     service/LogReader
     service/internal/TimerQueue
+    service/internal/entry_text
     service/utf8)
 # In these the kernel decides the time.
 set(NASUTIL_SERVICE_SMALL_MODULES
@@ -15,6 +15,7 @@ set(NASUTIL_SERVICE_SMALL_MODULES
     service/FileLock
     service/HmacAuthenticator
     service/InstanceLock
+    service/LogFile
     service/Loop
     service/LoopStatistics
     service/Settings

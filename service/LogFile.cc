@@ -4,6 +4,7 @@
 #include "service/internal/OldLogs.h"
 #include "service/internal/OpenFile.h"
 #include "service/internal/SafeText.h"
+#include "service/internal/entry_text.h"
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -14,7 +15,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <new>
@@ -33,6 +33,18 @@ constexpr char kWarning[] = "WARNING";
 constexpr time_t kDay = 86400;
 
 std::error_code code(int error) { return {error, std::generic_category()}; }
+
+const LogFileOptions& checked(const LogFileOptions& options) {
+  const char* fault = nullptr;
+  if (options.rotate_above < 0 || options.total_size < 0) fault = "a size is negative";
+  if (options.old_files == 0) fault = "old_files is 0";
+  if (options.total_size > 0 &&
+      (options.rotate_above == 0 || options.total_size / 2 < options.rotate_above)) {
+    fault = "total_size has no room for two files of rotate_above";
+  }
+  if (fault != nullptr) throw std::invalid_argument(std::string("service::LogFile: ") + fault);
+  return options;
+}
 
 time_t day_of(time_t local_second) {
   return local_second / kDay - (local_second % kDay < 0 ? 1 : 0);
@@ -85,21 +97,17 @@ OpenFile open_log(const std::string& path, int how, const LogFileOptions& option
   return log;
 }
 
-char* put(char* to, std::string_view text) {
-  memcpy(to, text.data(), text.size());
-  return to + text.size();
-}
-
-bool write_all(int descriptor, const char* bytes, size_t size) {
-  while (size > 0) {
-    const ssize_t written = write(descriptor, bytes, size);
+// Returns how many bytes the file took; if that is not all, sets errno.
+size_t write_all(int descriptor, const char* bytes, size_t size) {
+  size_t done = 0;
+  while (done < size) {
+    const ssize_t written = write(descriptor, bytes + done, size - done);
     if (written < 0 && errno == EINTR) continue;
     if (written == 0) errno = EIO;
-    if (written <= 0) return false;
-    bytes += written;
-    size -= static_cast<size_t>(written);
+    if (written <= 0) break;
+    done += static_cast<size_t>(written);
   }
-  return true;
+  return done;
 }
 
 // Does what localtime_r() and strftime() do, which a handler may not call.
@@ -130,22 +138,19 @@ void put_time(SafeText& to, time_t local_second) {
   }
 }
 
-}  // namespace
-
-namespace {
-
-// What a signal handler may read: it is stored as a whole, after what was stored before it.
+// What a signal handler may read: it is stored as a whole, after what was stored before it. Inlined
+// where the code is compiled for size, too: a call would be larger.
 template <class T>
 class Noted {
  public:
   explicit Noted(T value) : value_(value) {}
-  Noted& operator=(T value) {
+  [[gnu::always_inline]] Noted& operator=(T value) {
     std::atomic_signal_fence(std::memory_order_seq_cst);
     value_.store(value, std::memory_order_relaxed);
     std::atomic_signal_fence(std::memory_order_seq_cst);
     return *this;
   }
-  operator T() const { return value_.load(std::memory_order_relaxed); }
+  [[gnu::always_inline]] operator T() const { return value_.load(std::memory_order_relaxed); }
 
  private:
   std::atomic<T> value_;
@@ -177,11 +182,10 @@ class UTIL_HIDDEN LogFile::Impl {
 
   void finish();
   bool write_out();
-  size_t append(std::string_view where, std::string_view category, const char* format,
-                va_list args);
+  size_t append(const char* where, const char* category, const char* format, va_list args);
+  __attribute__((format(printf, 2, 3))) size_t append_warning(const char* format, ...);
   bool append_note();
-  __attribute__((format(printf, 2, 3))) bool append_warning(const char* format, ...);
-  size_t append_behind_note(std::string_view where, std::string_view category, const char* format,
+  size_t append_behind_note(const char* where, const char* category, const char* format,
                             va_list args);
   bool make_room(size_t size);
   uint64_t take(size_t size);
@@ -218,8 +222,7 @@ class UTIL_HIDDEN LogFile::Impl {
   struct stat file_ = {};  // identifies the open file
   off_t size_ = 0;
   int error_ = 0;
-  bool takes_nothing_ = false;  // a write has just failed
-  uint64_t written_ = 0;        // entries, since look_at_path()
+  uint64_t written_ = 0;  // entries, since look_at_path()
 
   uint64_t lost_ = 0;
   uint64_t unreported_ = 0;  // of these
@@ -289,7 +292,7 @@ class LogFile::Impl::Lock {
 
 LogFile::Impl::Impl(const std::string& path, const LogFileOptions& options)
     : path_(path),
-      options_(options),
+      options_(checked(options)),
       old_(path, options.old_files,
            options.total_size > 0 ? options.total_size - options.rotate_above : 0),
       buffer_(new char[kBufferSize]),
@@ -318,17 +321,17 @@ void LogFile::Impl::flush() {
 }
 
 int LogFile::Impl::publish(util::category& c, const char* where, const char* format, va_list args) {
-  size_t size = 0;
   look_at_clock();
-  const bool is_behind_lost_ones = unreported_ > 0 && !write_out() && unreported_ > 0;
+  if (error_ != 0 || unreported_ > 0) write_out();  // tries again
+  size_t size = 0;
   try {
-    size = is_behind_lost_ones ? append_behind_note(where, c.name_text(), format, args)
-                               : append(where, c.name_text(), format, args);
+    size = unreported_ > 0 ? append_behind_note(where, c.name_text(), format, args)
+                           : append(where, c.name_text(), format, args);
   } catch (const std::bad_alloc&) {
     error_ = ENOMEM;
   }
   if (size == 0) lose(1, error_);
-  if (size == 0 || (!options_.buffered && !write_out())) return -1;
+  if (error_ != 0 || (!options_.buffered && !write_waiting())) return -1;
   return static_cast<int>(size);
 }
 
@@ -380,66 +383,49 @@ void LogFile::Impl::publish_in_handler(const char* where, const char* message) n
 // ---- what waits ----
 
 // Returns the size of the entry, or 0 if there is no room for it.
-size_t LogFile::Impl::append(std::string_view where, std::string_view category, const char* format,
+size_t LogFile::Impl::append(const char* where, const char* category, const char* format,
                              va_list args) {
-  const size_t head = time_.view().size() + where.size() + category.size() + strlen(" \n: ");
-  for (size_t message = 0;;) {
-    if (!make_room(head + message + 1)) return 0;
-    char* to = buffer_.get() + used_;
-    const size_t room = capacity_ - used_ - head;
-    va_list again;
-    va_copy(again, args);
-    int length = vsnprintf(to + head, room, format, again);
-    va_end(again);
-    if (length < 0) length = snprintf(to + head, room, "%s", format);  // formatting failed
-    message = static_cast<size_t>(length);
-    if (message >= room) continue;
-    to = put(to, time_.view());
-    *to++ = ' ';
-    to = put(to, where);
-    *to++ = '\n';
-    to = put(to, category);
-    *to++ = ':';
-    *to++ = ' ';
-    to[message] = '\n';  // replaces the terminating NUL
-    const size_t size = head + message + 1;
-    ends_.push_back(used_ + size);
-    used_ = used_ + size;
+  size_t size = 0;
+  while (make_room(size)) {
+    const size_t used = used_;
+    const size_t room = capacity_ - used;
+    size = put_entry(buffer_.get() + used, room, time_.view(), where, category, format, args);
+    if (size > room) continue;
+    ends_.push_back(used + size);
+    used_ = used + size;
     return size;
   }
+  return 0;
 }
 
-// Writes how many entries were lost. Returns false if there is no room for that.
-bool LogFile::Impl::append_note() {
-  const auto count = static_cast<unsigned long long>(unreported_);
-  if (!append_warning("%llu %s lost since %s: %s", count, count == 1 ? "entry" : "entries",
-                      lost_since_, strerror(lost_by_))) {
-    return false;
-  }
-  unreported_ = 0;
-  return true;
-}
-
-bool LogFile::Impl::append_warning(const char* format, ...) {
+size_t LogFile::Impl::append_warning(const char* format, ...) {
   va_list args;
   va_start(args, format);
   const size_t size = append(kWhere, kWarning, format, args);
   va_end(args);
+  return size;
+}
+
+// Tells how many entries were lost. Returns false if there is no room for that.
+bool LogFile::Impl::append_note() {
+  const auto count = static_cast<unsigned long long>(unreported_);
+  const size_t size =
+      append_warning("%llu %s lost since %s: %s", count, count == 1 ? "entry" : "entries",
+                     lost_since_, strerror(lost_by_));
+  if (size > 0) unreported_ = 0;
   return size > 0;
 }
 
-// Takes both or neither while the file takes nothing, so that the note precedes later entries.
-size_t LogFile::Impl::append_behind_note(std::string_view where, std::string_view category,
+// While the file takes nothing: appends both or neither, so that the note precedes later entries.
+size_t LogFile::Impl::append_behind_note(const char* where, const char* category,
                                          const char* format, va_list args) {
   const size_t used = used_;
-  const size_t entries = ends_.size();
   const uint64_t unreported = unreported_;
-  takes_nothing_ = true;
-  const size_t size = append_note() ? append(where, category, format, args) : 0;
-  takes_nothing_ = false;
+  if (!append_note()) return 0;
+  const size_t size = append(where, category, format, args);
   if (size > 0) return size;
   used_ = used;
-  ends_.resize(entries);
+  ends_.pop_back();
   unreported_ = unreported;
   return 0;
 }
@@ -447,7 +433,7 @@ size_t LogFile::Impl::append_behind_note(std::string_view where, std::string_vie
 // A long entry gets a larger buffer once nothing else waits.
 bool LogFile::Impl::make_room(size_t size) {
   if (capacity_ - used_ >= size) return true;
-  if (used_ > 0 && (takes_nothing_ || !write_waiting())) return false;
+  if (used_ > 0 && (error_ != 0 || !write_waiting())) return false;
   if (capacity_ >= size) return true;
   buffer_.reset(new char[size]);
   capacity_ = size;
@@ -456,24 +442,22 @@ bool LogFile::Impl::make_room(size_t size) {
 
 // Removes the first bytes of what waits. Returns how many entries end within them.
 uint64_t LogFile::Impl::take(size_t size) {
-  if (size == used_ && capacity_ == kBufferSize) {  // the usual case
-    const uint64_t ended = ends_.size();
+  size_t ended = ends_.size();
+  if (size == used_) {
     forget_waiting();
+    if (capacity_ == kBufferSize) return ended;
+    if (char* const usual = new (std::nothrow) char[kBufferSize]) {
+      buffer_.reset(usual);
+      capacity_ = kBufferSize;
+    }
     return ended;
   }
-  const size_t left = used_ - size;
-  if (left > 0) memmove(buffer_.get(), buffer_.get() + size, left);
-  used_ = left;
-  const auto end = std::upper_bound(ends_.begin(), ends_.end(), size);
-  const auto ended = static_cast<uint64_t>(end - ends_.begin());
-  torn_ = left > 0 && (ended == 0 || end[-1] != size);
-  ends_.erase(ends_.begin(), end);
-  for (size_t& one : ends_) one -= size;
-  if (left > 0 || capacity_ == kBufferSize) return ended;
-  if (char* const usual = new (std::nothrow) char[kBufferSize]) {
-    buffer_.reset(usual);
-    capacity_ = kBufferSize;
-  }
+  memmove(buffer_.get(), buffer_.get() + size, used_ - size);
+  used_ = used_ - size;
+  while (ended > 0 && ends_[ended - 1] > size) --ended;
+  torn_ = ended == 0 || ends_[ended - 1] < size;
+  ends_.erase(ends_.begin(), ends_.begin() + static_cast<ptrdiff_t>(ended));
+  for (size_t& end : ends_) end -= size;
   return ended;
 }
 
@@ -504,21 +488,13 @@ void LogFile::Impl::lose(uint64_t entries, int error) {
 bool LogFile::Impl::write_waiting() {
   if (!log_ && !open_path()) return false;
   if (rotation_is_due() && begin_file() == 0) return true;
-  while (used_ > 0) {
-    is_writing_ = true;
-    const ssize_t size = write(log_.number(), buffer_.get(), used_);
-    const int error = size == 0 ? EIO : errno;
-    if (size > 0) {
-      size_ += size;
-      written_ += take(static_cast<size_t>(size));
-    }
-    is_writing_ = false;
-    if (size > 0 || error == EINTR) continue;
-    error_ = error;
-    return false;
-  }
-  error_ = 0;
-  return true;
+  is_writing_ = true;
+  const size_t size = write_all(log_.number(), buffer_.get(), used_);
+  error_ = size == used_ ? 0 : errno;
+  size_ += static_cast<off_t>(size);
+  if (size > 0) written_ += take(size);
+  is_writing_ = false;
+  return error_ == 0;
 }
 
 bool LogFile::Impl::open_path() {
@@ -586,20 +562,15 @@ void LogFile::Impl::look_at_day() {
 // ---- rotation ----
 
 bool LogFile::Impl::rotation_is_due() const {
-  if (used_ == 0 || size_ == 0 || torn_ || error_ != 0 || not_rotated_ == time_.second)
-    return false;
-  return day_is_over_ ||
-         (options_.rotate_above > 0 && size_ + static_cast<off_t>(used_) > options_.rotate_above);
+  const bool is_full =
+      options_.rotate_above > 0 && size_ + static_cast<off_t>(used_) > options_.rotate_above;
+  return (is_full || day_is_over_) && used_ > 0 && size_ > 0 && !torn_ && error_ == 0 &&
+         not_rotated_ != time_.second;
 }
 
 // Returns 0, or why the file was not rotated; that is tried again in the next second.
 int LogFile::Impl::begin_file() {
-  int error = ENOMEM;
-  try {
-    error = try_to_begin_file();
-  } catch (const std::bad_alloc&) {
-    unlink(old_.in_the_making().c_str());
-  }
+  const int error = try_to_begin_file();
   if (error != 0) not_rotated_ = time_.second;
   return error;
 }
@@ -611,7 +582,8 @@ int LogFile::Impl::try_to_begin_file() {
   unlink(old_.in_the_making().c_str());
   OpenFile log = open_log(old_.in_the_making(), O_EXCL, options_);
   if (!log) return errno;
-  if (!write_all(log.number(), buffer_.get(), used_) || !old_.shift(size_) || !change_places()) {
+  if (write_all(log.number(), buffer_.get(), used_) < used_ || !old_.shift(size_) ||
+      !change_places()) {
     const int error = errno;
     unlink(old_.in_the_making().c_str());
     return error;
@@ -632,39 +604,18 @@ bool LogFile::Impl::change_places() {
 
 void LogFile::Impl::compress(bool begin) {
   const Lock lock(*this);
-  if (!lock.is_held()) return;
-  try {
-    compressing_ = old_.compress(begin);
-  } catch (const std::bad_alloc&) {
-    compressing_ = false;
-  }
+  if (lock.is_held()) compressing_ = old_.compress(begin);
 }
 
 // ---- LogFile ----
 
-namespace {
-
-const LogFileOptions& checked(const LogFileOptions& options) {
-  const char* fault = nullptr;
-  if (options.rotate_above < 0 || options.total_size < 0) fault = "a size is negative";
-  if (options.old_files == 0) fault = "old_files is 0";
-  if (options.total_size > 0 &&
-      (options.rotate_above == 0 || options.total_size / 2 < options.rotate_above)) {
-    fault = "total_size has no room for two files of rotate_above";
-  }
-  if (fault != nullptr) throw std::invalid_argument(std::string("service::LogFile: ") + fault);
-  return options;
-}
-
-}  // namespace
-
 LogFile::LogFile(const std::string& path, const LogFileOptions& options)
-    : impl_(new Impl(path, checked(options))) {
+    : impl_(new Impl(path, options)) {
   if (error()) throw std::system_error(error(), path);
 }
 
 LogFile::LogFile(const std::string& path, const LogFileOptions& options, std::error_code& error)
-    : impl_(new Impl(path, checked(options))) {
+    : impl_(new Impl(path, options)) {
   error = this->error();
 }
 

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <functional>
 #include <memory>
@@ -137,6 +138,17 @@ TEST_F(LogFileTest, WritesEntriesOfEachLengthAroundTheBuffers) {
     }
   }
   EXPECT_EQ(expected, dir.read("x"));
+}
+
+TEST_F(LogFileTest, FormatsMessagesAsPrintfDoes) {
+  LogFile log(path());
+  const char* const none = getenv("a name that no variable has");
+  publish(log, "%s%s%d and %d, %u", "text", "", INT_MIN, 0, UINT_MAX);
+  publish(log, "%d %%, %5d, %-3s|, %lld, %.2f", 7, 7, "a", LLONG_MAX, 0.5);
+  publish(log, "%s: %s", "none", none);
+  EXPECT_EQ(entry("text-2147483648 and 0, 4294967295") +
+                entry("7 %,     7, a  |, 9223372036854775807, 0.50") + entry("none: (null)"),
+            dir.read("x"));
 }
 
 TEST_F(LogFileTest, WritesTheFormatOfAMessageThatCannotBeFormatted) {
@@ -296,6 +308,22 @@ TEST_F(LogFileTest, HasEntriesWaitWhileTheDiskTakesNone) {
   EXPECT_FALSE(log.error());
   EXPECT_EQ(0U, log.lost());
   EXPECT_EQ(entry("one") + entry("two") + entry("three"), dir.read("x"));
+}
+
+TEST_F(LogFileTest, TriesAgainWithEachBufferedEntryToo) {
+  LogFileOptions options;
+  options.buffered = true;
+  LogFile log(path(), options);
+  publish(log, "one");
+  {
+    const Fault full("write", ENOSPC, Fault::kEvery);
+    log.flush();
+    va_list none = {};
+    EXPECT_EQ(-1, log.publish(util::INFO, "here", "two", none));
+  }
+  publish(log, "three");
+  EXPECT_FALSE(log.error());
+  EXPECT_EQ(entry("one") + entry("two"), dir.read("x"));
 }
 
 TEST_F(LogFileTest, CountsTheEntriesThatFindNoRoomToWait) {
