@@ -2,12 +2,9 @@
 # The additions for daemons, a library of their own on top of nasutil, shared and static.
 
 set(NASUTIL_SERVICE_FAST_MODULES
-    service/json
-    service/LogReader
     service/internal/TimerQueue
-    service/internal/entry_text
-    service/utf8)
-# In these the kernel decides the time.
+    service/internal/entry_text)
+# In these the kernel, the heap or the caller decides the time.
 set(NASUTIL_SERVICE_SMALL_MODULES
     service/Command
     service/ControlSocket
@@ -16,6 +13,7 @@ set(NASUTIL_SERVICE_SMALL_MODULES
     service/HmacAuthenticator
     service/InstanceLock
     service/LogFile
+    service/LogReader
     service/Loop
     service/LoopStatistics
     service/Settings
@@ -24,12 +22,15 @@ set(NASUTIL_SERVICE_SMALL_MODULES
     service/categories
     service/internal/OldLogs
     service/internal/SignalInbox
+    service/internal/concat
+    service/json
     service/key_path
     service/natural_order
     service/notify
     service/publishers
     service/recovery
-    service/share_path)
+    service/share_path
+    service/utf8)
 
 # Headers only, and only here: no client needs them.
 find_path(RAPIDJSON_INCLUDE_DIR rapidjson/reader.h)
@@ -46,14 +47,6 @@ if(NOT RAPIDJSON_INCLUDE_DIR)
 endif()
 
 nasutil_sources(nasutil_service_sources NASUTIL_SERVICE_FAST_MODULES NASUTIL_SERVICE_SMALL_MODULES)
-# With every small function inlined the parser is a tenth faster, but 11 KB larger. Its empty stack is
-# a null pointer, to which it adds before it allocates: of no consequence, but the sanitizers tell of
-# it.
-set(inline_less -fno-inline-small-functions --param=max-inline-insns-single=30
-    --param=max-inline-insns-auto=8)
-set_source_files_properties(
-  service/json.cc PROPERTIES COMPILE_OPTIONS
-  "-fno-sanitize=pointer-overflow;$<$<CXX_COMPILER_ID:GNU>:${inline_less}>")
 # Files of any size, on 32-bit boards too.
 set_source_files_properties(service/LogReader.cc PROPERTIES COMPILE_DEFINITIONS
                                                             _FILE_OFFSET_BITS=64)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "service/json.h"
 
+#include "service/internal/concat.h"
 #include "service/utf8.h"
 #include "util/base64.h"
 
@@ -10,15 +11,17 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 // The parser: it streams, so no second tree is built, and tells where a fault is. Its numbers are
-// taken as text: std::from_chars gives the nearest double, always.
+// taken as text: std::from_chars gives the nearest double, always. What it asserts stays asserted,
+// without the signatures of its templates as texts.
+#define RAPIDJSON_ASSERT(holds) ((holds) ? static_cast<void>(0) : std::abort())
 #include <rapidjson/error/en.h>
-#include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 
 namespace service {
@@ -46,8 +49,7 @@ constexpr std::array<char, 256> escape_letters() {
 
 constexpr std::array<char, 256> kLetters = escape_letters();
 
-// Whether the byte may stand for itself in a string.
-bool is_plain(char c) { return kLetters[static_cast<unsigned char>(c)] == '\0' || c == '<'; }
+char letter_for(char c) { return kLetters[static_cast<unsigned char>(c)]; }
 
 std::string escaped_number(unsigned code) {
   char text[8];
@@ -84,7 +86,7 @@ class Writer {
 
   void value(const util::Value& v) {
     switch (v.get_type()) {
-      case util::INTEGER: return integer(v);
+      case util::INTEGER: return add(std::to_string(static_cast<const int&>(v)));
       case util::BOOLEAN: return add(static_cast<const bool&>(v) ? "true" : "false");
       case util::DOUBLE: return real(v);
       case util::STRING: return quoted(static_cast<const std::string&>(v));
@@ -102,11 +104,6 @@ class Writer {
  private:
   void add(std::string_view piece) { text_ += piece; }
 
-  void integer(int number) {
-    char text[16];
-    add({text, static_cast<size_t>(std::to_chars(text, std::end(text), number).ptr - text)});
-  }
-
   // The shortest digits that give the number back, with a point or an exponent.
   void real(double number) {
     if (!std::isfinite(number)) return add("null");
@@ -118,34 +115,32 @@ class Writer {
   }
 
   void bytes(const util::byte_string& bytes) {
-    add("\"");
+    text_ += '"';
     util::b64_encode(bytes, text_, 0);
-    add("\"");
+    text_ += '"';
   }
 
-  void quoted(std::string_view s) {
-    add("\"");
+  void quoted(const std::string& s) {
+    text_ += '"';
     const char* const end = s.data() + s.size();
     for (const char* at = s.data(); at != end;) {
       const char* const plain = at;
-      while (at != end && stays(*at)) ++at;
+      while (at != end && letter_for(*at) == '\0') ++at;
       add({plain, static_cast<size_t>(at - plain)});
       if (at != end) at = character(at, end);
     }
-    add("\"");
+    text_ += '"';
   }
 
-  bool stays(char c) const { return is_plain(c) && !(c == '<' && in_script_); }
-
-  // Writes the one at `at`, which does not simply stay; returns what is behind it.
+  // Writes the one at `at`, which may not simply stay; returns what is behind it.
   const char* character(const char* at, const char* end) {
     const auto byte = static_cast<unsigned char>(*at);
     if (byte >= 128) return beyond_ascii(at, end);
-    const char letter = kLetters[byte];
-    if (letter == 'u' || letter == '<') {
+    const char letter = letter_for(*at);
+    if (letter == 'u' || (letter == '<' && in_script_)) {
       add(escaped_number(byte));
     } else {
-      text_ += '\\';
+      if (letter != '<') text_ += '\\';
       text_ += letter;
     }
     return at + 1;
@@ -165,32 +160,26 @@ class Writer {
   }
 
   void object(const util::value_struct& entries) {
-    begin("{");
-    const char* separator = "";
+    begin('{');
     util::value_struct replaced;
     for (const auto& [key, v] : entries) {
-      add(std::exchange(separator, ","));
       new_line();
-      if (is_utf8(key)) {
-        quoted(key);
-      } else {
-        quoted(unique(key, entries, replaced));
-      }
+      is_utf8(key) ? quoted(key) : quoted(unique(key, entries, replaced));
       add(indented_ ? ": " : ":");
       value(v);
+      text_ += ',';
     }
-    end("}", entries.empty());
+    end('}');
   }
 
   void array(const util::value_array& elements) {
-    begin("[");
-    const char* separator = "";
+    begin('[');
     for (const util::Value& element : elements) {
-      add(std::exchange(separator, ","));
       new_line();
       value(element);
+      text_ += ',';
     }
-    end("]", elements.empty());
+    end(']');
   }
 
   // The key with its bad bytes replaced, unlike all others of the object.
@@ -198,23 +187,29 @@ class Writer {
                                           util::value_struct& replaced) {
     std::string valid = valid_utf8(key);
     while (entries.count(valid) > 0 || replaced.count(valid) > 0) valid += kReplacement;
-    replaced.emplace(valid, util::Value());
+    replaced[valid];
     return valid;
   }
 
-  void begin(const char* bracket) {
-    add(bracket);
+  void begin(char bracket) {
+    text_ += bracket;
     ++depth_;
   }
 
-  void end(const char* bracket, bool empty) {
+  // Takes back the comma behind the last one, if any.
+  void end(char bracket) {
     --depth_;
-    if (!empty) new_line();
-    add(bracket);
+    if (text_.back() == ',') {
+      text_.pop_back();
+      new_line();
+    }
+    text_ += bracket;
   }
 
   void new_line() {
-    if (indented_) text_.append("\n").append(2 * depth_, ' ');
+    if (!indented_) return;
+    text_ += '\n';
+    text_.append(2 * depth_, ' ');
   }
 
   std::string text_;
@@ -225,19 +220,49 @@ class Writer {
 
 // ---- reading ----
 
-// Row and column of the byte at `offset`.
-[[gnu::cold]] json_error error_at(const std::string& text, size_t offset,
+// How many bytes from the start are UTF-8, of `size`.
+[[gnu::cold]] size_t valid_size(const std::string& text, size_t size) {
+  const char* const end = text.data() + size;
+  const char* at = text.data();
+  while (at != end) {
+    const auto [length, valid] = utf8_piece(at, end);
+    if (!valid) break;
+    at += length;
+  }
+  return static_cast<size_t>(at - text.data());
+}
+
+// Throws; the fault is at this byte.
+[[noreturn, gnu::cold]] void fail(const std::string& text, size_t offset,
                                   const std::string& reason) {
   const auto at = text.begin() + static_cast<ptrdiff_t>(std::min(offset, text.size()));
   const auto row = static_cast<size_t>(std::count(text.begin(), at, '\n')) + 1;
   const size_t line = row == 1 ? 0 : text.rfind('\n', offset - 1) + 1;
-  return {row, static_cast<size_t>(at - text.begin()) - line + 1, reason};
+  throw json_error(row, static_cast<size_t>(at - text.begin()) - line + 1, reason);
 }
+
+// What the parser reads. It writes a text without its escapes over the text itself.
+struct InPlace {
+  using Ch = char;
+
+  explicit InPlace(char* text) : start(text), from(text) {}
+
+  char Peek() const { return *from; }
+  char Take() { return *from++; }
+  size_t Tell() const { return static_cast<size_t>(from - start); }
+  char* PutBegin() { return to = from; }
+  void Put(char c) { *to++ = c; }
+  size_t PutEnd(const char* begin) const { return static_cast<size_t>(to - begin); }
+
+  const char* start;
+  char* from;
+  char* to = nullptr;
+};
 
 // Builds the value that the parser reads. False stops the parser.
 class Builder {
  public:
-  explicit Builder(size_t most_depth) : most_depth_(most_depth) {}
+  Builder(const InPlace& stream, size_t most_depth) : stream_(stream), most_depth_(most_depth) {}
 
   bool Null() {
     place();
@@ -255,16 +280,18 @@ class Builder {
   bool EndArray(size_t) { return leave(); }
 
   bool Key(const char* text, size_t size, bool) {
-    std::string key(text, size);
-    if (!is_whole(key)) return false;
-    auto& entries = static_cast<util::value_struct&>(*open_.back());
-    const auto [entry, is_new] = entries.emplace(std::move(key), util::Value());
-    target_ = &entry->second;
-    return is_new || refuse("the key \"" + entry->first + "\" stands in the object twice");
+    const std::string key(text, size);
+    util::value_struct& entries = *open_.back();
+    const size_t before = entries.size();
+    target_ = &entries[key];
+    return is_whole(key) && (entries.size() > before ||
+                             refuse(concat({"the key \"", key, "\" stands in the object twice"})));
   }
 
-  bool RawNumber(const char* text, size_t size, bool) {
-    const char* const end = text + size;
+  // The number has just been read.
+  bool RawNumber(const char*, size_t size, bool) {
+    const char* const end = stream_.from;
+    const char* const text = end - size;
     int64_t whole = 0;
     const auto read = std::from_chars(text, end, whole);
     if (read.ptr == end) return integer(whole, read.ec);
@@ -289,10 +316,10 @@ class Builder {
     return false;
   }
 
-  // The parser turns "\uDC00" without a first half before it into 0xED and two bytes more.
+  // The parser looks at no encoding, and turns "\uDC00" without a first half before it into 0xED
+  // and two bytes more.
   bool is_whole(const std::string& s) {
-    return s.find('\xED') == std::string::npos || is_utf8(s) ||
-           refuse("the second half of a surrogate pair stands alone");
+    return is_utf8(s) || refuse("the second half of a surrogate pair stands alone");
   }
 
   bool integer(int64_t number, std::errc error) {
@@ -342,13 +369,14 @@ class Builder {
   util::Value* target_ = &root_;  // where the value that comes next goes, unless into an array
   std::vector<util::Value*> open_;
   std::string reason_;
+  const InPlace& stream_;
   const size_t most_depth_;
 };
 
 }  // namespace
 
 [[gnu::cold]] json_error::json_error(size_t row, size_t column, const std::string& reason)
-    : std::runtime_error(std::to_string(row) + ":" + std::to_string(column) + ": " + reason),
+    : std::runtime_error(concat({std::to_string(row), ":", std::to_string(column), ": ", reason})),
       row_(row),
       column_(column) {}
 
@@ -362,19 +390,20 @@ util::Value from_json(const std::string& text, const JsonLimits& limits) {
   if (text.size() > limits.size) {
     throw json_error(1, 1, "the text is larger than " + std::to_string(limits.size) + " bytes");
   }
-  constexpr unsigned kFlags =
-      rapidjson::kParseValidateEncodingFlag | rapidjson::kParseNumbersAsStringsFlag;
-  Builder builder(std::min(limits.depth, kMostDepth));
+  constexpr unsigned kFlags = rapidjson::kParseInsituFlag | rapidjson::kParseNumbersAsStringsFlag;
+  std::string copy(text);
+  InPlace stream(copy.data());
+  Builder builder(stream, std::min(limits.depth, kMostDepth));
   rapidjson::Reader reader;
-  rapidjson::MemoryStream stream(text.data(), text.size());
   const rapidjson::ParseResult result = reader.Parse<kFlags>(stream, builder);
   if (result.IsError()) {
+    const size_t valid = valid_size(text, result.Offset());
+    if (valid < result.Offset()) fail(text, valid, "Invalid encoding in string.");
     const std::string& own = builder.reason();
-    throw error_at(text, result.Offset(),
-                   own.empty() ? rapidjson::GetParseError_En(result.Code()) : own);
+    fail(text, result.Offset(), own.empty() ? rapidjson::GetParseError_En(result.Code()) : own);
   }
   // The parser takes a NUL byte for the end.
-  if (stream.Tell() != text.size()) throw error_at(text, stream.Tell(), "a NUL byte in the text");
+  if (stream.Tell() != text.size()) fail(text, stream.Tell(), "a NUL byte in the text");
   return builder.take();
 }
 

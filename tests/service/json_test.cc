@@ -201,6 +201,12 @@ TEST(FromJson, SaysWhereAFaultIs) {
   EXPECT_EQ("3:1:", where("[\n1\nx]"));
   EXPECT_EQ("1:3:", where("1 2"));
   EXPECT_EQ("1:3:", where("\"a"));
+  for (const char* const text :
+       {"[\"\n\"]", "[\"\xFF\"]", "[\"\xC3\"]", "[\"\xC3", "{\"\xED\xA0\x80\": \"\\x\"}"}) {
+    SCOPED_TRACE(text);
+    EXPECT_EQ("1:3:", where(text));
+  }
+  EXPECT_EQ("1:3: Invalid encoding in string.", fault("[\"\xFF\"]"));
 }
 
 TEST(FromJson, RefusesWhatIsNotJson) {
