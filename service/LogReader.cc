@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "service/LogReader.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
+#include "service/internal/Descriptor.h"
+#include "service/internal/OpenFile.h"
+#include "service/internal/concat.h"
+
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <iterator>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
 namespace service {
@@ -112,29 +112,31 @@ LogReader::~LogReader() { stop(); }
 
 bool LogReader::next(LogEntry& to) {
   size_t end = find_end();
-  while (end > end_ && end_ - begin_ < kLongest) {
+  while (end > data_.size() && data_.size() - begin_ < kLongest) {
     if (!refill()) return false;
     end = find_end();
   }
-  take(std::min(end, end_), to);
-  begins_ = end <= end_;
+  take(std::min(end, data_.size()), to);
+  begins_ = end <= data_.size();
   return true;
 }
 
 bool LogReader::rest(LogEntry& to) {
-  if (ends_with_notice({data_.data() + begin_, end_ - begin_})) end_ -= kRotationNotice.size();
-  if (begin_ == end_) return false;
-  take(end_, to);
+  if (ends_with_notice({data_.data() + begin_, data_.size() - begin_})) {
+    data_.resize(data_.size() - kRotationNotice.size());
+  }
+  if (begin_ == data_.size()) return false;
+  take(data_.size(), to);
   return true;
 }
 
 bool LogReader::settled(LogEntry& to) {
   const bool growing = offset_ != settled_at_;
   settled_at_ = offset_;
-  const std::string_view left(data_.data() + begin_, end_ - begin_);
+  const std::string_view left(data_.data() + begin_, data_.size() - begin_);
   if (growing || left.empty() || left.back() != '\n' || ends_with_notice(left)) return false;
   if (begins_entry(left) ? category_of(left).data() == nullptr : !open_) return false;
-  take(end_, to);
+  take(data_.size(), to);
   open_ = true;
   return true;
 }
@@ -146,44 +148,36 @@ bool LogReader::rewritten() const {
   return got >= 0 && (static_cast<size_t>(got) != now.size() || now != tail_);
 }
 
-void LogReader::stop() {
-  if (descriptor_ >= 0) close(descriptor_);
-  descriptor_ = -1;
-}
+void LogReader::stop() { const OpenFile closed(std::exchange(descriptor_, -1)); }
 
 // Reads more. Returns false at the end of the file.
 bool LogReader::refill() {
   if (descriptor_ < 0) return false;
-  std::copy(data_.begin() + static_cast<std::ptrdiff_t>(begin_),
-            data_.begin() + static_cast<std::ptrdiff_t>(end_), data_.begin());
+  data_.erase(0, begin_);
   scanned_ -= begin_;
-  end_ -= begin_;
   if (glued_ > 0) glued_ -= begin_;
   begin_ = 0;
 
-  const size_t more =
-      std::max(kReadSize, end_);  // so that a long line is not searched over and over
-  if (data_.size() < end_ + more) data_.resize(end_ + more);
-  const ssize_t got = read(descriptor_, data_.data() + end_, more);
+  const size_t had = data_.size();
+  data_.resize(had +
+               std::max(kReadSize, had));  // so that a long line is not searched over and over
+  const ssize_t got = read(descriptor_, &data_[had], data_.size() - had);
+  const auto size = static_cast<size_t>(std::max(got, ssize_t{0}));
+  data_.resize(had + size);
   if (got < 0 && errno != EINTR) {
-    const int error = errno;
     stop();
-    throw std::system_error(error, std::generic_category(), name_);
+    throw_errno(name_);
   }
-  if (got <= 0) return false;
-  const auto size = static_cast<size_t>(got);
-  end_ += size;
   offset_ += size;
-  const size_t tail = std::min(size, kTailSize);
-  tail_.append(data_.data() + end_ - tail, tail);
+  tail_.append(data_, data_.size() - std::min(size, kTailSize));
   if (tail_.size() > kTailSize) tail_.erase(0, tail_.size() - kTailSize);
-  return true;
+  return size > 0;
 }
 
 // Where the entry at begin_ ends; npos if that is not known yet.
 size_t LogReader::find_end() {
   while (true) {
-    const std::string_view rest(data_.data() + scanned_, end_ - scanned_);
+    const std::string_view rest(data_.data() + scanned_, data_.size() - scanned_);
     if (scanned_ > begin_ && begins_entry(rest)) return scanned_;
     const size_t size = rest.find('\n');
     if (size == rest.npos) return rest.npos;
@@ -216,35 +210,7 @@ void LogReader::take(size_t end, LogEntry& to) {
   if (begins) to.time.assign(text.substr(0, kTimeShape.size()));
   if (begins && text.back() == '\n' && category.data() != nullptr) return;
   const char* const fault = begins ? ": entry is cut off" : ": not a log entry";
-  to.fault = name_ + ":" + std::to_string(line) + fault;
-}
-
-namespace {
-
-// Adds the entries at the end of a file. What comes before the first is the rest of one.
-void add_tail(const std::string& path, std::vector<LogEntry>& to) {
-  constexpr off_t kTail = 65536;
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // it may be a FIFO
-  if (descriptor < 0) return;
-  LogReader reader(path, descriptor);
-  struct stat found = {};
-  if (fstat(descriptor, &found) < 0 || !S_ISREG(found.st_mode)) return;
-  if (lseek(descriptor, -kTail, SEEK_END) < 0) lseek(descriptor, 0, SEEK_SET);
-  LogEntry entry;
-  while (reader.next(entry) || reader.rest(entry)) {
-    if (begins_entry(entry.text)) to.push_back(entry);
-  }
-}
-
-}  // namespace
-
-std::vector<LogEntry> newest_log_entries(const std::string& log, size_t count) {
-  std::vector<LogEntry> entries;
-  add_tail(log + ".0", entries);
-  add_tail(log, entries);
-  std::reverse(entries.begin(), entries.end());
-  if (entries.size() > count) entries.resize(count);
-  return entries;
+  to.fault = concat({name_, ":", std::to_string(line), fault});
 }
 
 }  // namespace service

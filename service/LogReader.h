@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <vector>
 
 namespace service {
 
@@ -67,11 +66,10 @@ class UTIL_EXPORT LogReader {
 
   std::string name_;
   int descriptor_;
-  std::vector<char> data_;        // what was read, up to end_; from begin_ on not yet handed out
+  std::string data_;              // what was read, from begin_ on not yet handed out
   std::size_t begin_ = 0;         // of the entry that is next
   bool begins_ = false;           // whether an entry is known to begin there
   std::size_t scanned_ = 0;       // start of the first line that find_end() has not passed
-  std::size_t end_ = 0;           // of what was read
   std::size_t glued_ = 0;         // of a time stamp inside the line before; 0 is none
   std::size_t lines_ = 0;         // that find_end() has passed
   std::size_t line_ = 1;          // number of the line at begin_
@@ -83,10 +81,5 @@ class UTIL_EXPORT LogReader {
 
 // Whether the text is the time stamp of an entry: 19 characters, which sort as the times do.
 UTIL_EXPORT bool is_log_time(const std::string& text);
-
-// The newest entries of a rolling log, newest first, `count` at most. Searches the last 64 KiB of
-// the file and of the one rotated before it, <log>.0, and only regular files. Empty if there is
-// nothing to read. Throws std::system_error if a file cannot be read.
-UTIL_EXPORT std::vector<LogEntry> newest_log_entries(const std::string& log, std::size_t count);
 
 }  // namespace service
