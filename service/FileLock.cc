@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "service/FileLock.h"
 
+#include "service/internal/concat.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -14,6 +16,7 @@ namespace service {
 namespace {
 
 constexpr util::utime_t kPause = 10;
+constexpr char kTooLong[] = ": another process has been changing it for too long (it holds ";
 
 void pause() {
   const timespec time = {0, static_cast<long>(kPause) * 1000000};
@@ -34,8 +37,7 @@ bool bears_name(int descriptor, const std::string& name) {
 FileLock::FileLock(const std::string& file, util::utime_t patience) : name_(file + ".lock") {
   for (util::utime_t waited = 0; !take(file); waited += kPause) {
     if (waited >= patience) {
-      throw LockFailed(file + ": another process has been changing it for too long (it holds " +
-                       name_ + ")");
+      throw LockFailed(concat({file, kTooLong, name_, ")"}));
     }
     pause();
   }
@@ -61,7 +63,7 @@ bool FileLock::take(const std::string& file) {
     if (descriptor >= 0) close(descriptor);
     if (locked) continue;
     if (descriptor >= 0 && error == EWOULDBLOCK) return false;
-    throw LockFailed(file + ": cannot lock it: " + strerror(error));
+    throw LockFailed(concat({file, ": cannot lock it: ", strerror(error)}));
   }
 }
 

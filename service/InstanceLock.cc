@@ -2,13 +2,13 @@
 #include "service/InstanceLock.h"
 
 #include "service/internal/Descriptor.h"
+#include "service/internal/concat.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <mutex>
-#include <set>
 #include <utility>
 
 namespace service {
@@ -16,19 +16,6 @@ namespace {
 
 std::string holder(pid_t process) {
   return process > 0 ? "process " + std::to_string(process) : "another process";
-}
-
-// The files that this process has locked. It is checked before a file is opened, since the system
-// would grant the same process the lock again, and drop it when any descriptor of the file is
-// closed.
-using File = std::pair<dev_t, ino_t>;
-std::mutex mutex;  // held while locks are taken and released
-
-std::set<File>& locked_files() {
-  static std::set<File> files;
-  static pid_t owner = 0;  // a forked child inherits the list, but no lock
-  if (std::exchange(owner, getpid()) != getpid()) files.clear();
-  return files;
 }
 
 struct flock whole_file() {
@@ -41,7 +28,7 @@ struct flock whole_file() {
 }  // namespace
 
 AlreadyRunning::AlreadyRunning(const std::string& path, pid_t process)
-    : std::runtime_error(path + " is in use by " + holder(process)),
+    : std::runtime_error(concat({path, " is in use by ", holder(process)})),
       process_(std::max(process, pid_t{0})) {}
 
 class UTIL_HIDDEN InstanceLock::Lock {
@@ -49,27 +36,37 @@ class UTIL_HIDDEN InstanceLock::Lock {
   explicit Lock(const std::string& folder) {
     const std::string path = folder + "/lock";
     const std::lock_guard<std::mutex> guard(mutex);
-    struct stat found = {};
-    if (lstat(path.c_str(), &found) == 0 &&
-        locked_files().count({found.st_dev, found.st_ino}) > 0) {
-      throw AlreadyRunning(folder, getpid());
-    }
+    // It is checked before the file is opened, since the system would grant the same process the
+    // lock again, and drop it when any descriptor of the file is closed.
+    if (lstat(path.c_str(), &file_) == 0 && is_mine()) throw AlreadyRunning(folder, owner_);
     descriptor_ = Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600),
                              "cannot open " + path);
-    if (fstat(descriptor_.number(), &found) < 0) throw_errno("cannot open " + path);
+    if (fstat(descriptor_.number(), &file_) < 0) throw_errno("cannot open " + path);
     lock(folder, path);
-    file_ = {found.st_dev, found.st_ino};
-    locked_files().insert(file_);
+    next_ = std::exchange(first, this);
   }
   ~Lock() {
     const std::lock_guard<std::mutex> guard(mutex);
-    locked_files().erase(file_);
+    Lock** at = &first;
+    while (*at != this) at = &(*at)->next_;
+    *at = next_;
     descriptor_ = Descriptor();
   }
   Lock(const Lock&) = delete;
   Lock& operator=(const Lock&) = delete;
 
  private:
+  // Whether this process holds the lock. What a forked child inherited are the parent's.
+  bool is_mine() const {
+    for (const Lock* one = first; one != nullptr; one = one->next_) {
+      if (one->owner_ == owner_ && one->file_.st_dev == file_.st_dev &&
+          one->file_.st_ino == file_.st_ino) {
+        return true;
+      }
+    }
+    return false;
+  }
+
   void lock(const std::string& folder, const std::string& path) const {
     struct flock mine = whole_file();
     while (fcntl(descriptor_.number(), F_SETLK, &mine) < 0) {
@@ -80,9 +77,17 @@ class UTIL_HIDDEN InstanceLock::Lock {
     }
   }
 
+  static std::mutex mutex;  // held while locks are taken and released
+  static Lock* first;       // of all locks
+
+  const pid_t owner_ = getpid();
   Descriptor descriptor_;
-  File file_;
+  struct stat file_ = {};
+  Lock* next_ = nullptr;
 };
+
+std::mutex InstanceLock::Lock::mutex;
+InstanceLock::Lock* InstanceLock::Lock::first = nullptr;
 
 InstanceLock::InstanceLock(const std::string& folder) : lock_(new Lock(folder)) {}
 

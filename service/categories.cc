@@ -2,8 +2,6 @@
 #include "service/categories.h"
 
 #include <algorithm>
-#include <utility>
-#include <vector>
 
 namespace service {
 namespace {
@@ -16,15 +14,23 @@ std::string trimmed(const std::string& text) {
   return text.substr(start, text.find_last_not_of(kBlanks) + 1 - start);
 }
 
-std::vector<std::string> items(const std::string& list) {
-  std::vector<std::string> all;
-  for (size_t start = 0; start <= list.size();) {
-    const size_t end = std::min(list.find(',', start), list.size());
-    const std::string item = trimmed(list.substr(start, end - start));
-    if (!item.empty()) all.push_back(item);
-    start = end + 1;
+struct Item {
+  bool on;
+  std::string name;
+};
+
+// Takes the first item off the list. False if there is none.
+bool take(std::string& list, Item& to) {
+  while (!list.empty()) {
+    const size_t end = std::min(list.find(','), list.size());
+    const std::string item = trimmed(list.substr(0, end));
+    list.erase(0, end + 1);
+    if (item.empty()) continue;
+    to.on = item[0] != '-';
+    to.name = to.on ? item : trimmed(item.substr(1));
+    return true;
   }
-  return all;
+  return false;
 }
 
 // Levels share bits, so disabling one must not take any from those that stay enabled.
@@ -44,19 +50,18 @@ void disable(util::logger& log, const util::category& c) {
 }  // namespace
 
 bool apply_categories(util::logger& log, const std::string& list, std::string* unknown) {
-  std::vector<std::pair<const util::category*, bool>> changes;
   bool known = true;
-  for (const std::string& item : items(list)) {
-    const bool on = item[0] != '-';
-    const std::string name = on ? item : trimmed(item.substr(1));
-    const util::category* const found = util::category::forName(name);
-    changes.emplace_back(found, on);
-    if (found != nullptr) continue;
+  Item item = {};
+  for (std::string rest = list; take(rest, item);) {
+    if (util::category::forName(item.name) != nullptr) continue;
     known = false;
-    if (unknown != nullptr) unknown->append(unknown->empty() ? "" : ", ").append(name);
+    if (unknown != nullptr) unknown->append(unknown->empty() ? "" : ", ").append(item.name);
   }
   if (!known) return false;
-  for (const auto& [category, on] : changes) on ? log.enable(*category) : disable(log, *category);
+  for (std::string rest = list; take(rest, item);) {
+    const util::category& c = *util::category::forName(item.name);
+    item.on ? log.enable(c) : disable(log, c);
+  }
   return true;
 }
 

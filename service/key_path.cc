@@ -1,80 +1,88 @@
 // SPDX-License-Identifier: MIT
 #include "service/key_path.h"
 
-#include <algorithm>
+#include "service/internal/concat.h"
+
 #include <charconv>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 namespace service {
 namespace {
 
 struct Step {
-  bool is_element;
-  std::string key;  // of a dictionary
-  size_t number;    // of an element
-  size_t end;       // of the step within the path
+  bool is_element = false;
+  std::string key = {};  // of a dictionary
+  size_t number = 0;     // of an element
+
+  util::Type type() const { return is_element ? util::ARRAY : util::STRUCT; }
 };
 
-using Steps = std::vector<Step>;
-
-class Parser {
+// Walks along a path, step by step.
+class Walk {
  public:
-  explicit Parser(const std::string& path) : path_(path), rest_(path) {}
-
-  Steps steps() {
-    Steps steps;
-    while (true) {
-      std::string key = take_key();
-      steps.push_back({false, std::move(key), 0, taken()});
-      while (!rest_.empty() && rest_[0] == '[') {
-        const size_t number = take_number();
-        steps.push_back({true, "", number, taken()});
-      }
-      if (rest_.empty()) return steps;
-      if (rest_[0] != '/') fail("expected \"/\" or \"[\" behind a \"]\"");
-      rest_.remove_prefix(1);
-    }
+  // Is at the first step. Throws MalformedPath if any part of the text is wrong.
+  explicit Walk(const std::string& path) : path_(path), rest_(path) {
+    while (next()) continue;
+    rest_ = path;
+    next();
   }
+
+  // Goes to the next step. False if there is none.
+  bool next() {
+    const bool at_start = rest_.size() == path_.size();
+    if (rest_.empty() && !at_start) return false;
+    step_.is_element = !at_start && rest_[0] == '[';
+    if (step_.is_element) {
+      take_number();
+    } else {
+      if (!at_start) take_slash();
+      take_key();
+    }
+    return true;
+  }
+
+  const Step& step() const { return step_; }
+
+  // The path up to this step.
+  std::string so_far() const { return path_.substr(0, path_.size() - rest_.size()); }
 
  private:
   [[noreturn]] void fail(const char* reason) const {
-    throw MalformedPath("'" + path_ + "': " + reason);
+    throw MalformedPath(concat({"'", path_, "': ", reason}));
   }
 
-  size_t taken() const { return path_.size() - rest_.size(); }
+  void take_slash() {
+    if (rest_[0] != '/') fail("expected \"/\" or \"[\" behind a \"]\"");
+    rest_.remove_prefix(1);
+  }
 
   // Reads a key, up to the next "/" or "[".
-  std::string take_key() {
-    std::string key;
+  void take_key() {
+    step_.key.clear();
     while (!rest_.empty() && rest_[0] != '/' && rest_[0] != '[') {
       if (rest_[0] == '\\') rest_.remove_prefix(1);
       if (rest_.empty()) fail("ends with a \"\\\"");
-      key += rest_[0];
+      step_.key += rest_[0];
       rest_.remove_prefix(1);
     }
-    if (key.empty()) fail("a key is empty");
-    return key;
+    if (step_.key.empty()) fail("a key is empty");
   }
 
   // Reads an index, "[2]".
-  size_t take_number() {
-    size_t number = 0;
+  void take_number() {
     const char* const end = rest_.data() + rest_.size();
-    const auto result = std::from_chars(rest_.data() + 1, end, number);
+    const auto result = std::from_chars(rest_.data() + 1, end, step_.number);
     if (result.ec != std::errc() || result.ptr == end || *result.ptr != ']') {
       fail("expected a number and \"]\" behind a \"[\"");
     }
     rest_.remove_prefix(static_cast<size_t>(result.ptr + 1 - rest_.data()));
-    return number;
   }
 
   const std::string& path_;
   std::string_view rest_;
+  Step step_;
 };
-
-Steps steps_of(const std::string& path) { return Parser(path).steps(); }
 
 const util::Value* entry(const util::value_struct& entries, const std::string& key) {
   const auto found = entries.find(key);
@@ -87,48 +95,45 @@ const util::Value* element(const util::value_array& elements, size_t number) {
 
 // What the step leads to, or null.
 const util::Value* next(const util::Value& from, const Step& step) {
-  if (from.get_type() != (step.is_element ? util::ARRAY : util::STRUCT)) return nullptr;
+  if (from.get_type() != step.type()) return nullptr;
   return step.is_element ? element(from, step.number) : entry(from, step.key);
 }
 
-const util::Value* follow(const util::value_struct& list, const Steps& steps, size_t count) {
-  const util::Value* at = entry(list, steps[0].key);
-  for (size_t i = 1; i < count && at != nullptr; ++i) at = next(*at, steps[i]);
-  return at;
-}
-
-// Why the step cannot be taken from this value, which is null if it is missing; empty if it can.
-std::string obstacle(const util::Value* from, const Step& step, const std::string& before) {
-  const bool nothing = from == nullptr || from->get_type() == util::VOID;
-  if (!nothing && from->get_type() != (step.is_element ? util::ARRAY : util::STRUCT)) {
-    return before + " is not " + (step.is_element ? "an array" : "a dictionary");
-  }
-  if (!step.is_element) return "";
-  const size_t size = nothing ? 0 : static_cast<const util::value_array&>(*from).size();
-  if (step.number <= size) return "";
-  return "the next element of " + before + " is [" + std::to_string(size) + "]";
-}
-
-// Throws, before anything is changed, if a value cannot be stored there.
-void check(const util::value_struct& list, const Steps& steps, const std::string& path) {
-  const util::Value* at = entry(list, steps[0].key);
-  for (size_t i = 1; i < steps.size(); ++i) {
-    const std::string reason = obstacle(at, steps[i], path.substr(0, steps[i - 1].end));
-    if (!reason.empty()) throw PathMismatch(path.substr(0, steps[i].end) + ": " + reason);
-    if (at != nullptr) at = next(*at, steps[i]);
+// Throws if a value cannot be stored there.
+void check(const util::value_struct& list, const std::string& path) {
+  Walk walk(path);
+  const util::Value* at = entry(list, walk.step().key);
+  std::string before = walk.so_far();
+  while (walk.next()) {
+    const Step& step = walk.step();
+    const std::string here = walk.so_far();
+    const bool nothing = at == nullptr || at->get_type() == util::VOID;
+    if (!nothing && at->get_type() != step.type()) {
+      const char* const kind = step.is_element ? "an array" : "a dictionary";
+      throw PathMismatch(concat({here, ": ", before, " is not ", kind}));
+    }
+    if (step.is_element) {
+      const size_t size = nothing ? 0 : static_cast<const util::value_array&>(*at).size();
+      if (step.number > size) {
+        const std::string end = std::to_string(size);
+        throw PathMismatch(concat({here, ": the next element of ", before, " is [", end, "]"}));
+      }
+    }
+    if (at != nullptr) at = next(*at, step);
+    before = here;
   }
 }
 
-util::Value& make_element(util::Value& array, size_t number) {
-  if (array.get_type() == util::VOID) array = util::value_array();
-  util::value_array& elements = array;
-  if (number == elements.size()) elements.emplace_back();
-  return elements[number];
-}
-
-util::Value& make_entry(util::Value& dictionary, const std::string& key) {
-  if (dictionary.get_type() == util::VOID) dictionary = util::value_struct();
-  return static_cast<util::value_struct&>(dictionary)[key];
+// The value that the step leads to, created if it is missing.
+util::Value& make(util::Value& from, const Step& step) {
+  if (from.get_type() == util::VOID) {
+    from = util::Value();  // which drops what set_type() has left
+    from.set_type(step.type());
+  }
+  if (!step.is_element) return static_cast<util::value_struct&>(from)[step.key];
+  util::value_array& elements = from;
+  if (step.number == elements.size()) elements.emplace_back();
+  return elements[step.number];
 }
 
 template <class T>
@@ -139,8 +144,10 @@ T value_or(const util::Value* value, util::Type type, const T& fallback) {
 }  // namespace
 
 const util::Value* find(const util::PropertyList& list, const std::string& path) {
-  const Steps steps = steps_of(path);
-  return follow(list.getProperties(), steps, steps.size());
+  Walk walk(path);
+  const util::Value* at = entry(list.getProperties(), walk.step().key);
+  while (at != nullptr && walk.next()) at = next(*at, walk.step());
+  return at;
 }
 
 util::Value* find(util::PropertyList& list, const std::string& path) {
@@ -178,28 +185,28 @@ util::byte_string get(const util::PropertyList& list, const std::string& path,
 }
 
 void set(util::PropertyList& list, const std::string& path, util::Value value) {
-  const Steps steps = steps_of(path);
-  check(list.getProperties(), steps, path);
-  util::Value* at = &list[steps[0].key];
-  for (size_t i = 1; i < steps.size(); ++i) {
-    at = steps[i].is_element ? &make_element(*at, steps[i].number) : &make_entry(*at, steps[i].key);
-  }
+  check(list.getProperties(), path);
+  Walk walk(path);
+  util::Value* at = &list.getProperties()[walk.step().key];
+  while (walk.next()) at = &make(*at, walk.step());
   *at = std::move(value);
 }
 
 bool erase(util::PropertyList& list, const std::string& path) {
-  const Steps steps = steps_of(path);
-  const Step& last = steps.back();
+  Walk walk(path);
   util::value_struct& entries = list.getProperties();
-  if (steps.size() == 1) return entries.erase(last.key) != 0;
-  const util::Value* const found = follow(entries, steps, steps.size() - 1);
-  if (found == nullptr || next(*found, last) == nullptr) return false;
-  auto& parent = const_cast<util::Value&>(*found);
+  const util::Value* parent = nullptr;
+  const util::Value* at = entry(entries, walk.step().key);
+  while (at != nullptr && walk.next()) parent = std::exchange(at, next(*at, walk.step()));
+  if (at == nullptr) return false;
+  const Step& last = walk.step();
+  if (parent == nullptr) return entries.erase(last.key) != 0;
+  auto& from = const_cast<util::Value&>(*parent);
   if (last.is_element) {
-    util::value_array& elements = parent;
+    util::value_array& elements = from;
     elements.erase(elements.begin() + static_cast<std::ptrdiff_t>(last.number));
   } else {
-    static_cast<util::value_struct&>(parent).erase(last.key);
+    static_cast<util::value_struct&>(from).erase(last.key);
   }
   return true;
 }

@@ -7,12 +7,11 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 #include <new>
 #include <string_view>
-#include <tuple>
 #include <utility>
-#include <vector>
 
 namespace service {
 namespace {
@@ -111,10 +110,11 @@ int size_of(const LogMessage& entry) {
 
 util::Value LogMessage::value() const {
   util::value_struct fields;
+  const auto put = [&fields](const char* key, const std::string& text) { fields[key] = text; };
   fields["time"] = util::Value(static_cast<util::utime_t>(time) * 1000);
-  fields["where"] = where;
-  fields["category"] = category;
-  fields["message"] = message;
+  put("where", where);
+  put("category", category);
+  put("message", message);
   return fields;
 }
 
@@ -154,13 +154,17 @@ int SystemLog::publish(util::category& c, const char* where, const char* format,
       return size;
     }
     const size_t head = std::min(record_size_ / 2, name.size() + sizeof "  [999999/999999]: ");
-    std::vector<std::string_view> pieces;
-    for (std::string_view rest = text; !rest.empty(); rest.remove_prefix(pieces.back().size())) {
-      pieces.push_back(rest.substr(0, piece_size(rest, record_size_ - head)));
+    const size_t most = record_size_ - head;
+    size_t count = 0;
+    for (std::string_view rest = text; !rest.empty(); rest.remove_prefix(piece_size(rest, most))) {
+      ++count;
     }
-    for (size_t i = 0; i < pieces.size(); ++i) {
-      syslog(priority, "%s [%zu/%zu]: %.*s", name.c_str(), i + 1, pieces.size(),
-             static_cast<int>(pieces[i].size()), pieces[i].data());
+    std::string_view rest = text;
+    for (size_t number = 1; number <= count; ++number) {
+      const size_t piece = piece_size(rest, most);
+      syslog(priority, "%s [%zu/%zu]: %.*s", name.c_str(), number, count, static_cast<int>(piece),
+             rest.data());
+      rest.remove_prefix(piece);
     }
     return size;
   } catch (const std::bad_alloc&) {
@@ -178,8 +182,8 @@ struct RepeatLimit::Position {
 };
 
 struct RepeatLimit::Positions {
-  // Keyed by function, category and format.
-  std::map<std::tuple<std::string, std::string, std::string>, Position> all;
+  // Keyed by function, format and category, with a NUL byte between them.
+  std::map<std::string, Position> all;
   time_t looked_at = 0;
 };
 
@@ -196,7 +200,8 @@ int RepeatLimit::publish(util::category& c, const char* where, const char* forma
   tell_what_is_over(now);
   try {
     auto& all = positions_->all;
-    const auto key = std::make_tuple(std::string(where), c.name(), std::string(format));
+    std::string key(where, strlen(where) + 1);
+    key.append(format, strlen(format) + 1).append(c.name());
     auto found = all.find(key);
     if (found == all.end() && all.size() < kMostPositions) {
       found = all.emplace(key, Position{c, now, 0, 0}).first;
@@ -233,10 +238,10 @@ void RepeatLimit::tell_what_is_over(time_t now) {
       char since[64] = "";
       localtime_r(&position.since, &local);
       strftime(since, sizeof since, "%FT%T", &local);
-      publish_to(*to_, position.category, std::get<0>(at->first).c_str(),
-                 "%llu more held back since %s: %s",
+      const char* const where = at->first.c_str();
+      publish_to(*to_, position.category, where, "%llu more held back since %s: %s",
                  static_cast<unsigned long long>(position.held_back), since,
-                 std::get<2>(at->first).c_str());
+                 where + strlen(where) + 1);
     }
     at = all.erase(at);
   }
@@ -277,7 +282,7 @@ int RecentEntries::publish(util::category& c, const char* where, const char* for
 
 util::Value RecentEntries::value() const {
   util::value_array all;
-  for (const LogMessage& entry : entries_) all.push_back(entry.value());
+  for (const LogMessage& entry : entries_) all.emplace_back() = entry.value();
   return all;
 }
 

@@ -2,6 +2,7 @@
 #include "service/recovery.h"
 
 #include "service/internal/Descriptor.h"
+#include "service/internal/concat.h"
 #include "util/system_exception.h"
 
 #include <fcntl.h>
@@ -65,7 +66,7 @@ std::string reason_of(const util::malformed_property_list& failure) try {
   std::rethrow_if_nested(failure);
   return failure.what();
 } catch (const std::exception& reason) {
-  return std::string(failure.what()) + ": " + reason.what();
+  return concat({failure.what(), ": ", reason.what()});
 }
 
 Recovery recover(util::PropertyList& list) {
@@ -75,7 +76,7 @@ Recovery recover(util::PropertyList& list) {
     if (!exists && !list.backup_exists()) return {Recovery::Source::none, ""};
     list.load();
     if (exists) return {Recovery::Source::file, ""};
-    return {Recovery::Source::backup, list.path() + ": " + strerror(error)};
+    return {Recovery::Source::backup, concat({list.path(), ": ", strerror(error)})};
   } catch (const util::malformed_property_list& failure) {
     if (!exists || !load_backup(list)) throw;
     return {Recovery::Source::backup, reason_of(failure)};
