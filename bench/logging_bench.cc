@@ -101,17 +101,17 @@ class HandWritten {
     if (size_ > kFileSize) rotate();
   }
 
+  void write_out() {
+    bench::require(write(file_, buffer_.get(), used_) == static_cast<ssize_t>(used_), "write");
+    used_ = 0;
+  }
+
  private:
   static constexpr size_t kMostText = 4096;
 
   void open() {
-    file_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    file_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
     size_ = 0;
-  }
-
-  void write_out() {
-    bench::require(write(file_, buffer_.get(), used_) == static_cast<ssize_t>(used_), "write");
-    used_ = 0;
   }
 
   void rotate() {
@@ -131,11 +131,14 @@ class HandWritten {
   char text_[32] = "";
 };
 
-auto publish_by_hand(const std::string& path) {
-  const auto log = std::make_shared<HandWritten>(path);
+auto entry_to(const std::shared_ptr<HandWritten>& log) {
   return [log] {
     log->log(kWhere, "share '%s' is checked and mounted, in %d milliseconds", kShare, kMillis);
   };
+}
+
+auto publish_by_hand(const std::string& path) {
+  return entry_to(std::make_shared<HandWritten>(path));
 }
 
 // ---- an entry that is in the file when the call returns, or at the end of a pass ----
@@ -210,6 +213,14 @@ auto at_once_by_spdlog(const std::string& path) {
   return entry_to(log);
 }
 
+auto at_once_by_hand(const std::string& path) {
+  const auto log = std::make_shared<HandWritten>(path);
+  return [log, entry = entry_to(log)] {
+    entry();
+    log->write_out();
+  };
+}
+
 // Nothing but the system call, for `entries` that are ready.
 auto write_alone(const std::string& path, size_t entries) {
   const std::string entry(150 * entries, 'e');
@@ -233,6 +244,11 @@ auto pass_by_log_file(const std::string& path) {
 auto pass_by_rolling_file(const std::string& path) {
   util::logger* const log = rolling_file(path);
   return in_passes(entry_to(log), [log] { log->flush(); });
+}
+
+auto pass_by_hand(const std::string& path) {
+  const auto log = std::make_shared<HandWritten>(path);
+  return in_passes(entry_to(log), [log] { log->write_out(); });
 }
 
 auto pass_by_spdlog(const std::string& path) {
@@ -336,12 +352,14 @@ void bench::add_cases() {
   add(at_once, "ours", [=] { return at_once_by_log_file(file("once-ours")); });
   add(at_once, "rolling_file", [=] { return at_once_by_rolling_file(file("once-rolling")); });
   add(at_once, "spdlog", [=] { return at_once_by_spdlog(file("once-spdlog")); });
+  add(at_once, "floor", [=] { return at_once_by_hand(file("once-floor")); });
   add(at_once, "write()", [=] { return write_alone(file("once-write"), 1); });
 
   const char* const pass = "10 entries and a flush";
   add(pass, "ours", [=] { return pass_by_log_file(file("pass-ours")); });
   add(pass, "rolling_file", [=] { return pass_by_rolling_file(file("pass-rolling")); });
   add(pass, "spdlog", [=] { return pass_by_spdlog(file("pass-spdlog")); });
+  add(pass, "floor", [=] { return pass_by_hand(file("pass-floor")); });
   add(pass, "write()", [=] { return write_alone(file("pass-write"), kEntriesOfAPass); });
 
   add("a message dropped", "ours", drop_unchecked);
