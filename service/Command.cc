@@ -2,6 +2,7 @@
 #include "service/Command.h"
 
 #include "service/internal/Descriptor.h"
+#include "service/internal/concat.h"
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -44,10 +45,6 @@ Descriptor file_of(const std::string& text) {
   return above_streams(std::move(file));
 }
 
-[[noreturn]] void fail(int error, const std::string& what) {
-  throw std::system_error(error, std::generic_category(), what);
-}
-
 class Actions {
  public:
   Actions() { posix_spawn_file_actions_init(&actions_); }
@@ -68,7 +65,7 @@ class Actions {
 
  private:
   static void check(int error) {
-    if (error != 0) fail(error, "cannot run a program");
+    if (error != 0) throw_error(error, "cannot run a program");
   }
 
   posix_spawn_file_actions_t actions_;
@@ -123,8 +120,8 @@ pid_t spawn(const Command& command, const Descriptor (&streams)[3]) {
   const int error = posix_spawnp(&process, program.c_str(), actions.get(), attributes.get(),
                                  pointers(command.arguments).data(), pointers(environment).data());
   if (error == 0) return process;
-  const std::string where = command.folder.empty() ? "" : " in " + command.folder;
-  fail(error, "cannot run " + program + where);
+  const char* const in = command.folder.empty() ? "" : " in ";
+  throw_error(error, concat({"cannot run ", program, in, command.folder}));
 }
 
 }  // namespace
@@ -330,7 +327,7 @@ std::string Command::Result::end() const {
   if (status == -1) return "ended with a status that was lost";
   if (WIFEXITED(status)) return "ended with status " + std::to_string(WEXITSTATUS(status));
   const int signal = WTERMSIG(status);
-  return "was ended by signal " + std::to_string(signal) + " (" + strsignal(signal) + ")";
+  return concat({"was ended by signal ", std::to_string(signal), " (", strsignal(signal), ")"});
 }
 
 Command::Command(std::vector<std::string> program_and_arguments)

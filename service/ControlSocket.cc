@@ -3,6 +3,7 @@
 
 #include "service/InstanceLock.h"
 #include "service/internal/Descriptor.h"
+#include "service/internal/concat.h"
 #include "util/logger.h"
 
 #include <poll.h>
@@ -38,7 +39,7 @@ class Address {
   explicit Address(const std::string& path) {
     address_.sun_family = AF_UNIX;
     if (path.size() >= sizeof address_.sun_path) {
-      throw std::system_error(ENAMETOOLONG, std::generic_category(), path);
+      throw_error(ENAMETOOLONG, path);
     }
     memcpy(address_.sun_path, path.data(), path.size());
   }
@@ -132,7 +133,7 @@ class Listener {
 // The socket appears at its path only once it has its mode and listens, so one that does not listen
 // is stale.
 Listener::Listener(const std::string& path, const ControlOptions& options) : path_(path) {
-  const std::string own = path + "." + std::to_string(getpid());
+  const std::string own = concat({path, ".", std::to_string(getpid())});
   const Address address(own);
   const File file(own);
   if (bind(socket_.number(), address.get(), Address::size()) < 0 ||
@@ -169,10 +170,14 @@ bool change(Handle& handle, uint32_t events) {
   }
 }
 
-std::string error_answer(const std::string& text) { return kError + text + "\n" + kEnd; }
+std::string error_answer(const std::string& text) {
+  return concat({
+      kError, text, "\n", {&kEnd, 1}
+  });
+}
 
 std::string too_long(const char* what, size_t limit) {
-  return error_answer(what + (" is longer than " + std::to_string(limit)) + " bytes");
+  return error_answer(concat({what, " is longer than ", std::to_string(limit), " bytes"}));
 }
 
 struct Client {
@@ -366,8 +371,8 @@ class Connection {
 
   static utime_t bounded(utime_t limit) { return std::min(limit, utime_t{INT_MAX}); }
   void wait(short events);
-  [[noreturn]] void fail(int error, const std::string& what) const {
-    throw std::system_error(error, std::generic_category(), path_ + ": " + what);
+  [[noreturn]] void fail(int error, const char* what) const {
+    throw_error(error, concat({path_, ": ", what}));
   }
 
   const std::string path_;

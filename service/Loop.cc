@@ -4,6 +4,7 @@
 #include "service/internal/Descriptor.h"
 #include "service/internal/SignalInbox.h"
 #include "service/internal/TimerQueue.h"
+#include "service/internal/concat.h"
 #include "util/logger.h"
 
 #include <sys/wait.h>
@@ -293,10 +294,9 @@ bool control(const Descriptor& epoll, int operation, const Watch& watch) {
 // "signal 9 cannot be handled: Invalid argument"
 [[noreturn]] void refuse(const char* what, int number, const char* use, int error,
                          const char* why = nullptr) {
-  std::string text = what + std::to_string(number);
-  text.append(" cannot be ").append(use).append(": ");
-  throw RegistrationError(error,
-                          text += why != nullptr ? why : util::system_exception(error).what());
+  const util::system_exception usual(error);
+  throw RegistrationError(error, concat({what, std::to_string(number), " cannot be ", use, ": ",
+                                         why != nullptr ? why : usual.what()}));
 }
 
 [[noreturn]] void refuse(const Watch& watch, int error) {

@@ -11,9 +11,10 @@ namespace service {
 
 using util::Descriptor;
 
-// Throws std::system_error with the present errno; `what` says what failed: "cannot open /run/x".
-[[noreturn]] inline void throw_errno(const std::string& what) {
-  throw std::system_error(errno, std::generic_category(), what);
+// Both throw std::system_error; `what` says what failed: "cannot open /run/x".
+[[noreturn]] inline void throw_error(int error, const std::string& what) {
+  throw std::system_error(error, std::generic_category(), what);
 }
+[[noreturn]] inline void throw_errno(const std::string& what) { throw_error(errno, what); }
 
 }  // namespace service

@@ -721,6 +721,37 @@ TEST(LoopHandle, MayBeHeldByItsOwnCallback) {
   EXPECT_EQ(2, captured.use_count());
 }
 
+TEST(LoopHandle, KeepsWhatARunningCallbackCapturedUntilItReturns) {
+  Loop loop;
+  const auto captured = std::make_shared<int>(0);
+  const int number = eventfd(1, 0);
+  Handle once;
+  Handle ticks;
+  Handle watch;
+  Handle fresh;
+  once = loop.after(0, [&, captured] {
+    once.cancel();
+    ++*captured;
+  });
+  ticks = loop.every(1, [&, captured](uint64_t) {
+    ticks.cancel();
+    ++*captured;
+  });
+  watch = loop.watch(number, EPOLLIN, [&, captured](uint32_t) {
+    close(number);
+    EXPECT_EQ(number, eventfd(0, 0));
+    fresh = loop.watch(number, EPOLLIN, [](uint32_t) {});  // which ends this one
+    EXPECT_FALSE(watch);
+    ++*captured;
+  });
+  work(3);
+  loop.runLoop(kCycle);
+  EXPECT_EQ(3, *captured);
+  EXPECT_EQ(1, captured.use_count());
+  fresh.cancel();
+  close(number);
+}
+
 TEST(LoopHandle, RefusesEmptyCallbacks) {
   Loop loop;
   const Pair pair;
