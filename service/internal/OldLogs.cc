@@ -35,7 +35,9 @@ struct CloseFolder {
 };
 
 std::string numbered(const std::string& base, unsigned long number, const char* ending) {
-  return base + "." + std::to_string(number) + ending;
+  char tail[32];
+  snprintf(tail, sizeof tail, ".%lu%s", number, ending);
+  return base + tail;
 }
 
 // Whether that function has made the path, and of which number.
