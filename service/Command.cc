@@ -325,9 +325,9 @@ pid_t Process::id() const noexcept { return run_ ? run_->process() : 0; }
 std::string Command::Result::end() const {
   if (timed_out) return "took too long";
   if (status == -1) return "ended with a status that was lost";
-  if (WIFEXITED(status)) return "ended with status " + std::to_string(WEXITSTATUS(status));
+  if (WIFEXITED(status)) return "ended with status " + decimal(WEXITSTATUS(status));
   const int signal = WTERMSIG(status);
-  return concat({"was ended by signal ", std::to_string(signal), " (", strsignal(signal), ")"});
+  return concat({"was ended by signal ", decimal(signal), " (", strsignal(signal), ")"});
 }
 
 Command::Command(std::vector<std::string> program_and_arguments)

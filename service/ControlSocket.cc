@@ -133,7 +133,7 @@ class Listener {
 // The socket appears at its path only once it has its mode and listens, so one that does not listen
 // is stale.
 Listener::Listener(const std::string& path, const ControlOptions& options) : path_(path) {
-  const std::string own = concat({path, ".", std::to_string(getpid())});
+  const std::string own = concat({path, ".", decimal(getpid())});
   const Address address(own);
   const File file(own);
   if (bind(socket_.number(), address.get(), Address::size()) < 0 ||
@@ -177,7 +177,7 @@ std::string error_answer(const std::string& text) {
 }
 
 std::string too_long(const char* what, size_t limit) {
-  return error_answer(concat({what, " is longer than ", std::to_string(limit), " bytes"}));
+  return error_answer(concat({what, " is longer than ", decimal(limit), " bytes"}));
 }
 
 struct Client {

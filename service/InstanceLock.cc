@@ -15,7 +15,7 @@ namespace service {
 namespace {
 
 std::string holder(pid_t process) {
-  return process > 0 ? "process " + std::to_string(process) : "another process";
+  return process > 0 ? "process " + decimal(process) : "another process";
 }
 
 struct flock whole_file() {

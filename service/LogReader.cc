@@ -210,7 +210,7 @@ void LogReader::take(size_t end, LogEntry& to) {
   if (begins) to.time.assign(text.substr(0, kTimeShape.size()));
   if (begins && text.back() == '\n' && category.data() != nullptr) return;
   const char* const fault = begins ? ": entry is cut off" : ": not a log entry";
-  to.fault = concat({name_, ":", std::to_string(line), fault});
+  to.fault = concat({name_, ":", decimal(line), fault});
 }
 
 }  // namespace service

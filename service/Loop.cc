@@ -295,7 +295,7 @@ bool control(const Descriptor& epoll, int operation, const Watch& watch) {
 [[noreturn]] void refuse(const char* what, int number, const char* use, int error,
                          const char* why = nullptr) {
   const util::system_exception usual(error);
-  throw RegistrationError(error, concat({what, std::to_string(number), " cannot be ", use, ": ",
+  throw RegistrationError(error, concat({what, decimal(number), " cannot be ", use, ": ",
                                          why != nullptr ? why : usual.what()}));
 }
 

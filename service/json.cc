@@ -86,7 +86,7 @@ class Writer {
 
   void value(const util::Value& v) {
     switch (v.get_type()) {
-      case util::INTEGER: return add(std::to_string(static_cast<const int&>(v)));
+      case util::INTEGER: return add(decimal(static_cast<const int&>(v)));
       case util::BOOLEAN: return add(static_cast<const bool&>(v) ? "true" : "false");
       case util::DOUBLE: return real(v);
       case util::STRING: return quoted(static_cast<const std::string&>(v));
@@ -354,7 +354,7 @@ class Builder {
 
   bool enter(util::Type type) {
     if (open_.size() == most_depth_) {
-      return refuse("nested deeper than " + std::to_string(most_depth_));
+      return refuse("nested deeper than " + decimal(most_depth_));
     }
     open_.push_back(&make<util::Value>(type));
     return true;
@@ -376,7 +376,7 @@ class Builder {
 }  // namespace
 
 [[gnu::cold]] json_error::json_error(size_t row, size_t column, const std::string& reason)
-    : std::runtime_error(concat({std::to_string(row), ":", std::to_string(column), ": ", reason})),
+    : std::runtime_error(concat({decimal(row), ":", decimal(column), ": ", reason})),
       row_(row),
       column_(column) {}
 
@@ -388,7 +388,7 @@ std::string to_json(const util::Value& value, unsigned style) {
 
 util::Value from_json(const std::string& text, const JsonLimits& limits) {
   if (text.size() > limits.size) {
-    throw json_error(1, 1, "the text is larger than " + std::to_string(limits.size) + " bytes");
+    throw json_error(1, 1, "the text is larger than " + decimal(limits.size) + " bytes");
   }
   constexpr unsigned kFlags = rapidjson::kParseInsituFlag | rapidjson::kParseNumbersAsStringsFlag;
   std::string copy(text);

@@ -115,7 +115,7 @@ void check(const util::value_struct& list, const std::string& path) {
     if (step.is_element) {
       const size_t size = nothing ? 0 : static_cast<const util::value_array&>(*at).size();
       if (step.number > size) {
-        const std::string end = std::to_string(size);
+        const std::string end = decimal(size);
         throw PathMismatch(concat({here, ": the next element of ", before, " is [", end, "]"}));
       }
     }

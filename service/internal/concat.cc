@@ -9,4 +9,8 @@ std::string concat(std::initializer_list<std::string_view> pieces) {
   return all;
 }
 
+std::string decimal(int number) { return std::to_string(number); }
+
+std::string decimal(size_t number) { return std::to_string(number); }
+
 }  // namespace service
