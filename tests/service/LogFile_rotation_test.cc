@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // When a log goes on in a new file, what becomes of the old ones, and what others do to them.
 #include "service/LogFile.h"
+#include "tests/support/allocations.h"
 #include "tests/support/child.h"
 #include "tests/support/clock.h"
 #include "tests/support/faults.h"
@@ -582,4 +583,34 @@ TEST_F(LogFileRotation, LosesNothingUncountedWhereACallFails) {
       }
     }
   }
+}
+
+// Each use of operator new, one time after the other, while entries need a larger buffer and the
+// log is rotated and compressed.
+TEST_F(LogFileRotation, LosesNothingUncountedWhereMemoryRunsOut) {
+  options.compress = true;
+  options.old_files = 10;
+  const std::string large(70000, 'l');
+  bool fired = true;
+  int uses = 0;
+  for (; fired; ++uses) {
+    SCOPED_TRACE(uses);
+    for (const std::string& name : dir.list()) unlink(dir.file(name).c_str());
+    LogFile log(path(), options);
+    {
+      const support::AllocationFault fault(uses + 1);
+      for (int i = 100; i <= 103; ++i) {
+        publish(log, "%d", i);
+        clock.advance(1000);
+      }
+      publish(log, "%s", large.c_str());
+      fired = fault.fired();
+    }
+    publish(log, "104");
+    const std::string text = all();
+    for (int i = 100; i <= 104; ++i) EXPECT_EQ(1, times(text, std::to_string(i))) << i;
+    EXPECT_EQ(1U, static_cast<unsigned>(times(text, large)) + log.lost());
+    EXPECT_FALSE(log.error());
+  }
+  EXPECT_LT(50, uses);
 }
