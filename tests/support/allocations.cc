@@ -10,9 +10,12 @@ namespace {
 std::atomic<long> used = 0;
 std::atomic<long> fail_at = 0;  // the value of `used` at which operator new throws; 0: never
 
+void* counted_or_null(size_t size) {
+  return ++used == fail_at ? nullptr : malloc(size == 0 ? 1 : size);
+}
+
 void* counted(size_t size) {
-  if (++used == fail_at) throw std::bad_alloc();
-  void* const memory = malloc(size == 0 ? 1 : size);
+  void* const memory = counted_or_null(size);
   if (memory == nullptr) throw std::bad_alloc();
   return memory;
 }
@@ -40,6 +43,8 @@ bool AllocationFault::fired() const { return used >= fail_at; }
 
 void* operator new(size_t size) { return counted(size); }
 void* operator new[](size_t size) { return counted(size); }
+void* operator new(size_t size, const std::nothrow_t&) noexcept { return counted_or_null(size); }
+void* operator new[](size_t size, const std::nothrow_t&) noexcept { return counted_or_null(size); }
 void operator delete(void* memory) noexcept { release(memory); }
 void operator delete[](void* memory) noexcept { release(memory); }
 void operator delete(void* memory, size_t) noexcept { release(memory); }

@@ -12,7 +12,7 @@ long allocations();
 extern void (*before_release)();
 
 // From construction to destruction the `nth` use of operator new (1 is the next one) throws
-// std::bad_alloc.
+// std::bad_alloc, or returns null if it was called with std::nothrow.
 class AllocationFault {
  public:
   explicit AllocationFault(long nth);
