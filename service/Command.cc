@@ -45,36 +45,11 @@ Descriptor file_of(const std::string& text) {
   return above_streams(std::move(file));
 }
 
-class Actions {
+// How a program starts: in a process group of its own, with the default handling of all signals.
+class Setup {
  public:
-  Actions() { posix_spawn_file_actions_init(&actions_); }
-  ~Actions() { posix_spawn_file_actions_destroy(&actions_); }
-  Actions(const Actions&) = delete;
-  Actions& operator=(const Actions&) = delete;
-
-  void put(const Descriptor& from, int to) {
-    check(posix_spawn_file_actions_adddup2(&actions_, from.number(), to));
-  }
-  void close_the_others() {
-    check(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
-  }
-  void enter(const std::string& folder) {
-    check(posix_spawn_file_actions_addchdir_np(&actions_, folder.c_str()));
-  }
-  const posix_spawn_file_actions_t* get() const { return &actions_; }
-
- private:
-  static void check(int error) {
-    if (error != 0) throw_error(error, "cannot run a program");
-  }
-
-  posix_spawn_file_actions_t actions_;
-};
-
-// Gives the child a process group of its own and the default handling of all signals.
-class Attributes {
- public:
-  Attributes() {
+  Setup() {
+    posix_spawn_file_actions_init(&actions_);
     posix_spawnattr_init(&attributes_);
     sigset_t signals;
     sigemptyset(&signals);
@@ -85,13 +60,32 @@ class Attributes {
     posix_spawnattr_setflags(
         &attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
   }
-  ~Attributes() { posix_spawnattr_destroy(&attributes_); }
-  Attributes(const Attributes&) = delete;
-  Attributes& operator=(const Attributes&) = delete;
+  ~Setup() {
+    posix_spawnattr_destroy(&attributes_);
+    posix_spawn_file_actions_destroy(&actions_);
+  }
+  Setup(const Setup&) = delete;
+  Setup& operator=(const Setup&) = delete;
 
-  const posix_spawnattr_t* get() const { return &attributes_; }
+  void put(const Descriptor& from, int to) {
+    check(posix_spawn_file_actions_adddup2(&actions_, from.number(), to));
+  }
+  void close_the_others() {
+    check(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
+  }
+  void enter(const std::string& folder) {
+    check(posix_spawn_file_actions_addchdir_np(&actions_, folder.c_str()));
+  }
+
+  const posix_spawn_file_actions_t* actions() const { return &actions_; }
+  const posix_spawnattr_t* attributes() const { return &attributes_; }
 
  private:
+  static void check(int error) {
+    if (error != 0) throw_error(error, "cannot run a program");
+  }
+
+  posix_spawn_file_actions_t actions_;
   posix_spawnattr_t attributes_;
 };
 
@@ -105,11 +99,10 @@ std::vector<char*> pointers(const std::vector<std::string>& texts) {
 }
 
 pid_t spawn(const Command& command, const Descriptor (&streams)[3]) {
-  Actions actions;
-  for (int stream = 0; stream < 3; ++stream) actions.put(streams[stream], stream);
-  actions.close_the_others();
-  if (!command.folder.empty()) actions.enter(command.folder);
-  const Attributes attributes;
+  Setup setup;
+  for (int stream = 0; stream < 3; ++stream) setup.put(streams[stream], stream);
+  setup.close_the_others();
+  if (!command.folder.empty()) setup.enter(command.folder);
   std::vector<std::string> environment;
   for (const auto& [name, value] : command.environment) {
     environment.emplace_back(name + "=").append(value);
@@ -117,7 +110,7 @@ pid_t spawn(const Command& command, const Descriptor (&streams)[3]) {
 
   pid_t process = 0;
   const std::string& program = command.arguments[0];
-  const int error = posix_spawnp(&process, program.c_str(), actions.get(), attributes.get(),
+  const int error = posix_spawnp(&process, program.c_str(), setup.actions(), setup.attributes(),
                                  pointers(command.arguments).data(), pointers(environment).data());
   if (error == 0) return process;
   const char* const in = command.folder.empty() ? "" : " in ";
