@@ -32,13 +32,27 @@ bool bears_name(int descriptor, const std::string& name) {
          open.st_ino == named.st_ino && open.st_dev == named.st_dev;
 }
 
+// Takes the lock of `file`. Returns its descriptor, or -1 if another holds it.
+int take(const std::string& file, const std::string& name) {
+  while (true) {
+    // Readable by all, so that a daemon can wait for a lock that root holds.
+    const int descriptor =
+        open(name.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644);
+    const bool locked = descriptor >= 0 && flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+    const int error = errno;
+    if (locked && bears_name(descriptor, name)) return descriptor;
+    if (descriptor >= 0) close(descriptor);
+    if (locked) continue;
+    if (descriptor >= 0 && error == EWOULDBLOCK) return -1;
+    throw LockFailed(concat({file, ": cannot lock it: ", strerror(error)}));
+  }
+}
+
 }  // namespace
 
 FileLock::FileLock(const std::string& file, util::utime_t patience) : name_(file + ".lock") {
-  for (util::utime_t waited = 0; !take(file); waited += kPause) {
-    if (waited >= patience) {
-      throw LockFailed(concat({file, kTooLong, name_, ")"}));
-    }
+  for (util::utime_t waited = 0; (descriptor_ = take(file, name_)) < 0; waited += kPause) {
+    if (waited >= patience) throw LockFailed(concat({file, kTooLong, name_, ")"}));
     pause();
   }
 }
@@ -46,25 +60,6 @@ FileLock::FileLock(const std::string& file, util::utime_t patience) : name_(file
 FileLock::~FileLock() {
   unlink(name_.c_str());
   close(descriptor_);
-}
-
-// Returns false if another holds the lock.
-bool FileLock::take(const std::string& file) {
-  while (true) {
-    // Readable by all, so that a daemon can wait for a lock that root holds.
-    const int descriptor =
-        open(name_.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644);
-    const bool locked = descriptor >= 0 && flock(descriptor, LOCK_EX | LOCK_NB) == 0;
-    const int error = errno;
-    if (locked && bears_name(descriptor, name_)) {
-      descriptor_ = descriptor;
-      return true;
-    }
-    if (descriptor >= 0) close(descriptor);
-    if (locked) continue;
-    if (descriptor >= 0 && error == EWOULDBLOCK) return false;
-    throw LockFailed(concat({file, ": cannot lock it: ", strerror(error)}));
-  }
 }
 
 }  // namespace service

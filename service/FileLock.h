@@ -37,9 +37,7 @@ class UTIL_EXPORT FileLock {
   FileLock& operator=(const FileLock&) = delete;
 
  private:
-  bool take(const std::string& file);
-
-  std::string name_;
+  const std::string name_;
   int descriptor_ = -1;
 };
 

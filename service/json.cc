@@ -238,7 +238,7 @@ class Writer {
   const auto at = text.begin() + static_cast<ptrdiff_t>(std::min(offset, text.size()));
   const auto row = static_cast<size_t>(std::count(text.begin(), at, '\n')) + 1;
   const size_t line = row == 1 ? 0 : text.rfind('\n', offset - 1) + 1;
-  throw json_error(row, static_cast<size_t>(at - text.begin()) - line + 1, reason);
+  throw json_error(row, static_cast<size_t>(at - text.begin()) - line + 1, std::string(reason));
 }
 
 // What the parser reads. It writes a text without its escapes over the text itself.
@@ -311,7 +311,7 @@ class Builder {
   const std::string& reason() const { return reason_; }
 
  private:
-  [[gnu::cold]] bool refuse(const std::string& reason) {
+  [[gnu::cold]] bool refuse(std::string_view reason) {
     reason_ = reason;
     return false;
   }
@@ -354,7 +354,7 @@ class Builder {
 
   bool enter(util::Type type) {
     if (open_.size() == most_depth_) {
-      return refuse("nested deeper than " + decimal(most_depth_));
+      return refuse(concat({"nested deeper than ", decimal(most_depth_)}));
     }
     open_.push_back(&make<util::Value>(type));
     return true;
@@ -388,7 +388,7 @@ std::string to_json(const util::Value& value, unsigned style) {
 
 util::Value from_json(const std::string& text, const JsonLimits& limits) {
   if (text.size() > limits.size) {
-    throw json_error(1, 1, "the text is larger than " + decimal(limits.size) + " bytes");
+    fail(text, 0, concat({"the text is larger than ", decimal(limits.size), " bytes"}));
   }
   constexpr unsigned kFlags = rapidjson::kParseInsituFlag | rapidjson::kParseNumbersAsStringsFlag;
   std::string copy(text);
@@ -399,8 +399,8 @@ util::Value from_json(const std::string& text, const JsonLimits& limits) {
   if (result.IsError()) {
     const size_t valid = valid_size(text, result.Offset());
     if (valid < result.Offset()) fail(text, valid, "Invalid encoding in string.");
-    const std::string& own = builder.reason();
-    fail(text, result.Offset(), own.empty() ? rapidjson::GetParseError_En(result.Code()) : own);
+    if (!builder.reason().empty()) fail(text, result.Offset(), builder.reason());
+    fail(text, result.Offset(), rapidjson::GetParseError_En(result.Code()));
   }
   // The parser takes a NUL byte for the end.
   if (stream.Tell() != text.size()) fail(text, stream.Tell(), "a NUL byte in the text");

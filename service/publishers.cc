@@ -110,11 +110,10 @@ int size_of(const LogMessage& entry) {
 
 util::Value LogMessage::value() const {
   util::value_struct fields;
-  const auto put = [&fields](const char* key, const std::string& text) { fields[key] = text; };
   fields["time"] = util::Value(static_cast<util::utime_t>(time) * 1000);
-  put("where", where);
-  put("category", category);
-  put("message", message);
+  fields["where"] = where;
+  fields["category"] = category;
+  fields["message"] = message;
   return fields;
 }
 
