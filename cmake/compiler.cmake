@@ -34,6 +34,11 @@ function(nasutil_sources variable fast small)
   set(${variable} ${${small}} ${${fast}} PARENT_SCOPE)
 endfunction()
 
+# For the libraries' objects. Linking with -flto and less than -O2, g++ merges functions of several
+# sources that differ only in the types they write. A caller that knows the other type then misses
+# what was written, and a map loses entries.
+set(nasutil_object_options $<$<CXX_COMPILER_ID:GNU>:-fno-ipa-icf>)
+
 # nasutil_link_shared(<target> <version script>): small, with nothing exported that is not named.
 # The library's calls of its own functions are bound when it is linked, those of others at start.
 function(nasutil_link_shared target symbols)

@@ -56,7 +56,8 @@ add_library(nasutil_objects OBJECT ${nasutil_sources})
 set_target_properties(nasutil_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
 # Each class that is named, though its virtual functions may lie elsewhere: check_abi.sh.
 target_compile_options(
-  nasutil_objects PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-reorder-blocks-and-partition>
+  nasutil_objects PRIVATE ${nasutil_object_options}
+                     $<$<CXX_COMPILER_ID:GNU>:-fno-reorder-blocks-and-partition>
                      $<$<CXX_COMPILER_ID:GNU>:-femit-class-debug-always>)
 target_include_directories(
   nasutil_objects PRIVATE "${CMAKE_SOURCE_DIR}" "${CMAKE_BINARY_DIR}/generated"

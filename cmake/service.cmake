@@ -53,6 +53,7 @@ set_source_files_properties(service/LogReader.cc PROPERTIES COMPILE_DEFINITIONS
 
 add_library(nasutil_service_objects OBJECT ${nasutil_service_sources})
 set_target_properties(nasutil_service_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
+target_compile_options(nasutil_service_objects PRIVATE ${nasutil_object_options})
 target_include_directories(nasutil_service_objects PRIVATE "${CMAKE_SOURCE_DIR}" "${nasutil_ticpp_include}")
 target_include_directories(nasutil_service_objects SYSTEM PRIVATE "${RAPIDJSON_INCLUDE_DIR}")
 target_link_libraries(nasutil_service_objects PRIVATE nasutil_flags OpenSSL::Crypto)
