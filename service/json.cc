@@ -220,7 +220,7 @@ class Writer {
 
 // ---- reading ----
 
-// How many bytes from the start are UTF-8, of `size`.
+// How many of the first `size` bytes are UTF-8.
 [[gnu::cold]] size_t valid_size(const std::string& text, size_t size) {
   const char* const end = text.data() + size;
   const char* at = text.data();
@@ -232,13 +232,13 @@ class Writer {
   return static_cast<size_t>(at - text.data());
 }
 
-// Throws; the fault is at this byte.
+// Throws what says where the byte at `offset` is.
 [[noreturn, gnu::cold]] void fail(const std::string& text, size_t offset,
                                   const std::string& reason) {
   const auto at = text.begin() + static_cast<ptrdiff_t>(std::min(offset, text.size()));
   const auto row = static_cast<size_t>(std::count(text.begin(), at, '\n')) + 1;
   const size_t line = row == 1 ? 0 : text.rfind('\n', offset - 1) + 1;
-  throw json_error(row, static_cast<size_t>(at - text.begin()) - line + 1, std::string(reason));
+  throw json_error(row, static_cast<size_t>(at - text.begin()) - line + 1, reason);
 }
 
 // What the parser reads. It writes a text without its escapes over the text itself.
@@ -311,7 +311,7 @@ class Builder {
   const std::string& reason() const { return reason_; }
 
  private:
-  [[gnu::cold]] bool refuse(std::string_view reason) {
+  [[gnu::cold]] bool refuse(const std::string& reason) {
     reason_ = reason;
     return false;
   }
