@@ -8,6 +8,7 @@
 #include <iostream>
 #include <map>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
 #include <ticpp.h>
@@ -135,9 +136,8 @@ class Check {
   std::list<NASFinding> findings(const ticpp::Document& document) {
     ignore_rest(document);
     findings_.sort([](const NASFinding& one, const NASFinding& other) {
-      if (one.row != other.row) return one.row < other.row;
-      if (one.column != other.column) return one.column < other.column;
-      return one.fault < other.fault;
+      return std::tie(one.row, one.column, one.fault) <
+             std::tie(other.row, other.column, other.fault);
     });
     return std::move(findings_);
   }
@@ -201,9 +201,9 @@ class Node {
   void each(const char* label, std::list<Record>& to, void (*read)(Node, Record&),
             int line = __builtin_LINE()) const {
     for (Node item = optional(label, line); item.element_; item = item.next(label, line)) {
-      Record record;
-      read(item, record);
-      to.push_back(std::move(record));
+      std::list<Record> one(1);
+      read(item, one.back());
+      to.splice(to.end(), one);
     }
   }
 
@@ -230,18 +230,24 @@ class Node {
 
   template <class Enum>
   void one_of(Words words, Enum& to) const {
-    if (!has_text(true)) return;
-    if (check_ != nullptr) check_->word(*element_, name_of(1, words), name_of(2, words));
-    const std::string text = element_->GetText(true);
-    for (const int value : {1, 2}) {
-      if (text == name_of(value, words)) to = static_cast<Enum>(value);
-    }
+    to = static_cast<Enum>(word(words, to));
   }
 
  private:
   static const char* name(const char* label) {
     const char* const dot = strrchr(label, '.');
     return dot == nullptr ? label : dot + 1;
+  }
+
+  // Which of the words the text is; `otherwise` if it is none or there is no text.
+  int word(Words words, int otherwise) const {
+    if (!has_text(true)) return otherwise;
+    if (check_ != nullptr) check_->word(*element_, name_of(1, words), name_of(2, words));
+    const std::string text = element_->GetText(true);
+    for (const int value : {1, 2}) {
+      if (text == name_of(value, words)) return value;
+    }
+    return otherwise;
   }
 
   // Without a check, GetText() throws.
@@ -350,7 +356,7 @@ std::string NASShare::root_path() const {
   throw bad_location();
 }
 
-NASConfDB::NASConfDB(const std::string& path) { parse(path); }
+NASConfDB::NASConfDB(const std::string& path) : NASConfDB() { parse(path); }
 
 std::list<NASFinding> NASConfDB::check(const std::string& path) {
   std::list<NASFinding> findings;

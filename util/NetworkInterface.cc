@@ -12,8 +12,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
 #include <cstddef>
+#include <cstdio>
 #include <iterator>
 #include <map>
 #include <utility>
@@ -77,15 +77,15 @@ AddressMap addresses_by_name() {
   return addresses;
 }
 
-// Numbers of `width` bytes each. Kept: no run of zeros is shortened to "::".
-std::string join(const byte_string& bytes, size_t width, char separator, int base) {
+// Numbers of `width` bytes each, by snprintf(). Kept: no run of zeros is shortened to "::".
+std::string join(const byte_string& bytes, size_t width, char separator, const char* form) {
   char text[sizeof "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"];
   char* end = text;
   for (size_t i = 0; i < bytes.size(); i += width) {
     unsigned number = 0;
     for (size_t k = i; k < i + width; ++k) number = number << 8 | bytes[k];
     if (i > 0) *end++ = separator;
-    end = std::to_chars(end, std::end(text), number, base).ptr;
+    end += snprintf(end, static_cast<size_t>(std::end(text) - end), form, number);
   }
   return {text, end};
 }
@@ -109,8 +109,8 @@ std::vector<NetworkInterface> NetworkInterface::get_interfaces() {
 
 std::string NetworkInterface::addr_to_str(const byte_string& addr) {
   switch (addr.size()) {
-    case 4: return join(addr, 1, '.', 10);
-    case 16: return join(addr, 2, ':', 16);
+    case 4: return join(addr, 1, '.', "%u");
+    case 16: return join(addr, 2, ':', "%x");
     default: return "?";
   }
 }

@@ -131,8 +131,8 @@ class Decoder {
 
   // The place is nested in what is thrown.
   [[noreturn]] void fail(const ticpp::Element& e, const char* text) const try {
-    throw ticpp::Exception("element " + e.Value() + ", row " + std::to_string(e.Row()) +
-                           ", column " + std::to_string(e.Column()));
+    throw ticpp::Exception("element " + e.Value() + ", " +
+                           ticpp::row_and_column(e.Row(), e.Column()));
   } catch (const ticpp::Exception&) {
     fail_nested(text);
   }

@@ -24,11 +24,6 @@ const category& event_loop_debug() {
   return both;
 }
 
-const category& warning() {
-  static const category& registered = *category::forName("WARNING");
-  return registered;
-}
-
 // Kept: messages print counts as int, so a count of milliseconds that wrapped shows as negative.
 int shown(utime_t count) { return static_cast<int>(count); }
 
@@ -113,7 +108,8 @@ void SuperLoop::run_loops(Budget& budget) {
     const utime_t elapsed = Timer::now() - t0;
     if (elapsed > remaining) {
       const int late = shown(elapsed - remaining);
-      UTIL_LOG_AS(logger, warning(), kRunLoop, "event loop %s LATE by %d ms!", label, late);
+      const category& warning = *category::forName("WARNING");
+      UTIL_LOG_AS(logger, warning, kRunLoop, "event loop %s LATE by %d ms!", label, late);
       remaining = 0;
     } else {
       remaining -= elapsed;

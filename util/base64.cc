@@ -52,8 +52,6 @@ unsigned value_of(char c) {
 
 bool is_space(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
 
-unsigned char low_byte(unsigned bits) { return static_cast<unsigned char>(bits & 0xFF); }
-
 void encode(const byte_string& in, char* to) {
   const unsigned char* from = in.data();
   size_t srclen = in.size();
@@ -124,7 +122,7 @@ int decode(const char* at, const char* end, unsigned char*& to) {
       continue;
     }
     bits = bits << 6 | value;
-    if (state > 0) *to++ = low_byte(bits >> (6 - 2 * state));
+    if (state > 0) *to++ = static_cast<unsigned char>(bits >> (6 - 2 * state) & 0xFF);
     state = (state + 1) % 4;
   }
 }

@@ -34,10 +34,10 @@ const Sequence* sequence_of(char c) {
 
 // The character whose code is `c1` and `c2`, or NUL.
 char decoded(char c1, char c2) {
-  const auto* const found =
-      std::find_if(std::begin(kSequences), std::end(kSequences),
-                   [=](const Sequence& s) { return s.code[0] == c1 && s.code[1] == c2; });
-  return found == std::end(kSequences) ? '\0' : found->character;
+  for (const Sequence& one : kSequences) {
+    if (one.code[0] == c1 && one.code[1] == c2) return one.character;
+  }
+  return '\0';
 }
 
 // NUL beyond the end.
@@ -52,11 +52,12 @@ bool stays_percent(const std::string& s, size_t i) {
 }
 
 // Writes '%', `c1` and `c2` as they are, a NUL counting as missing.
-void put_unknown(std::string& to, char c1, char c2) {
-  to += '%';
-  if (c1 == '\0') return;  // Kept: a NUL takes c2 with it.
-  to += c1;
-  if (c2 != '\0') to += c2;
+char* put_unknown(char* to, char c1, char c2) {
+  *to++ = '%';
+  if (c1 == '\0') return to;  // Kept: a NUL takes c2 with it.
+  *to++ = c1;
+  if (c2 != '\0') *to++ = c2;
+  return to;
 }
 
 }  // namespace
@@ -78,30 +79,32 @@ std::string escape_string(const std::string& s) {
 }
 
 std::string unescape_string(const std::string& s) {
-  std::string text;
-  text.reserve(s.size());
+  std::string text = s;  // which gets no longer
+  char* to = &text[0];
   for (size_t i = 0; i < s.size();) {
     if (s[i] != '%') {
-      text += s[i++];
+      *to++ = s[i++];
       continue;
     }
     const char c1 = char_at(s, i + 1);
     const char c2 = char_at(s, i + 2);
     const char c = decoded(c1, c2);
     if (c != '\0' && (c != '.' || i + 3 == s.size())) {
-      if (c != '\\') text += c;  // Kept: a backslash does not come back.
+      if (c != '\\') *to++ = c;  // Kept: a backslash does not come back.
       i += 3;
     } else if (c1 == '%') {
-      text += '%';
+      *to++ = '%';
       i += 1;
     } else if (c2 == '%') {
-      text += "%%";  // Kept: c1 is lost.
+      *to++ = '%';  // Kept: c1 is lost.
+      *to++ = '%';
       i += 2;
     } else {
-      put_unknown(text, c1, c2);
+      to = put_unknown(to, c1, c2);
       i += 3;
     }
   }
+  text.resize(static_cast<size_t>(to - text.data()));
   return text;
 }
 
