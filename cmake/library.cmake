@@ -9,13 +9,12 @@ set(NASUTIL_FAST_MODULES
     util/JSEmit
     util/PropertyList_durable
     util/SuperLoop
-    util/Timer
+    util/Value
+    util/base64
     util/escape
-    util/logger
-    util/publisher
     util/strnatcmp
     ticpp/scan)
-# In these the XML parser, the kernel or the caller decides the time.
+# In these the XML parser, the C library, the kernel or the caller decides the time.
 set(NASUTIL_SMALL_MODULES
     util/Authenticator
     util/EventLoop
@@ -25,11 +24,15 @@ set(NASUTIL_SMALL_MODULES
     util/PropertyList
     util/PropertyList_encoding
     util/PropertyList_problems
+    util/Timer
+    util/Value_text
     util/ZEB_GPIO
     util/category
     util/datetime
     util/internal/replace_file
+    util/logger
     util/print_str
+    util/publisher
     util/system_exception
     ticpp/document
     ticpp/element
@@ -49,8 +52,6 @@ else()
 endif()
 
 nasutil_sources(nasutil_sources NASUTIL_FAST_MODULES NASUTIL_SMALL_MODULES)
-# Fast as well, and first: of a function that several objects hold, the first one's is taken.
-list(PREPEND nasutil_sources util/base64.cc util/Value.cc)
 
 add_library(nasutil_objects OBJECT ${nasutil_sources})
 set_target_properties(nasutil_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "util/PropertyList.h"
 
+#include "util/internal/print_struct.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -72,7 +74,8 @@ bool PropertyList::backup_exists() const { return is_there(backup()); }
 
 void PropertyList::dump() const {
   static const std::ios_base::Init streams;  // a static object may be built before them
-  std::cout << Value(properties) << std::endl;
+  print_struct(std::cout, properties);
+  std::cout << std::endl;
 }
 
 Value& PropertyList::valueForKey(const std::string& key) { return entry(key, false, VOID); }

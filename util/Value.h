@@ -114,9 +114,7 @@ class UTIL_EXPORT Value {
   }
   [[noreturn]] void report_mismatch(Type expected) const;
 
-  // Moves out of an rvalue, copies from anything else.
-  template <class From>
-  void take_payload(From&& from);
+  void copy_payload(Type kind, const Value& from);
 
   template <class T>
   T& checked(Type expected, T& payload) const {

@@ -64,9 +64,10 @@ category* category::forName(const std::string& name) {
 category* category::forName(const char* name) { return forName(std::string(name)); }
 
 std::vector<category*> category::categories() {
-  std::vector<category*> all;
-  if (gcategories == nullptr) return all;
-  for (const auto& entry : *gcategories) all.push_back(entry.second);
+  if (gcategories == nullptr) return {};
+  std::vector<category*> all(gcategories->size());
+  auto to = all.begin();
+  for (const auto& entry : *gcategories) *to++ = entry.second;
   return all;
 }
 

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "util/logger.h"
 
-#include <map>
+#include <charconv>
+#include <iterator>
 #include <utility>
 
 namespace util {
@@ -28,7 +29,8 @@ logger::logger(const std::string& own_name, logger* above)
       name(own_name),
       parent(above),
       _useParentPublisher(above != nullptr),
-      amRoot(above == nullptr) {
+      amRoot(above == nullptr),
+      sibling(above != nullptr ? above->newest_child : nullptr) {
   // A pass of the loop logs, and cannot report that memory ran out.
   checkpoint.reserve(64);
   if (spare == nullptr) {
@@ -48,10 +50,10 @@ logger* logger::rootLogger() {
 
 logger* logger::childLogger(const std::string& child) {
   if (amRoot && child.empty()) return this;
-  static auto& named = *new std::map<std::pair<logger*, std::string>, logger*>;  // never destroyed
-  logger*& found = named[{this, child}];
-  if (found == nullptr) found = new logger(child, this);
-  return found;
+  for (logger* one = newest_child; one != nullptr; one = one->sibling) {
+    if (one->name == child) return one;
+  }
+  return newest_child = new logger(child, this);
 }
 
 logger* logger::getLogger(const std::string& child) { return rootLogger()->childLogger(child); }
@@ -75,7 +77,8 @@ void logger::flush() {
 void logger::set_checkpoint(const char* file, int line) {
   checkpoint = or_null(file);
   checkpoint += ':';
-  checkpoint += std::to_string(line);
+  char digits[16];
+  checkpoint.append(digits, std::to_chars(digits, std::end(digits), line).ptr);
 }
 
 void logger::logp(category c, const char* where, const char* file, int line, const char* format,

@@ -281,6 +281,8 @@ class UTIL_EXPORT logger {
   bool autoFlush = false;
   std::string checkpoint;
   bool checkpointing_on = true;
+  logger* newest_child = nullptr;
+  logger* const sibling;  // the next older child of the parent
 };
 
 }  // namespace util

@@ -10,9 +10,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <forward_list>
 #include <iterator>
-#include <set>
 #include <string_view>
+#include <tuple>
 
 namespace util {
 namespace {
@@ -23,20 +24,8 @@ constexpr size_t kBufferSize = 0x80000;
 constexpr int kMostShifted = 1000;  // old files that a rotation moves without looking first
 constexpr size_t kTimeSize = 256;
 
-// What the C library reports of its time zone.
-struct Zone {
-  static Zone present() { return {tzname[0], tzname[1], timezone, daylight}; }
-
-  bool operator==(const Zone& other) const {
-    return winter == other.winter && summer == other.summer && west == other.west &&
-           has_summer == other.has_summer;
-  }
-
-  const char* winter;
-  const char* summer;
-  long west;
-  int has_summer;
-};
+// What the C library reports of its time zone: its names, its offset, whether it has summer time.
+using Zone = std::tuple<const char*, const char*, long, int>;
 
 // The local time as "2007-03-01T14:05:09", formatted once a second for all publishers, since that
 // is most of what an entry costs. Another zone shows at once, unless both have the same names and
@@ -48,7 +37,8 @@ const char* local_time() {
     char text[kTimeSize];  // empty: not formatted
   } last;
   const time_t second = time(nullptr);
-  const Zone zone = Zone::present();  // strftime() may find another one, which the next entry sees
+  // strftime() may find another one, which the next entry sees.
+  const Zone zone(tzname[0], tzname[1], timezone, daylight);
   if (last.text[0] != '\0' && second == last.second && zone == last.zone) return last.text;
   last.second = second;
   last.zone = zone;
@@ -60,8 +50,8 @@ const char* local_time() {
 
 // The stream publishers that exist. In a program without run-time type information nothing else
 // shows what a publisher* is.
-std::set<publisher*>& stream_publishers() {
-  static auto& all = *new std::set<publisher*>;  // never destroyed
+std::forward_list<file_publisher*>& streams() {
+  static auto& all = *new std::forward_list<file_publisher*>;  // never destroyed
   return all;
 }
 
@@ -94,15 +84,18 @@ size_t compose(char (&to)[kEntrySize], std::string_view time, std::string_view w
 
 void publisher::flush() {}
 
-file_publisher::file_publisher(FILE* stream) : file(stream) { stream_publishers().insert(this); }
+file_publisher::file_publisher(FILE* stream) : file(stream) { streams().push_front(this); }
 
 file_publisher::~file_publisher() {
-  stream_publishers().erase(this);
+  streams().remove(this);
   close_file();
 }
 
 file_publisher* file_publisher::from(publisher* p) {
-  return stream_publishers().count(p) > 0 ? static_cast<file_publisher*>(p) : nullptr;
+  for (file_publisher* const one : streams()) {
+    if (one == p) return one;
+  }
+  return nullptr;
 }
 
 int file_publisher::publish(category& c, const char* where, const char* format, va_list args) {
