@@ -13,7 +13,7 @@ using util::Descriptor;
 
 // Both throw std::system_error; `what` says what failed: "cannot open /run/x".
 [[noreturn]] inline void throw_error(int error, const std::string& what) {
-  throw std::system_error(error, std::generic_category(), what);
+  throw std::system_error({error, std::generic_category()}, what);
 }
 [[noreturn]] inline void throw_errno(const std::string& what) { throw_error(errno, what); }
 

@@ -30,7 +30,7 @@ class Descriptor {
   }
   // The same; throws std::system_error, whose text begins with `what`.
   Descriptor(int number, const std::string& what) : number_(number) {
-    if (number < 0) throw std::system_error(errno, std::generic_category(), what);
+    if (number < 0) throw std::system_error({errno, std::generic_category()}, what);
   }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
