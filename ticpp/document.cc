@@ -47,9 +47,9 @@ std::string read_all(FILE* file) {
 }
 
 void parse(const std::string& text, TiXmlDocument& to) {
-  scan(text);
+  const std::string dense = scan(text);
   to.SetTabSize(0);  // does not count rows
-  to.Parse(text.c_str());
+  to.Parse(dense.c_str());
   if (!to.Error()) return;
   TiXmlDocument again;
   again.Parse(text.c_str());
@@ -164,7 +164,7 @@ Document::Document() : Node(new Root, nullptr, true) { tree_ = &static_cast<Root
 
 void Document::LoadFile(const std::string& file) {
   node_->Clear();
-  *tree_ = Tree();
+  tree_->clear();
   node_->SetValue(file);
   byte_order_mark_ = false;
   try {

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <utility>
 
 namespace ticpp {
 namespace {
@@ -17,11 +18,22 @@ namespace {
 // it gives up; the walk ends there, and the parser reports the error.
 class Scan {
  public:
-  explicit Scan(const char* text)
-      : text_(text), utf8_(strncmp(text, kByteOrderMark, 3) == 0), encoding_known_(utf8_) {
-    const char* at = text;
-    while (at != nullptr) at = node(skip_blanks(at));
+  explicit Scan(const std::string& text)
+      : text_(text.c_str()), utf8_(strncmp(text_, kByteOrderMark, 3) == 0), encoding_known_(utf8_) {
+    dense_.reserve(text.size());
+    const char* rest = text_;  // not copied yet
+    for (const char* at = text_; at != nullptr;) {
+      const char* const next = skip_blanks(at);
+      if (*next == '<' && at != text_) {  // a mark at the start tells the encoding
+        dense_.append(rest, at);
+        rest = next;
+      }
+      at = node(next);
+    }
+    dense_.append(rest, text_ + text.size());
   }
+
+  std::string& dense() { return dense_; }
 
  private:
   [[noreturn]] void fail(const std::string& fault, const char* at) const {
@@ -163,6 +175,7 @@ class Scan {
     return end + 1;
   }
 
+  std::string dense_;
   const char* const text_;
   bool utf8_;
   bool encoding_known_;
@@ -171,6 +184,6 @@ class Scan {
 
 }  // namespace
 
-void scan(const std::string& text) { const Scan walked(text.c_str()); }
+std::string scan(const std::string& text) { return std::move(Scan(text).dense()); }
 
 }  // namespace ticpp

@@ -13,6 +13,9 @@ constexpr size_t kPadding = 8;
 // Walks over a text as the parser does, but without recursion, because the parser has no limits of
 // its own and reports no declaration that it cannot read. Throws an Exception, with row and column,
 // for a text that the parser must not be given.
-void scan(const std::string& text);
+//
+// Returns the text without the blanks before markup, which the parser would skip one by one, only
+// more slowly.
+std::string scan(const std::string& text);
 
 }  // namespace ticpp

@@ -4,11 +4,10 @@
 
 #include "ticpp/ticpp.h"
 
-#include <deque>
 #include <memory>
+#include <memory_resource>
 #include <new>
 #include <string>
-#include <type_traits>
 
 #include <tinyxml.h>
 
@@ -20,9 +19,16 @@ class Tree {
   // One for each node that was looked up; the node's user data points to it.
   Element* element(TiXmlElement* node) {
     if (node->GetUserData() == nullptr) {
-      node->SetUserData(new (&elements_.emplace_back()) Element(node, this));
+      node->SetUserData(new (elements_.allocate(sizeof(Element), alignof(Element)))
+                            Element(node, this));
     }
     return static_cast<Element*>(node->GetUserData());
+  }
+
+  void clear() {
+    text.clear();
+    counted.reset();
+    elements_.release();
   }
 
   // The text that the tree was read from, as the parser had it; empty once the tree was changed.
@@ -32,8 +38,10 @@ class Tree {
   std::unique_ptr<TiXmlDocument> counted;
 
  private:
-  // Nothing to destroy: they do not own their nodes.
-  std::deque<std::aligned_storage_t<sizeof(Element), alignof(Element)>> elements_;
+  // In few large blocks: many small ones, freed with the tree between what was made meanwhile,
+  // leave holes in the heap that the next tree is scattered over. Nothing to destroy: they do not
+  // own their nodes.
+  std::pmr::monotonic_buffer_resource elements_;
 };
 
 // Nodes that are made here carry the elements looked up below them.

@@ -117,6 +117,25 @@ TEST(LoadFile, ReadsNewlinesAndMarksAsTheParsersOwnLoader) {
   EXPECT_EQ("\xEF\xBB\xBF<r>\xC3\xA4</r>\n", marked.saved());
 }
 
+// Blanks before markup are taken out before the parser sees the text.
+TEST(LoadFile, KeepsTheBlanksThatTheParserKeeps) {
+  for (const bool condensing : {true, false}) {
+    TiXmlBase::SetCondenseWhiteSpace(condensing);
+    for (const std::string text :
+         {" <a> b \n <c/> d <e> </e>\n</a> ", "<a>\n <![CDATA[ <b> \n <c> ]]>\n </a>",
+          "<a b=' > <c> '\n d='  '>\n <e\n/> </a>", "<!-- > <b>  <c -->\n<a/>\n<!-- d -->",
+          "<?xml version='1.0' ?>\n <!DOCTYPE a [ <b > ]>\n <a/>", "<a> \xEF\xBB\xBF <b/></a>",
+          "\xEF\xBB\xBF <a> \xEF\xBB\xBF <b/> \xEF\xBB\xBF c</a>", "<a> &lt; <b/> &#32; </a>"}) {
+      const Loaded loaded(text);
+      TiXmlDocument bare;
+      bare.Parse(text.c_str());
+      ASSERT_TRUE(bare.SaveFile(loaded.file()));
+      EXPECT_EQ(read_file(loaded.file()), loaded.saved());
+    }
+  }
+  TiXmlBase::SetCondenseWhiteSpace(true);
+}
+
 TEST(LoadFile, AcceptsTheDeepestAllowedAndRefusesOneMore) {
   EXPECT_EQ("nothing", load_error(nested(1024)));
   EXPECT_EQ("Couldn't load: elements nested deeper than 1024 (row 1, column 3073)",
