@@ -80,7 +80,7 @@ std::string escape_string(const std::string& s) {
 
 std::string unescape_string(const std::string& s) {
   std::string text = s;  // which gets no longer
-  char* to = &text[0];
+  char* to = text.data();
   for (size_t i = 0; i < s.size();) {
     if (s[i] != '%') {
       *to++ = s[i++];
