@@ -39,9 +39,10 @@ class UTIL_HIDDEN InstanceLock::Lock {
     // It is checked before the file is opened, since the system would grant the same process the
     // lock again, and drop it when any descriptor of the file is closed.
     if (lstat(path.c_str(), &file_) == 0 && is_mine()) throw AlreadyRunning(folder, owner_);
-    descriptor_ = Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600),
-                             "cannot open " + path);
-    if (fstat(descriptor_.number(), &file_) < 0) throw_errno("cannot open " + path);
+    const std::string failure = "cannot open " + path;
+    descriptor_ =
+        Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600), failure);
+    if (fstat(descriptor_.number(), &file_) < 0) throw_errno(failure);
     lock(folder, path);
     next_ = std::exchange(first, this);
   }
@@ -70,9 +71,11 @@ class UTIL_HIDDEN InstanceLock::Lock {
   void lock(const std::string& folder, const std::string& path) const {
     struct flock mine = whole_file();
     while (fcntl(descriptor_.number(), F_SETLK, &mine) < 0) {
-      if (errno != EACCES && errno != EAGAIN) throw_errno("cannot lock " + path);
+      const bool is_held = errno == EACCES || errno == EAGAIN;
       struct flock other = whole_file();
-      if (fcntl(descriptor_.number(), F_GETLK, &other) < 0) throw_errno("cannot lock " + path);
+      if (!is_held || fcntl(descriptor_.number(), F_GETLK, &other) < 0) {
+        throw_errno("cannot lock " + path);
+      }
       if (other.l_type != F_UNLCK) throw AlreadyRunning(folder, other.l_pid);
     }
   }

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -45,11 +44,12 @@ bool has_shape(std::string_view text) {
 }
 
 bool is_time(std::string_view text) {
-  return has_shape(text) &&
-         std::all_of(std::begin(kFields), std::end(kFields), [text](const Field& field) {
-           const int number = (text[field.at] - '0') * 10 + (text[field.at + 1] - '0');
-           return number >= field.low && number <= field.high;
-         });
+  if (!has_shape(text)) return false;
+  for (const Field& field : kFields) {
+    const int number = (text[field.at] - '0') * 10 + (text[field.at + 1] - '0');
+    if (number < field.low || number > field.high) return false;
+  }
+  return true;
 }
 
 // Whether an entry begins here.
@@ -100,9 +100,11 @@ std::string LogEntry::where() const {
 
 std::string LogEntry::message() const {
   const std::string_view name = category_of(text);
-  const char* const end = text.data() + text.size() - (!text.empty() && text.back() == '\n');
-  if (!begins_entry(text) || name.data() == nullptr) return std::string(text.data(), end);
-  return std::string(std::min(name.data() + name.size() + 2, end), end);
+  const size_t end = text.size() - (!text.empty() && text.back() == '\n');
+  if (!begins_entry(text) || name.data() == nullptr) return text.substr(0, end);
+  const auto behind_name = static_cast<size_t>(name.data() + name.size() - text.data());
+  const size_t start = std::min(behind_name + 2, end);
+  return text.substr(start, end - start);
 }
 
 LogReader::LogReader(const std::string& name, int descriptor)

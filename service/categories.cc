@@ -8,10 +8,9 @@ namespace {
 
 constexpr char kBlanks[] = " \t\r\n";
 
-std::string trimmed(const std::string& text) {
-  const size_t start = text.find_first_not_of(kBlanks);
-  if (start == text.npos) return "";
-  return text.substr(start, text.find_last_not_of(kBlanks) + 1 - start);
+void trim(std::string& text) {
+  text.erase(text.find_last_not_of(kBlanks) + 1);
+  text.erase(0, text.find_first_not_of(kBlanks));
 }
 
 struct Item {
@@ -23,11 +22,13 @@ struct Item {
 bool take(std::string& list, Item& to) {
   while (!list.empty()) {
     const size_t end = std::min(list.find(','), list.size());
-    const std::string item = trimmed(list.substr(0, end));
+    to.name = list.substr(0, end);
     list.erase(0, end + 1);
-    if (item.empty()) continue;
-    to.on = item[0] != '-';
-    to.name = to.on ? item : trimmed(item.substr(1));
+    trim(to.name);
+    if (to.name.empty()) continue;
+    to.on = to.name[0] != '-';
+    if (!to.on) to.name.erase(0, 1);
+    trim(to.name);
     return true;
   }
   return false;

@@ -108,10 +108,9 @@ class Writer {
   void real(double number) {
     if (!std::isfinite(number)) return add("null");
     char text[32];
-    char* end = std::to_chars(text, std::end(text), number).ptr;
-    const bool whole = std::none_of(text, end, [](char c) { return c == '.' || c == 'e'; });
-    add({text, static_cast<size_t>(end - text)});
-    if (whole) add(".0");
+    const auto size = static_cast<size_t>(std::to_chars(text, std::end(text), number).ptr - text);
+    add({text, size});
+    if (memchr(text, '.', size) == nullptr && memchr(text, 'e', size) == nullptr) add(".0");
   }
 
   void bytes(const util::byte_string& bytes) {

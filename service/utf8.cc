@@ -2,7 +2,6 @@
 #include "service/utf8.h"
 
 #include <algorithm>
-#include <iterator>
 
 namespace service {
 namespace {
@@ -34,18 +33,17 @@ bool between(unsigned char from, unsigned char c, unsigned char to) { return fro
 }  // namespace
 
 Utf8Piece utf8_piece(const char* at, const char* end) {
-  const auto* const form =
-      std::find_if(std::begin(kForms), std::end(kForms), [at](const Form& candidate) {
-        return between(candidate.first, byte_at(at), candidate.last);
-      });
-  if (form == std::end(kForms)) return {1, false};
-  const size_t room = std::min(form->size, static_cast<size_t>(end - at));
-  for (size_t size = 1; size < room; ++size) {
-    const bool good = size == 1 ? between(form->second_from, byte_at(at + 1), form->second_to)
-                                : between(0x80, byte_at(at + size), 0xBF);
-    if (!good) return {size, false};
+  for (const Form& form : kForms) {
+    if (!between(form.first, byte_at(at), form.last)) continue;
+    const size_t room = std::min(form.size, static_cast<size_t>(end - at));
+    for (size_t size = 1; size < room; ++size) {
+      const bool good = size == 1 ? between(form.second_from, byte_at(at + 1), form.second_to)
+                                  : between(0x80, byte_at(at + size), 0xBF);
+      if (!good) return {size, false};
+    }
+    return {room, room == form.size};
   }
-  return {room, room == form->size};
+  return {1, false};
 }
 
 bool is_utf8(const std::string& text) {
