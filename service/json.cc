@@ -163,7 +163,11 @@ class Writer {
     util::value_struct replaced;
     for (const auto& [key, v] : entries) {
       new_line();
-      is_utf8(key) ? quoted(key) : quoted(unique(key, entries, replaced));
+      if (is_utf8(key)) {
+        quoted(key);
+      } else {
+        quoted(unique(key, entries, replaced));
+      }
       add(indented_ ? ": " : ":");
       value(v);
       text_ += ',';
