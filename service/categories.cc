@@ -61,7 +61,11 @@ bool apply_categories(util::logger& log, const std::string& list, std::string* u
   if (!known) return false;
   for (std::string rest = list; take(rest, item);) {
     const util::category& c = *util::category::forName(item.name);
-    item.on ? log.enable(c) : disable(log, c);
+    if (item.on) {
+      log.enable(c);
+    } else {
+      disable(log, c);
+    }
   }
   return true;
 }

@@ -2,6 +2,7 @@
 #include "service/utf8.h"
 
 #include <algorithm>
+#include <string_view>
 
 namespace service {
 namespace {
@@ -66,7 +67,7 @@ std::string valid_utf8(const std::string& text) {
   const char* const end = text.data() + text.size();
   for (const char* at = text.data(); at != end;) {
     const auto [size, valid] = utf8_piece(at, end);
-    valid ? all.append(at, size) : all.append("\xEF\xBF\xBD");
+    all += valid ? std::string_view(at, size) : "\xEF\xBF\xBD";
     at += size;
   }
   return all;
