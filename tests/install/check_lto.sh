@@ -7,13 +7,9 @@
 set -euo pipefail
 source=$1
 compiler=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
+. "$(dirname "$0")/quietly.sh"
 
-quietly cmake -S "$source" -B "$work/build" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
-  -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O1 -flto=auto" \
-  -DBUILD_TESTING=OFF -DNASUTIL_BUILD_EXAMPLES=OFF -DNASUTIL_BUILD_TOOLS=OFF
+configure -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O1 -flto=auto"
 quietly cmake --build "$work/build" --target nasutil
 "$compiler" -I"$source" "$source/docs/guide/values.cc" -o "$work/values" \
   -L"$work/build" -lnasutil -Wl,-rpath,"$work/build"

@@ -7,18 +7,14 @@
 set -euo pipefail
 source=$1
 compiler=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
+. "$(dirname "$0")/quietly.sh"
 
 mkdir -p "$work"/ticpp/{include,lib}
 cp "$source/ticpp/ticpp.h" "$work/ticpp/include"
 "$compiler" -std=c++17 -fPIC -shared -I"$source" "$source"/ticpp/*.cc \
   -o "$work/ticpp/lib/libticpp.so" -ltinyxml
 
-quietly cmake -S "$source" -B "$work/build" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
-  -DCMAKE_BUILD_TYPE=Debug -DCMAKE_PREFIX_PATH="$work/ticpp" -DNASUTIL_SYSTEM_TICPP=ON \
-  -DBUILD_TESTING=OFF -DNASUTIL_BUILD_EXAMPLES=OFF -DNASUTIL_BUILD_TOOLS=OFF
+configure -DCMAKE_BUILD_TYPE=Debug -DCMAKE_PREFIX_PATH="$work/ticpp" -DNASUTIL_SYSTEM_TICPP=ON
 quietly cmake --build "$work/build"
 if nm -D --defined-only "$work/build/libnasutil.so" | grep _ZN5ticpp; then
   echo "FAILED: the library still holds the layer in ticpp/"

@@ -8,10 +8,8 @@ set -euo pipefail
 build=$1
 compiler=$2
 here=$(cd "$(dirname "$0")" && pwd)
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+. "$here/quietly.sh"
 fail() { echo "FAILED: $*"; exit 1; }
-quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
 
 quietly cmake --install "$build" --prefix "$work/installed"
 new_daemon=$work/installed/bin/nas-new-daemon
